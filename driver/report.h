@@ -1,0 +1,22 @@
+// The report channel: every operator message of a test is printed on the console or, in net mode,
+// sent as a record into the report FIFO.
+#pragma once
+
+// The reporting statement: module name, and the source line, taken at the call.
+struct Site {
+    const char* module;
+    int line;
+    Site(const char* name, int at = __builtin_LINE()) : module(name), line(at) {}
+};
+
+// Formats at most 1023 bytes, and prints or sends them exactly as they are. A record that cannot
+// be written is lost; a line with the module name and the source line says so on the console.
+[[gnu::format(printf, 2, 3)]] void report(Site site, const char* format, ...);
+
+// True until the FIFO has been opened.
+bool console_mode();
+
+// Opens the FIFO without waiting for its reader and selects net mode. Returns 0, or -1 when there
+// is no FIFO or no reader; the console mode then stays.
+int open_report_fifo();
+void close_report_fifo();

@@ -1,0 +1,154 @@
+#include "driver/sequence.h"
+
+#include <cstdio>
+
+#include "device/boot_parameters.h"
+#include "device/buzzer.h"
+#include "device/capability.h"
+#include "device/control_device.h"
+#include "device/watchdog.h"
+#include "driver/console_line.h"
+#include "driver/preparation.h"
+#include "driver/report.h"
+#include "driver/results.h"
+#include "driver/summary.h"
+#include "tests/485testfork.h"
+#include "tests/boardinfo.h"
+#include "tests/front_board_test.h"
+#include "tests/iop_test.h"
+#include "tests/nic.h"
+#include "tests/rtc_test.h"
+#include "tests/sata_test.h"
+#include "tests/usb_disk_test.h"
+
+namespace {
+
+constexpr char kModule[] = "q7";
+
+// Swallows a line that the operator typed ahead, or waits up to one second.
+void flush_console() {
+    ConsoleLine line{};
+    read_console_line(line, 1);
+}
+
+// Switches the network port under test to it and examines it; one that cannot be selected is a
+// fault, whose text is left to the caller.
+bool select_net_port(int control, NetPort port) {
+    if (platform::ioctl_value(control, ZEBIO_SELECT_NET_PORT, port) == 0) return true;
+    results.network = 1;
+    return false;
+}
+
+void examine_net_port() {
+    platform::sleep_ms(5000);
+    nic_test();
+}
+
+void test_network(int control) {
+    std::puts("现在测试电口网络");
+    if (select_net_port(control, kCopperPort)) {
+        examine_net_port();
+    } else {
+        std::puts("切换电口失败");
+    }
+    platform::sleep_ms(1000);
+    std::puts("现在测试光口网络");
+    if (select_net_port(control, kFibrePort)) {
+        examine_net_port();
+    } else {
+        std::puts("切换光口失败");
+    }
+    platform::ioctl_value(control, ZEBIO_SELECT_NET_PORT, kCopperPort);
+}
+
+void end_net_run() {
+    buzzer(3);
+    report(kModule, "测试结束\n");
+    report(kModule, "Q7TESTEND");
+    close_report_fifo();
+}
+
+void restore_factory_settings() {
+    std::puts("测试结束,系统将要重新启动,并恢复出厂设置");
+    if (platform::remove("/dav2/devCfg.bin") != 0) {
+        std::puts("remove /dav2/devCfg.bin ERROR");
+    }
+    if (platform::remove("/dav2/devCfg_backup.bin") != 0) {
+        std::puts("remove /dav2/devCfg_backup.bin ERROR");
+    }
+    watchdog_restart();
+}
+
+}  // namespace
+
+void full_sequence() {
+    const platform::Descriptor control = prepare_control_device();
+    settle_board();
+    int step = 0;
+
+    if (!console_mode()) {
+        report(kModule, "第%d步:蜂鸣器测试", ++step);
+        buzzer(3);
+        report(kModule, "\n");
+    }
+
+    report(kModule, "第%d步:按键测试\n", ++step);
+    front_board_test_if_fitted();
+    report(kModule, "\n");
+
+    report(kModule, "第%d步:网络状态\n", ++step);
+    flush_console();
+    test_network(control.get());
+    report(kModule, "\n");
+
+    if (check_boot_parameters(control.get()) == 1) {
+        report(kModule, "第%d步:", ++step);
+        report(kModule, "报警量测试，请确认已经连接好报警测试装置\n");
+        flush_console();
+        alarm_io_test();
+        report(kModule, "\n");
+    }
+
+    report(kModule, "第%d步:开始测试RTC\n", ++step);
+    flush_console();
+    rtc_test();
+    report(kModule, "\n");
+
+    if (!console_mode()) buzzer(3);
+
+    report(kModule, "第%d步:\nUSB口测试\n", ++step);
+    usb_test();
+    if (results.usb_ports_found == g_iUsbNum) {
+        std::puts("3.0usb插3.0U盘测试成功,请在10s内将2.0U盘插入3.0usb进行测试");
+        usb_test();
+    }
+    report(kModule, "\n");
+
+    report(kModule, "第%d步:\nSATA硬盘测试\n", ++step);
+    sata_disk_test();
+    report(kModule, "\n");
+
+    if (g_rs485_step != 0) {
+        flush_console();
+        report(kModule, "第%d步:", ++step);
+        report(kModule, "485测试\n请确认已经正确连接好485测试装置\n");
+        rs485_test();
+        report(kModule, "\n");
+    }
+
+    flush_console();
+    report(kModule, "第%d步:CPLD信息\n", ++step);
+    board_info_test();
+    report(kModule, "\n");
+
+    std::uint8_t all_passed = 0;
+    result_summary(&all_passed);
+
+    if (!console_mode()) {
+        end_net_run();
+    } else if (all_passed == 0) {
+        std::puts("测试结束");
+    } else {
+        restore_factory_settings();
+    }
+}
