@@ -1,0 +1,73 @@
+// One platform call on its way through the simulated board: counted, matched with the faults of
+// the scenario, and recorded in the event log.
+#pragma once
+
+#include <cerrno>
+#include <cstdint>
+#include <string_view>
+
+#include "sim/board.h"
+#include "sim/world.h"
+
+namespace sim {
+
+// The clock lets one actor run at a time. ThreadSanitizer must not take that order for one that
+// the product has made, or it would find no race: it looks away while one of these lives.
+class HiddenFromThreadSanitizer {
+  public:
+    HiddenFromThreadSanitizer();
+    ~HiddenFromThreadSanitizer();
+    HiddenFromThreadSanitizer(const HiddenFromThreadSanitizer&) = delete;
+    HiddenFromThreadSanitizer& operator=(const HiddenFromThreadSanitizer&) = delete;
+};
+
+struct Fd {
+    int number;
+};
+constexpr std::string_view kNoPath;
+
+class Call {
+  public:
+    Call(const char* function, std::string_view path, std::int64_t argument);
+    Call(const char* function, Fd fd, std::int64_t argument = 0, std::uint32_t request = 0);
+
+    void sent(const void* bytes, std::size_t size);
+    void got(const void* bytes, std::size_t size);
+
+    // The size that a fault leaves of a read or write.
+    std::size_t shortened(std::size_t size) const;
+
+    // The open file of the call's descriptor; null when it is closed.
+    OpenFile* file() const { return file_; }
+
+    // Runs the body, which returns as a kernel does, unless a fault takes its place; turns its
+    // result into that of a system call: -1 and errno on failure, errno left alone on success.
+    template <class Body>
+    long run(Body body) {
+        const int fault = fails_with();
+        return finish(fault != 0 ? -fault : body());
+    }
+
+    void abandon() { event_ = nullptr; }  // in a forked process: the call is the parent's
+
+  private:
+    void begin();
+    int fails_with();  // errno of a fault; 0 = none
+    long finish(long result);
+
+    HiddenFromThreadSanitizer hidden_;
+    Event* event_ = nullptr;
+    OpenFile* file_ = nullptr;
+    const Fault* fault_ = nullptr;
+    int saved_errno_ = errno;
+};
+
+// Standard output of the product, as the calling process knows it.
+extern int console_stream;
+
+// Descriptors of the running process.
+OpenFile* open_file(int fd);
+long new_descriptor(int device_row, int index, std::string_view path);  // the lowest free one
+long close_descriptor(int fd);
+
+}  // namespace sim

@@ -1,0 +1,40 @@
+#include "sim/device.h"
+
+#include <iterator>
+
+#include "sim/devices.h"
+
+namespace sim {
+namespace {
+
+// A new device is a row here; the first rows are known by number.
+const Device* const kDevices[] = {
+    &console_device, &directory_device, &socket_device, &control_device, &fifo_device,
+    &file_device,    &serial_device,    &rtc_device,    &usb_device,     &disk_device,
+};
+
+}  // namespace
+
+const Device& device(int row) { return *kDevices[row]; }
+
+void start_devices() {
+    for (const Device* each : kDevices)
+        each->start();
+}
+
+std::vector<std::string> list_nodes() {
+    std::vector<std::string> names{".", ".."};
+    for (const Device* each : kDevices)
+        each->list(names);
+    return names;
+}
+
+int find_device(std::string_view path, int* index) {
+    for (int row = 0; row < static_cast<int>(std::size(kDevices)); ++row) {
+        *index = kDevices[row]->find(path);
+        if (*index >= 0) return row;
+    }
+    return -1;
+}
+
+}  // namespace sim

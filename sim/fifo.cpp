@@ -1,0 +1,51 @@
+// The report FIFO, /var/q7.fifo, and its reader.
+//
+// The reader takes each record at once. From the record at which it stalls it takes none any
+// more: the pipe fills up to 65,536 bytes, then a write fails with EAGAIN. At the record at which
+// it leaves it closes its end: that write, and each after it, fails with EPIPE and SIGPIPE.
+#include <fcntl.h>
+#include <signal.h>
+
+#include "sim/board.h"
+#include "sim/devices.h"
+
+namespace sim {
+namespace {
+
+constexpr std::uint32_t kPipeCapacity = 65'536;
+
+bool reached(std::uint32_t record) { return record != 0 && world->fifo.records + 1 >= record; }
+
+class Fifo final : public Device {
+  public:
+    int find(std::string_view path) const override {
+        return scenario->fifo.fifo && path == "/var/q7.fifo" ? 0 : -1;
+    }
+
+    long open(int, int flags) const override {
+        if ((flags & O_ACCMODE) != O_WRONLY) return -EACCES;
+        return scenario->fifo.reader ? 0 : -ENXIO;
+    }
+
+    long write(OpenFile&, const void*, std::size_t size) const override {
+        ReportFifo& fifo = world->fifo;
+        if (reached(scenario->fifo.leaves_at)) {
+            ::raise(SIGPIPE);
+            return -EPIPE;
+        }
+        if (reached(scenario->fifo.stalls_at)) {
+            if (size > kPipeCapacity - scenario->fifo.unread - fifo.unread) return -EAGAIN;
+            fifo.unread += static_cast<std::uint32_t>(size);
+        }
+        ++fifo.records;
+        return static_cast<long>(size);
+    }
+};
+
+const Fifo fifo;
+
+}  // namespace
+
+const Device& fifo_device = fifo;
+
+}  // namespace sim

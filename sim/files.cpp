@@ -1,0 +1,69 @@
+// The regular files of the board: content from the scenario, read and removed by the product.
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+#include "sim/board.h"
+#include "sim/devices.h"
+
+namespace sim {
+namespace {
+
+const FileContent& content(int index) { return std::next(scenario->files.begin(), index)->second; }
+
+// Its bytes; one that somebody writes to while it is read changes its size.
+std::string bytes_of(int index) {
+    const FileContent& file = content(index);
+    std::string bytes = file.bytes;
+    const bool resized =
+        file.resized_at_read != 0 && world->tree[index].reads >= file.resized_at_read;
+    if (resized) bytes.resize(file.resized_to);
+    return bytes;
+}
+
+class Files final : public Device {
+  public:
+    void start() const override {
+        int index = 0;
+        for (const auto& [path, file] : scenario->files)
+            world->tree[index++].present = file.present;
+    }
+
+    int find(std::string_view path) const override {
+        int index = 0;
+        for (const auto& [name, file] : scenario->files) {
+            if (name == path) return world->tree[index].present ? index : -1;
+            ++index;
+        }
+        return -1;
+    }
+
+    long read(OpenFile& file, void* data, std::size_t size) const override {
+        ++world->tree[file.index].reads;
+        const std::string bytes = bytes_of(file.index);
+        const std::size_t offset = std::min(bytes.size(), static_cast<std::size_t>(file.offset));
+        const std::size_t count = std::min(size, bytes.size() - offset);
+        std::memcpy(data, bytes.data() + offset, count);
+        file.offset += static_cast<std::int64_t>(count);
+        return static_cast<long>(count);
+    }
+
+    std::int64_t size(int index) const override {
+        return static_cast<std::int64_t>(bytes_of(index).size());
+    }
+};
+
+const Files files;
+
+}  // namespace
+
+const Device& file_device = files;
+
+long remove_file(const char* path) {
+    const int index = files.find(path);
+    if (index < 0) return -ENOENT;
+    world->tree[index].present = false;
+    return 0;
+}
+
+}  // namespace sim

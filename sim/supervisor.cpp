@@ -1,0 +1,261 @@
+#include "sim/supervisor.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/eventfd.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <ctime>
+#include <system_error>
+
+#include "platform/platform.h"
+#include "sim/call.h"
+#include "sim/clock.h"
+#include "sim/device.h"
+
+#ifdef Q7_COVERAGE
+extern "C" void __gcov_dump();
+extern "C" void __gcov_reset();
+#endif
+
+namespace sim {
+namespace {
+
+using RealClock = std::chrono::steady_clock;
+
+std::function<void()> at_exit_of_main;
+
+[[noreturn]] void fail(const char* what) {
+    throw std::system_error(errno, std::generic_category(), what);
+}
+
+class RealFile {  // owns a descriptor of the host
+  public:
+    explicit RealFile(int fd) : fd_(fd) {}
+    RealFile(int fd, const char* what) : fd_(fd) {
+        if (fd < 0) fail(what);
+    }
+    RealFile(RealFile&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    ~RealFile() {
+        if (fd_ >= 0) ::close(fd_);
+    }
+    int get() const { return fd_; }
+
+  private:
+    int fd_;
+};
+
+std::string content_of(const RealFile& file) {
+    std::string text(static_cast<std::size_t>(::lseek(file.get(), 0, SEEK_END)), '\0');
+    const ssize_t count = ::pread(file.get(), text.data(), text.size(), 0);
+    if (count != static_cast<ssize_t>(text.size())) fail("pread");
+    return text;
+}
+
+World* new_world() {
+    void* mapping = ::mmap(nullptr, sizeof(World), PROT_READ | PROT_WRITE,
+                           MAP_SHARED | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (mapping == MAP_FAILED) fail("mmap");
+    World* made = static_cast<World*>(mapping);
+    made->supervisor = ::getpid();
+    made->typed_interrupt = kNever;
+    made->processes_used = 1;
+    Process& process = made->processes[0];
+    process.alive = true;
+    std::fill(std::begin(process.files), std::end(process.files), static_cast<std::int16_t>(-1));
+    return made;
+}
+
+// One run, from the fork to the death of the last process.
+class Run {
+  public:
+    Run(const Board& description, const Program& program, const Live& live)
+        : live_(live),
+          console_(::memfd_create("console", 0), "memfd_create"),
+          errors_(::memfd_create("errors", 0), "memfd_create"),
+          wake_(::eventfd(0, EFD_NONBLOCK), "eventfd") {
+        outcome_.world.reset(new_world());
+        world = outcome_.world.get();
+        scenario = &description;
+        self = -1;
+        console_stream = console_.get();
+        world->wake_supervisor = wake_.get();
+        world->paced = live.pace > 0;
+        start_devices();
+        add_actor(0, "main", 0);
+        world->running = 0;
+        ::prctl(PR_SET_CHILD_SUBREAPER, 1);
+        const pid_t pid = ::fork();
+        if (pid < 0) fail("fork");
+        if (pid == 0) become_product(program);
+        ::setpgid(pid, pid);
+        world->processes[0].pid = pid;
+    }
+
+    Outcome finish() {
+        watch_new_processes();
+        while (!all_dead() && !world->stopped)
+            attend();
+        ::kill(-watched_.front().pid, SIGKILL);
+        for (const Watched& process : watched_)
+            collect(process);
+        outcome_.stopped = world->stopped && !(world->restarted && exited_);
+        if (outcome_.stopped) outcome_.reason = world->stop_reason;
+        if (live_.show) live_.show(console_.get(), errors_.get());
+        outcome_.console = content_of(console_);
+        outcome_.errors = content_of(errors_);
+        return std::move(outcome_);
+    }
+
+  private:
+    struct Watched {
+        pid_t pid;
+        RealFile handle;
+        bool dead;
+    };
+
+    [[noreturn]] void become_product(const Program& program) {
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        ::setpgid(0, 0);  // Ctrl-C at the host's terminal is not for the product
+        ::dup2(console_.get(), STDOUT_FILENO);
+        ::dup2(errors_.get(), STDERR_FILENO);
+        console_stream = STDOUT_FILENO;
+        for (const int number : {SIGINT, SIGPIPE, SIGCHLD})
+            ::signal(number, SIG_DFL);
+        ::setenv("TZ", scenario->time_zone.c_str(), 1);
+        ::tzset();
+        at_exit_of_main = program.at_exit;
+        self = 0;
+        platform::exit(program.run());
+    }
+
+    void watch_new_processes() {
+        for (auto i = watched_.size(); i < world->processes_used; ++i) {
+            const pid_t pid = world->processes[i].pid;
+            if (pid == 0) return;  // not forked yet
+            const int handle = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+            if (handle < 0 && errno != ESRCH) fail("pidfd_open");
+            // None left: it has ended in good order, and its parent has collected it already.
+            watched_.push_back({pid, RealFile(handle), handle < 0});
+        }
+    }
+
+    bool all_dead() const {
+        return std::all_of(watched_.begin(), watched_.end(),
+                           [](const Watched& process) { return process.dead; });
+    }
+
+    // A process that died without saying so cannot pass its turn on.
+    void bury(std::size_t place) {
+        watched_[place].dead = true;
+        if (!world->processes[place].alive) {
+            if (place == 0) exited_ = true;
+            return;
+        }
+        const bool held_turn =
+            world->running >= 0 && world->actors[world->running].process == place;
+        end_process(static_cast<int>(place));
+        if (held_turn) pass_turn();
+    }
+
+    void collect(const Watched& process) {
+        int status = 0;
+        if (::waitpid(process.pid, &status, 0) != process.pid) return;  // its parent did
+        if (process.pid != watched_.front().pid) return;
+        if (WIFEXITED(status)) outcome_.status = WEXITSTATUS(status);
+        if (WIFSIGNALED(status)) outcome_.signal = WTERMSIG(status);
+    }
+
+    // Virtual time as the person in front of a paced run sees it pass.
+    Microseconds present() const {
+        const std::chrono::duration<double> passed = RealClock::now() - start_;
+        return from_seconds(passed.count() * live_.pace);
+    }
+
+    // Takes the steps that are due in a paced run; returns how long to wait for the next.
+    int step_in_pace() {
+        while (world->paced && world->running < 0 && !world->stopped && anyone_alive()) {
+            const Step step = next_step();
+            if (step.at == kNever) return -1;
+            const Microseconds ahead = step.at - present();
+            if (ahead > 0) {
+                const double wait_ms = static_cast<double>(ahead) / 1000 / live_.pace;
+                return static_cast<int>(std::min(wait_ms, 1e6)) + 1;
+            }
+            take_step(step);
+            if (live_.show) live_.show(console_.get(), errors_.get());
+        }
+        return -1;
+    }
+
+    void attend() {
+        const int timeout_ms = step_in_pace();
+        std::vector<pollfd> files{{wake_.get(), POLLIN, 0}};
+        for (const Watched& process : watched_) {
+            files.push_back({process.dead ? -1 : process.handle.get(), POLLIN, 0});
+        }
+        for (const auto& [fd, typed] : live_.inputs)
+            files.push_back({fd, POLLIN, 0});
+        if (::poll(files.data(), files.size(), timeout_ms) < 0 && errno != EINTR) fail("poll");
+
+        std::uint64_t wakes = 0;
+        if (::read(wake_.get(), &wakes, sizeof wakes) < 0 && errno != EAGAIN) fail("read");
+        const std::size_t processes = watched_.size();
+        for (std::size_t i = 0; i < processes; ++i) {
+            if (files[1 + i].revents != 0) bury(i);
+        }
+        watch_new_processes();
+        for (std::size_t i = 0; i < live_.inputs.size(); ++i) {
+            if (files[1 + processes + i].revents == 0 || world->running >= 0) continue;
+            world->now = std::clamp(present(), world->now, std::max(world->now, next_step().at));
+            if (!live_.inputs[i].second()) live_.inputs[i].first = -1;
+        }
+    }
+
+    Live live_;
+    Outcome outcome_;
+    RealFile console_, errors_, wake_;
+    std::vector<Watched> watched_;
+    bool exited_ = false;  // the main process, by itself
+    RealClock::time_point start_ = RealClock::now();
+};
+
+}  // namespace
+
+void Outcome::Unmap::operator()(World* mapping) const { ::munmap(mapping, sizeof(World)); }
+
+Outcome simulate(const Board& description, const Program& program, const Live& live) {
+    return Run(description, program, live).finish();
+}
+
+// The coverage build counts what a process has run, and would lose it with the process.
+void save_coverage() {
+#ifdef Q7_COVERAGE
+    __gcov_dump();
+    __gcov_reset();
+#endif
+}
+
+void leave_process(int status) {
+    const int process = world->actors[self].process;
+    if (process == 0 && at_exit_of_main) at_exit_of_main();
+    save_coverage();
+    end_process(process);
+    pass_turn();
+    ::_exit(status);
+}
+
+void wake_supervisor() {
+    const std::uint64_t one = 1;
+    if (::write(world->wake_supervisor, &one, sizeof one) < 0) ::_exit(127);
+}
+
+}  // namespace sim
