@@ -1,0 +1,89 @@
+// Runs the product, or a piece of it, in a process of its own on a board of its own, and collects
+// everything that came of it.
+#pragma once
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <functional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "driver/results.h"
+#include "sim/board.h"
+#include "sim/supervisor.h"
+
+namespace checks {
+
+using sim::Board;
+using testing::Contains;
+using testing::DoubleNear;
+using testing::ElementsAre;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+struct Capability {
+    std::uint32_t front_panel, usb, channels, alarm_out, alarm_in;
+    int sata, esata, minisas, new_rule;
+    bool operator==(const Capability&) const = default;
+};
+
+struct Outcome {
+    int status = -1, signal = 0;
+    std::string console, errors;       // UTF-8
+    std::vector<std::string> records;  // texts of the report records, UTF-8
+    std::string record_bytes;
+    Results results{};  // of the main process at its exit
+    std::uint32_t rs485_verdict = 0;
+    Capability capability{};
+    std::string stopped;  // why the run was stopped; empty = it was not
+    double end_s = 0;
+    std::unique_ptr<sim::World, sim::Outcome::Unmap> world;
+
+    // The console behind what the preparation prints.
+    std::string said() const;
+    // The calls on a path, a line each: "0.100 ioctl 0x20(7) = 0"; "" = on none, "*" = on any.
+    std::string calls(std::string_view path) const;
+    // How often a function was called; on one path, if one is named.
+    int count(std::string_view function, std::string_view path = {}) const;
+    // The instants, in seconds, of a device's changes to this state: "line", "4=0".
+    std::vector<double> changes(std::string_view device, std::string_view state) const;
+    bool nothing_is_mounted() const;
+};
+
+// The healthy board with what differs, written as in a scenario: healthy("rtc.rate = 0").
+Board healthy(const std::string& changes = "");
+Board bare_board();  // a control device without a description, nothing else
+
+// q7 with these words for arguments, on that board.
+Outcome run(const std::string& words, const std::string& changes = "");
+Outcome run(const Board& board, const std::string& words);
+
+// The same with any arguments. `preset` runs in the new process, before q7: it may fill the result
+// slots, and the capability table of a board without a description.
+Outcome run_with(const Board& board, const std::vector<std::string>& arguments,
+                 const std::function<void()>& preset = {});
+
+// A piece of the product, with standard output as q7 sets it up.
+Outcome run_piece(const Board& board, const std::function<void()>& piece);
+
+sim::Fault failing(std::string call, std::string path = {}, std::uint32_t nth = 1);
+sim::Fault failing_request(std::uint32_t request, std::uint32_t nth = 1);
+
+// What stands between backquotes behind "- " in the sections of docs/assurance.md whose heading
+// contains this.
+std::set<std::string> documented(const std::string& heading);
+
+// True where the checks were asked for their long form (Q7_FULL in the environment).
+bool full_form();
+
+constexpr char kStartLine[] =
+    "g_bSupFrontPanel[1],g_iUsbNum[4],g_iCordNo[4],g_iAlarmOutNum[4],g_iAlarmInNum[16],"
+    "g_sata_port_num[5],g_cESataNum[1],g_cMiniSASNum[0],g_cSataNewRule[1]\n";
+
+}  // namespace checks
