@@ -1,0 +1,45 @@
+# Sourced by the tools: makes sure that what they need is installed.
+
+has_command() { command -v "$1" >/dev/null; }
+has_header() { echo "#include <$1>" | g++ -x c++ -std=c++20 -fsyntax-only - 2>/dev/null; }
+
+# The Debian package, and how to tell that it is there.
+is_installed() {
+    case $1 in
+    g++) has_command g++ ;;
+    cmake) has_command cmake ;;
+    ninja-build) has_command ninja ;;
+    clang-format) has_command clang-format ;;
+    libtomlplusplus-dev) has_header toml++/toml.h ;;
+    libcli11-dev) has_header CLI/CLI.hpp ;;
+    nlohmann-json3-dev) has_header nlohmann/json.hpp ;;
+    libgmock-dev) has_header gmock/gmock.h ;;
+    *) echo "setup: unknown package $1" >&2; exit 1 ;;
+    esac
+}
+
+simulator_packages="g++ cmake ninja-build libtomlplusplus-dev libcli11-dev nlohmann-json3-dev"
+
+# need PACKAGE...: installs what is missing on Debian and Ubuntu, as root or through sudo.
+need() {
+    local package missing=() as_root=()
+    for package; do
+        is_installed "$package" || missing+=("$package")
+    done
+    [ ${#missing[@]} -eq 0 ] && return
+    if ! has_command apt-get; then
+        echo "Missing: ${missing[*]} (names of Debian packages). Please install them." >&2
+        exit 1
+    fi
+    if [ "$(id -u)" -ne 0 ]; then
+        if ! has_command sudo; then
+            echo "Missing: ${missing[*]}. Please install them as root: apt-get install ${missing[*]}" >&2
+            exit 1
+        fi
+        as_root=(sudo)
+    fi
+    echo "Installing ${missing[*]}" >&2
+    "${as_root[@]}" apt-get update -qq >&2
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
+        apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
+}
