@@ -17,10 +17,10 @@
 
 #include "driver/q7.h"
 #include "sim/clock.h"
-#include "sim/devices.h"
+#include "sim/keyboard.h"
 #include "sim/scenario.h"
+#include "sim/screen.h"
 #include "sim/supervisor.h"
-#include "sim/text.h"
 #include "sim/trace.h"
 
 namespace {
@@ -91,111 +91,10 @@ Options parse_options(int argc, char** argv) {
     return options;
 }
 
-void write_all(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t count = ::write(fd, bytes.data(), bytes.size());
-        if (count < 0 && errno == EINTR) continue;
-        if (count < 0) return;  // whoever read this has gone
-        bytes.remove_prefix(static_cast<std::size_t>(count));
-    }
-}
-
 std::ofstream open_output(const std::string& path) {
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     if (!file) refuse(path + ": cannot be written: " + std::strerror(errno));
     return file;
-}
-
-// Shows a run as it goes: console on standard output, errors and records on standard error, in
-// the order in which they came.
-class Screen {
-  public:
-    explicit Screen(const Options& options) {
-        if (options.fifo) records_ = open_output(*options.fifo);
-        if (!options.gbk) decoders_.emplace();
-    }
-
-    void show(int console, int errors) {
-        for (; next_event_ < sim::world->events_used; ++next_event_) {
-            const sim::Event& event = sim::world->events[next_event_];
-            if (!is_record(event)) continue;
-            if (event.ended < 0) break;
-            if (event.result >= 0) {
-                print(console, event.printed);
-                show_record(sim::world->sent(event));
-            }
-        }
-        print(console, SIZE_MAX);
-        std::string text = read_from(errors, errors_shown_, SIZE_MAX);
-        write_all(STDERR_FILENO, decoders_ ? decoders_->errors.decode(text) : text);
-    }
-
-    void finish() {
-        if (!decoders_) return;
-        write_all(STDOUT_FILENO, decoders_->console.finish());
-        write_all(STDERR_FILENO, decoders_->errors.finish());
-    }
-
-  private:
-    struct Decoders {
-        sim::GbkDecoder console, errors;
-    };
-
-    static bool is_record(const sim::Event& event) {
-        return std::strcmp(event.function, "write") == 0
-               && sim::world->path_of(event) == "/var/q7.fifo";
-    }
-
-    static std::string read_from(int fd, std::size_t& position, std::size_t limit) {
-        std::string text;
-        char buffer[4096];
-        while (position < limit) {
-            const ssize_t count = ::pread(fd, buffer, std::min(sizeof buffer, limit - position),
-                                          static_cast<off_t>(position));
-            if (count <= 0) break;
-            text.append(buffer, static_cast<std::size_t>(count));
-            position += static_cast<std::size_t>(count);
-        }
-        return text;
-    }
-
-    void print(int console, std::size_t limit) {
-        const std::string text = read_from(console, console_shown_, limit);
-        write_all(STDOUT_FILENO, decoders_ ? decoders_->console.decode(text) : text);
-    }
-
-    void show_record(std::string_view record) {
-        if (records_.is_open()) {
-            records_ << record << std::flush;
-            return;
-        }
-        const std::string_view bytes = record.substr(8);
-        std::string text = decoders_ ? sim::gbk_to_utf8(bytes) : std::string(bytes);
-        for (std::size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at += 2) {
-            text.replace(at, 1, "\\n");
-        }
-        write_all(STDERR_FILENO, "[record] " + text + "\n");
-    }
-
-    std::ofstream records_;
-    std::optional<Decoders> decoders_;
-    std::size_t next_event_ = 0, console_shown_ = 0, errors_shown_ = 0;
-};
-
-bool take_typed_lines() {
-    static std::string partial;
-    char buffer[4096];
-    const ssize_t count = ::read(STDIN_FILENO, buffer, sizeof buffer);
-    if (count <= 0) {
-        sim::type_line("");
-        return false;
-    }
-    partial.append(buffer, static_cast<std::size_t>(count));
-    for (std::size_t end; (end = partial.find('\n')) != std::string::npos;) {
-        sim::type_line(std::string_view(partial).substr(0, end + 1));
-        partial.erase(0, end + 1);
-    }
-    return true;
 }
 
 // Ctrl-C as a descriptor, so that it becomes the operator's interrupt.
@@ -207,12 +106,12 @@ int interrupts_as_descriptor() {
     return ::signalfd(-1, &interrupt, SFD_CLOEXEC);
 }
 
-sim::Live live(const Options& options, Screen& screen) {
+sim::Live live(const Options& options, sim::Screen& screen, sim::Keyboard& keyboard) {
     sim::Live live;
     live.pace = options.pace;
     live.show = [&](int console, int errors) { screen.show(console, errors); };
     if (options.pace == 0) return live;
-    live.inputs.emplace_back(STDIN_FILENO, take_typed_lines);
+    live.inputs.emplace_back(STDIN_FILENO, [&] { return keyboard.take_input(); });
     const int interrupts = interrupts_as_descriptor();
     live.inputs.emplace_back(interrupts, [interrupts] {
         signalfd_siginfo info;
@@ -274,9 +173,15 @@ int main(int argc, char** argv) {
         const sim::Board board = sim::load_board(options.board);
         std::ofstream trace;
         if (options.trace) trace = open_output(*options.trace);
-        Screen screen(options);
-        const sim::Outcome outcome =
-            sim::simulate(board, {[&] { return run_q7(options); }}, live(options, screen));
+        std::ofstream records;
+        if (options.fifo) records = open_output(*options.fifo);
+        sim::Screen screen(records, options.gbk ? sim::Texts::gbk : sim::Texts::utf8,
+                           options.pace > 0);
+        const sim::Outcome outcome = [&] {
+            sim::Keyboard keyboard(options.pace > 0);
+            return sim::simulate(board, {[&] { return run_q7(options); }},
+                                 live(options, screen, keyboard));
+        }();
         screen.finish();
         for (const sim::Event& event : outcome.world->log()) {
             if (trace.is_open()) trace << sim::to_json(*outcome.world, event) << '\n';

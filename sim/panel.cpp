@@ -72,12 +72,26 @@ void panel_start() {
     if (!scenario->panel.connected) return;
     for (const PanelFrame& frame : scenario->panel.frames) {
         Microseconds at = from_seconds(frame.at) + kByteTime;
+        const auto group = static_cast<std::uint32_t>(frame.bytes.size());
         for (const char byte : frame.bytes) {
-            const auto group = static_cast<std::uint32_t>(frame.bytes.size());
             arrive(kPanelLine, static_cast<std::uint8_t>(byte), at, frame.whole ? group : kTrigger);
             at += kByteTime;
         }
     }
+}
+
+void press_key(const std::string& key) {
+    auto& queue = world->lines[kPanelLine].arriving;
+    const std::string frame = key_frame(key, true);
+    const auto size = static_cast<std::uint32_t>(frame.size());
+    if (!scenario->panel.connected || queue.tail + size > std::size(queue.items)) return;
+    ArrivingByte* const end = queue.items + queue.tail;
+    ArrivingByte* place = std::find_if(queue.items + queue.head, end,
+                                       [](const auto& byte) { return byte.readable > world->now; });
+    std::move_backward(place, end, end + size);
+    for (const char byte : frame)
+        *place++ = {world->now + (size + 4) * kByteTime, static_cast<std::uint8_t>(byte)};
+    queue.tail += size;
 }
 
 void panel_receives(std::string_view bytes) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "sim/world.h"
@@ -24,6 +25,8 @@ bool is_set_up(int line);
 
 // The other ends: they get what the product has sent; its first byte is complete at this time.
 void panel_start();
+// A key of the panel, by its name, at the present instant: before the frames still to come.
+void press_key(const std::string& key);
 void panel_receives(std::string_view bytes);
 void fixture_receives(std::string_view bytes, Microseconds at);
 

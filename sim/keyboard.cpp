@@ -1,0 +1,77 @@
+#include "sim/keyboard.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <utility>
+
+#include "sim/devices.h"
+#include "sim/serial.h"
+
+namespace sim {
+namespace {
+
+constexpr char kEndOfInput = 4;  // Ctrl-D
+
+// The longer ones first: an arrow key begins as the Escape key does.
+constexpr std::pair<std::string_view, const char*> kPanelKeys[] = {
+    {"\x1B[A", "UP"}, {"\x1B[B", "DOWN"}, {"\x1B[C", "RIGHT"}, {"\x1B[D", "LEFT"},
+    {"\x1BOA", "UP"}, {"\x1BOB", "DOWN"}, {"\x1BOC", "RIGHT"}, {"\x1BOD", "LEFT"},
+    {"\x1B", "ESC"},  {"x", "ESC"},       {"e", "ENTER"},      {"u", "UP"},
+    {"d", "DOWN"},    {"l", "LEFT"},      {"r", "RIGHT"},      {"a", "A"},
+    {"#", "#"},
+};
+
+}  // namespace
+
+const char kKeyboardHelp[] =
+    "keys: e ENTER, x or Esc ESC, u d l r or arrows, a A, # on the panel; Enter answers the "
+    "console; Ctrl-C interrupts";
+
+Keyboard::Keyboard(bool used) : is_terminal_(used && ::tcgetattr(STDIN_FILENO, &before_) == 0) {
+    if (!is_terminal_) return;
+    termios by_key = before_;
+    by_key.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+    ::tcsetattr(STDIN_FILENO, TCSANOW, &by_key);
+    std::fprintf(stderr, "q7-sim: %s\n", kKeyboardHelp);
+}
+
+Keyboard::~Keyboard() {
+    if (is_terminal_) ::tcsetattr(STDIN_FILENO, TCSANOW, &before_);
+}
+
+bool Keyboard::take_input() {
+    char buffer[4096];
+    const ssize_t count = ::read(STDIN_FILENO, buffer, sizeof buffer);
+    if (count <= 0 || (is_terminal_ && buffer[0] == kEndOfInput)) {
+        type_line("");
+        return false;
+    }
+    const std::string_view typed(buffer, static_cast<std::size_t>(count));
+    if (is_terminal_) {
+        take_keys(typed);
+        return true;
+    }
+    line_ += typed;
+    for (std::size_t end; (end = line_.find('\n')) != std::string::npos;) {
+        type_line(std::string_view(line_).substr(0, end + 1));
+        line_.erase(0, end + 1);
+    }
+    return true;
+}
+
+void Keyboard::take_keys(std::string_view keys) {
+    while (!keys.empty()) {
+        std::size_t used = 1;
+        if (keys.front() == '\n') type_line("\n");
+        for (const auto& [typed, key] : kPanelKeys) {
+            if (!keys.starts_with(typed)) continue;
+            press_key(key);
+            used = typed.size();
+            break;
+        }
+        keys.remove_prefix(used);
+    }
+}
+
+}  // namespace sim

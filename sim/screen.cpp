@@ -1,0 +1,97 @@
+#include "sim/screen.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <fstream>
+
+namespace sim {
+namespace {
+
+void write_all(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t count = ::write(fd, bytes.data(), bytes.size());
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) return;  // whoever read this has gone
+        bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+}
+
+std::string read_from(int fd, std::size_t& position, std::size_t limit) {
+    std::string text;
+    char buffer[4096];
+    while (position < limit) {
+        const ssize_t count = ::pread(fd, buffer, std::min(sizeof buffer, limit - position),
+                                      static_cast<off_t>(position));
+        if (count <= 0) break;
+        text.append(buffer, static_cast<std::size_t>(count));
+        position += static_cast<std::size_t>(count);
+    }
+    return text;
+}
+
+bool is_record(const Event& event) {
+    return std::string_view(event.function) == "write" && world->path_of(event) == "/var/q7.fifo";
+}
+
+// What a person beside the board would see or hear of a change; empty = nothing.
+std::string telling(const Event& event) {
+    const std::string_view device = event.function, state = world->sent(event);
+    if (event.actor >= 0) return "";
+    if (device == "panel" && state.starts_with("record")) {
+        return "[LEDs] " + std::string(state) + "\n";
+    }
+    if (device == "line" && state == "4=0") return "[buzzer] on\n";
+    if (device == "line" && state == "4=1") return "[buzzer] off\n";
+    return "";
+}
+
+}  // namespace
+
+Screen::Screen(std::ofstream& records, Texts texts, bool tells_devices)
+    : records_(records), tells_devices_(tells_devices) {
+    if (texts == Texts::utf8) decoders_.emplace();
+}
+
+void Screen::show(int console, int errors) {
+    for (; next_event_ < world->events_used; ++next_event_) {
+        const Event& event = world->events[next_event_];
+        const std::string told = tells_devices_ ? telling(event) : "";
+        if (told.empty() && !is_record(event)) continue;
+        if (event.ended < 0) break;
+        print(console, event.printed);
+        write_all(STDERR_FILENO, told);
+        if (told.empty() && event.result >= 0) show_record(world->sent(event));
+    }
+    print(console, SIZE_MAX);
+    const std::string text = read_from(errors, errors_shown_, SIZE_MAX);
+    write_all(STDERR_FILENO, decoders_ ? decoders_->errors.decode(text) : text);
+}
+
+void Screen::finish() {
+    if (!decoders_) return;
+    write_all(STDOUT_FILENO, decoders_->console.finish());
+    write_all(STDERR_FILENO, decoders_->errors.finish());
+}
+
+void Screen::print(int console, std::size_t limit) {
+    const std::string text = read_from(console, console_shown_, limit);
+    write_all(STDOUT_FILENO, decoders_ ? decoders_->console.decode(text) : text);
+}
+
+void Screen::show_record(std::string_view record) {
+    if (records_.is_open()) {
+        records_ << record << std::flush;
+        return;
+    }
+    const std::string_view bytes = record.substr(8);
+    std::string text = decoders_ ? gbk_to_utf8(bytes) : std::string(bytes);
+    for (std::size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at += 2) {
+        text.replace(at, 1, "\\n");
+    }
+    write_all(STDERR_FILENO, "[record] " + text + "\n");
+}
+
+}  // namespace sim
