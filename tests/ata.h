@@ -11,8 +11,8 @@ using IdentifyBlock = std::array<std::uint8_t, 512>;
 constexpr std::uint64_t kNoSize = ~std::uint64_t{0};
 
 // Reads the disk's IDENTIFY block, its text fields put into reading order. Returns 0, or -1 when
-// the path is null, the node cannot be opened or the disk does not answer: then the block keeps
-// what the caller put there, but for the order of its text fields.
+// the path is null, the node cannot be opened or the disk does not answer. Then the block keeps
+// what the caller put there; only of a disk that does not answer the text fields are put in order.
 int ata_identify(const char* path, IdentifyBlock& block);
 
 // The running kernel as major * 65536 + minor * 256 + patch level; 0 when its release does not

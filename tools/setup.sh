@@ -9,7 +9,10 @@ is_installed() {
     g++) has_command g++ ;;
     cmake) has_command cmake ;;
     ninja-build) has_command ninja ;;
-    clang-format) has_command clang-format ;;
+    clang-format | clang-tidy | gcovr | python3) has_command "$1" ;;
+    g++-arm-linux-gnueabihf) has_command arm-linux-gnueabihf-g++ ;;
+    qemu-user-static) has_command qemu-arm-static ;;
+    libbenchmark-dev) has_header benchmark/benchmark.h ;;
     libtomlplusplus-dev) has_header toml++/toml.h ;;
     libcli11-dev) has_header CLI/CLI.hpp ;;
     nlohmann-json3-dev) has_header nlohmann/json.hpp ;;

@@ -1,0 +1,197 @@
+// Measures what q7 promises of itself, and prints each figure beside its limit. Arguments: the
+// static q7, the trivial process, q7-sim, and the q7 of the ARM build; "-" = not built.
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "bench/played_board.h"
+#include "pmp/bridge.h"
+#include "pmp/pmpupdate.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::string static_q7, trivial, simulator, arm_q7;
+
+void bare_ioctl(benchmark::State& state) {
+    const int disk = open_played_disk();
+    int unread = 0;
+    for ([[maybe_unused]] auto _ : state)
+        benchmark::DoNotOptimize(::ioctl(disk, FIONREAD, &unread));
+}
+
+void bridge_request(benchmark::State& state) {
+    g_bridge.disk = open_played_disk();
+    for ([[maybe_unused]] auto _ : state)
+        benchmark::DoNotOptimize(spiREAD(16));
+}
+
+// With what it prints, into /dev/null.
+void upload(benchmark::State& state) {
+    const PlayedBoard before = played;
+    for ([[maybe_unused]] auto _ : state) {
+        clear_played_flash();
+        platform::Descriptor disk(open_played_disk());
+        if (pmpupdate(disk) != 0 || g_pmp_updated != 1) state.SkipWithError("no upload");
+    }
+    const auto runs = static_cast<double>(state.iterations());
+    state.counters["requests"] = static_cast<double>(played.requests - before.requests) / runs;
+    state.counters["allocations"] =
+        static_cast<double>(played.allocations - before.allocations) / runs;
+}
+
+pid_t start(const std::vector<std::string>& words, int output) {
+    std::vector<char*> pointers;
+    for (const std::string& word : words)
+        pointers.push_back(const_cast<char*>(word.c_str()));
+    pointers.push_back(nullptr);
+    const pid_t child = ::fork();
+    if (child != 0) return child;
+    ::dup2(output, STDOUT_FILENO);
+    ::dup2(::open("/dev/null", O_WRONLY), STDERR_FILENO);
+    ::execv(pointers[0], pointers.data());
+    ::_exit(127);
+}
+
+// Seconds until the first byte of its output, and until it has ended.
+struct Times {
+    double first_byte, end;
+};
+
+Times time_of(const std::vector<std::string>& words) {
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC) != 0) std::abort();
+    const auto begin = Clock::now();
+    const auto passed = [&] { return std::chrono::duration<double>(Clock::now() - begin).count(); };
+    const pid_t child = start(words, ends[1]);
+    ::close(ends[1]);
+    Times times{};
+    char buffer[65536];
+    ssize_t count = 0;
+    while ((count = ::read(ends[0], buffer, sizeof buffer)) > 0) {
+        if (times.first_byte == 0) times.first_byte = passed();
+    }
+    ::waitpid(child, nullptr, 0);
+    ::close(ends[0]);
+    times.end = passed();
+    return times;
+}
+
+void first_byte(benchmark::State& state, const std::vector<std::string>& words) {
+    for ([[maybe_unused]] auto _ : state)
+        state.SetIterationTime(time_of(words).first_byte);
+}
+
+void whole_run(benchmark::State& state, const std::vector<std::string>& words) {
+    for ([[maybe_unused]] auto _ : state)
+        state.SetIterationTime(time_of(words).end);
+}
+
+// KiB, of a run without a board.
+double peak_memory() {
+    FILE* report = ::popen((trivial + " " + static_q7 + " -h").c_str(), "r");
+    double size = -1;
+    if (report == nullptr || std::fscanf(report, "%lf", &size) != 1) std::abort();
+    ::pclose(report);
+    return size;
+}
+
+// Keeps the least figures, which other work on the machine disturbs least, by name.
+class Least final : public benchmark::BenchmarkReporter {
+  public:
+    bool ReportContext(const Context&) override { return true; }
+    void ReportRuns(const std::vector<Run>& runs) override {
+        for (const Run& run : runs) {
+            if (run.error_occurred) {
+                std::fprintf(stderr, "q7-bench: %s: %s\n", run.run_name.function_name.c_str(),
+                             run.error_message.c_str());
+                std::exit(1);
+            }
+            if (run.aggregate_name != "min") continue;
+            const std::string& name = run.run_name.function_name;
+            cpu[name] = run.cpu_accumulated_time;
+            real[name] = run.real_accumulated_time;
+            for (const auto& [counter, value] : run.counters)
+                counters[counter] = value.value;
+        }
+    }
+    std::map<std::string, double> cpu, real, counters;  // seconds an iteration
+};
+
+bool kept = true;
+
+void print(const char* what, double value, double limit, const char* unit) {
+    std::printf("%-58s %10.3f %10.3f  %-4s %s\n", what, value, limit, unit,
+                value <= limit ? "kept" : "BROKEN");
+    kept = kept && value <= limit;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 5) {
+        std::fprintf(stderr, "q7-bench: run it with tools/bench\n");
+        return 2;
+    }
+    static_q7 = argv[1], trivial = argv[2], simulator = argv[3], arm_q7 = argv[4];
+    using benchmark::RegisterBenchmark;
+    const auto repeat = [](benchmark::internal::Benchmark* each) {
+        return each->ReportAggregatesOnly()->ComputeStatistics("min", [](const auto& figures) {
+            return *std::min_element(figures.begin(), figures.end());
+        });
+    };
+    repeat(RegisterBenchmark("bare", bare_ioctl))->Repetitions(9);
+    repeat(RegisterBenchmark("request", bridge_request))->Repetitions(9);
+    repeat(RegisterBenchmark("upload", upload))->Repetitions(3);
+    const auto runs = [&](const char* name, auto how, const std::vector<std::string>& words) {
+        repeat(RegisterBenchmark(name, how, words))
+            ->UseManualTime()
+            ->Iterations(1)
+            ->Repetitions(50);
+    };
+    runs("trivial", first_byte, {trivial});
+    runs("q7", first_byte, {static_q7, "-h"});
+    runs("console", whole_run, {simulator});
+    runs("net", whole_run, {simulator, "netQ7test"});
+
+    // The upload prints, as everything in q7 does; what is measured is not to be seen.
+    std::fflush(stdout);
+    const int screen = ::dup(STDOUT_FILENO);
+    ::dup2(::open("/dev/null", O_WRONLY), STDOUT_FILENO);
+    std::setvbuf(stdout, nullptr, _IONBF, 0);
+    Least least;
+    benchmark::RunSpecifiedBenchmarks(&least);
+    ::dup2(screen, STDOUT_FILENO);
+
+    auto &cpu = least.cpu, &real = least.real, &counters = least.counters;
+    const double words = kImageSize / 4;
+    std::printf("%-58s %10s %10s\n", "measure", "figure", "limit");
+    print("own CPU time of a bridge request (beyond a bare ioctl)",
+          1e6 * (cpu["request"] - cpu["bare"]), 1, "us");
+    print("the same, in bare ioctls", cpu["request"] / cpu["bare"] - 1, 5, "");
+    print("requests a programmed word of an upload", counters["requests"] / words, 3.01, "");
+    print("heap allocations of an upload", counters["allocations"], 2, "");
+    print("start to first byte, beyond the trivial process", 1e3 * (real["q7"] - real["trivial"]),
+          1, "ms");
+    print("peak memory, static", peak_memory() / 1000 * 1.024, 1.2, "MB");
+    print("real time of the console sequence on the simulated board", 1e3 * real["console"], 20,
+          "ms");
+    print("real time of the net-mode sequence", 1e3 * real["net"], 20, "ms");
+    if (arm_q7 != "-") {
+        print("size of the ARM build",
+              static_cast<double>(std::filesystem::file_size(arm_q7)) / 1e3, 550, "kB");
+    }
+    return kept ? 0 : 1;
+}
