@@ -26,8 +26,8 @@ class Keyboard {
   private:
     void take_keys(std::string_view keys);
 
+    termios before_{};  // the terminal's own mode
     bool is_terminal_;
-    termios before_{};
     std::string line_;  // that has come only by half
 };
 

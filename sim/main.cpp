@@ -55,7 +55,8 @@ Options parse_options(int argc, char** argv) {
     app.footer(
         "The first word that is none of these begins q7's own arguments; so does what\n"
         "follows --. Exit status: that of q7; 2 for bad arguments or a bad scenario, 120\n"
-        "for a run that had to be stopped.");
+        "for a run that had to be stopped.\nWith --pace at a terminal, "
+        + std::string(sim::kKeyboardHelp) + ".");
     app.prefix_command();
     app.set_help_flag("--help", "Show this text");
     app.set_version_flag("--version", "q7-sim " Q7_VERSION, "Show the version");
@@ -63,8 +64,8 @@ Options parse_options(int argc, char** argv) {
                    "Board to simulate: a scenario file, or a name that --list shows")
         ->type_name("FILE");
     app.add_option("--pace", options.pace,
-                   "Let virtual time pass N times as fast as real time; lines typed here reach "
-                   "q7, Ctrl-C is the operator's interrupt")
+                   "Let virtual time pass N times as fast as real time; what is typed reaches q7, "
+                   "Ctrl-C is the operator's interrupt")
         ->type_name("N")
         ->check(CLI::Range(1e-3, 1e6));
     app.add_option("--trace", options.trace, "Write the event log, one JSON object a line")
@@ -123,6 +124,12 @@ sim::Live live(const Options& options, sim::Screen& screen, sim::Keyboard& keybo
     return live;
 }
 
+// What could not be written is said, and the run's own end stays as it is.
+void close_output(std::ofstream& file, const std::string& path) {
+    file.close();
+    if (!file) std::cerr << "q7-sim: " << path << ": not all of it could be written\n";
+}
+
 int run_q7(const Options& options) {
     std::vector<char*> arguments{const_cast<char*>("q7")};
     for (const std::string& argument : options.q7_arguments) {
@@ -137,7 +144,9 @@ void save_flashes(const sim::Board& board, const sim::World& state) {
     for (const auto& [name, bridge] : board.bridges) {
         const auto& cells = state.bridges[place++].flash.cells;
         if (bridge.save.empty()) continue;
-        open_output(bridge.save).write(reinterpret_cast<const char*>(cells), sizeof cells);
+        std::ofstream file = open_output(bridge.save);
+        file.write(reinterpret_cast<const char*>(cells), sizeof cells);
+        close_output(file, bridge.save);
     }
 }
 
@@ -165,29 +174,33 @@ int end_like(const sim::Outcome& outcome) {
     return 128 + outcome.signal;
 }
 
+// The whole run, with everything written that was asked for.
+sim::Outcome simulate(const sim::Board& board, const Options& options) {
+    std::ofstream trace, records;
+    if (options.trace) trace = open_output(*options.trace);
+    if (options.fifo) records = open_output(*options.fifo);
+    const bool paced = options.pace > 0;
+    sim::Screen screen(records, options.gbk ? sim::Texts::gbk : sim::Texts::utf8, paced);
+    sim::Keyboard keyboard(paced);
+    sim::Outcome outcome =
+        sim::simulate(board, {[&] { return run_q7(options); }}, live(options, screen, keyboard));
+    screen.finish();
+    for (const sim::Event& event : outcome.world->log()) {
+        if (trace.is_open()) trace << sim::to_json(*outcome.world, event) << '\n';
+    }
+    save_flashes(board, *outcome.world);
+    if (options.trace) close_output(trace, *options.trace);
+    if (options.fifo) close_output(records, *options.fifo);
+    return outcome;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    ::signal(SIGPIPE, SIG_IGN);  // whoever reads may leave before the end
     try {
         const Options options = parse_options(argc, argv);
-        const sim::Board board = sim::load_board(options.board);
-        std::ofstream trace;
-        if (options.trace) trace = open_output(*options.trace);
-        std::ofstream records;
-        if (options.fifo) records = open_output(*options.fifo);
-        sim::Screen screen(records, options.gbk ? sim::Texts::gbk : sim::Texts::utf8,
-                           options.pace > 0);
-        const sim::Outcome outcome = [&] {
-            sim::Keyboard keyboard(options.pace > 0);
-            return sim::simulate(board, {[&] { return run_q7(options); }},
-                                 live(options, screen, keyboard));
-        }();
-        screen.finish();
-        for (const sim::Event& event : outcome.world->log()) {
-            if (trace.is_open()) trace << sim::to_json(*outcome.world, event) << '\n';
-        }
-        save_flashes(board, *outcome.world);
-        return end_like(outcome);
+        return end_like(simulate(sim::load_board(options.board), options));
     } catch (const std::exception& error) {
         refuse(error.what());
     }

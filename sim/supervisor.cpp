@@ -130,6 +130,9 @@ class Run {
         console_stream = STDOUT_FILENO;
         for (const int number : {SIGINT, SIGPIPE, SIGCHLD})
             ::signal(number, SIG_DFL);
+        sigset_t none;
+        sigemptyset(&none);
+        ::sigprocmask(SIG_SETMASK, &none, nullptr);
         ::setenv("TZ", scenario->time_zone.c_str(), 1);
         ::tzset();
         at_exit_of_main = program.at_exit;
@@ -183,6 +186,7 @@ class Run {
     // Takes the steps that are due in a paced run; returns how long to wait for the next.
     int step_in_pace() {
         while (world->paced && world->running < 0 && !world->stopped && anyone_alive()) {
+            if (live_.show) live_.show(console_.get(), errors_.get());
             const Step step = next_step();
             if (step.at == kNever) return -1;
             const Microseconds ahead = step.at - present();
@@ -191,7 +195,6 @@ class Run {
                 return static_cast<int>(std::min(wait_ms, 1e6)) + 1;
             }
             take_step(step);
-            if (live_.show) live_.show(console_.get(), errors_.get());
         }
         return -1;
     }

@@ -21,7 +21,7 @@ struct Program {
 // A run that a person watches: virtual time passes at `pace` times real time.
 struct Live {
     double pace = 0;                                      // 0 = as fast as the machine
-    std::function<void(int console, int errors)> show{};  // after each step, with the streams
+    std::function<void(int console, int errors)> show{};  // when all wait, with the streams
     // Descriptors of the host, with what to do when one is readable; false = look no more.
     std::vector<std::pair<int, std::function<bool()>>> inputs{};
 };

@@ -1,0 +1,105 @@
+// q7-sim in front of a person: on a terminal of its own, in paced time.
+#include <poll.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "checks/harness.h"
+
+namespace {
+
+using namespace checks;
+
+struct Typed {
+    std::string after;  // what has to be on the screen
+    std::string keys;
+};
+
+struct Session {
+    std::string screen;
+    int status = 0;
+    bool restored = false;  // the terminal echoes again
+};
+
+Session at_terminal(std::vector<std::string> options, const std::vector<Typed>& typing) {
+    Session session;
+    int terminal = -1;
+    std::vector<char*> words{const_cast<char*>(Q7_BINARIES "/q7-sim")};
+    for (std::string& option : options)
+        words.push_back(option.data());
+    words.push_back(nullptr);
+    const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (child == 0) {
+        ::execv(words[0], words.data());
+        ::_exit(127);
+    }
+    const int own_end = ::dup(terminal);
+    auto next = typing.begin();
+    for (char buffer[4096];;) {
+        pollfd file{terminal, POLLIN, 0};
+        if (::poll(&file, 1, 20'000) <= 0) ::kill(child, SIGKILL);
+        const ssize_t count = ::read(terminal, buffer, sizeof buffer);
+        if (count <= 0) break;
+        session.screen.append(buffer, static_cast<std::size_t>(count));
+        while (next != typing.end() && session.screen.find(next->after) != std::string::npos) {
+            EXPECT_GT(::write(terminal, next->keys.data(), next->keys.size()), 0);
+            ++next;
+        }
+    }
+    EXPECT_TRUE(next == typing.end()) << session.screen;
+    termios attributes{};
+    session.restored =
+        ::tcgetattr(own_end, &attributes) == 0 && (attributes.c_lflag & (ECHO | ICANON)) != 0;
+    ::waitpid(child, &session.status, 0);
+    ::close(own_end);
+    ::close(terminal);
+    return session;
+}
+
+const std::string kNoPresses = "base = \"healthy\"\n[panel]\nframes = []\n";
+
+std::string write_board(const std::string& text) {
+    const std::string path = testing::TempDir() + "terminal.toml";
+    std::ofstream(path) << text;
+    return path;
+}
+
+TEST(Terminal, KeysDriveThePanelAndLedsAreTold) {
+    const Session session =
+        at_terminal({"--pace", "5", "--board", write_board(kNoPresses), "-o", "3"},
+                    {{"record AAAA AAAA network 0000", "u"},
+                     {"record FFFF FFFF network 0000 0000 function 004F", "\x1B[D"},
+                     {"network FFFF FFFF", "x"}});
+    EXPECT_EQ(session.status, 0) << session.screen;
+    EXPECT_EQ(session.screen.find("unknow key"), std::string::npos);
+    EXPECT_TRUE(session.restored);
+}
+
+TEST(Terminal, CtrlCEndsTheRunAndNothingWrittenIsLost) {
+    const std::string log = testing::TempDir() + "terminal.jsonl";
+    const Session session =
+        at_terminal({"--pace", "10", "--trace", log, "--board", write_board(kNoPresses), "-o", "3"},
+                    {{"ESC退出测试", "\x03"}});
+    EXPECT_TRUE(WIFSIGNALED(session.status) && WTERMSIG(session.status) == SIGINT)
+        << session.screen;
+    EXPECT_NE(session.screen.find("receive 0:0 replies"), std::string::npos) << session.screen;
+    EXPECT_TRUE(session.restored);
+    std::ifstream file(log);
+    const std::string text(std::istreambuf_iterator<char>(file), {});
+    EXPECT_NE(text.find("{\"at\":0.0,"), std::string::npos);
+    EXPECT_NE(text.find("\"device\":\"operator\",\"state\":\"interrupt\""), std::string::npos);
+}
+
+TEST(Terminal, EnterAnswersTheConsoleAndTheBuzzerIsTold) {
+    const Session session = at_terminal({"--pace", "20"}, {{"10s", "\n"}});
+    EXPECT_EQ(session.status, 0);
+    EXPECT_NE(session.screen.find("[buzzer] on"), std::string::npos);
+    EXPECT_NE(session.screen.find("测试结果:  OK!"), std::string::npos) << session.screen;
+}
+
+}  // namespace
