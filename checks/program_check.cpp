@@ -1,45 +1,20 @@
 // The two programs as a user runs them.
 #include <gmock/gmock.h>
 
-#include <sys/wait.h>
-
-#include <cstdio>
 #include <fstream>
-#include <iterator>
 #include <string>
 
+#include "checks/programs.h"
 #include "sim/text.h"
 
 namespace {
 
+using namespace checks;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-struct Finished {
-    int status, signal;
-    std::string out, err;
-};
-
-std::string content_of(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-}
-
-std::string scratch(const char* name) {
-    return testing::TempDir() + std::to_string(::getpid()) + name;
-}
-
-Finished shell(const std::string& command) {
-    const std::string out = scratch("out"), err = scratch("err");
-    const int status = std::system(("exec " + command + " >" + out + " 2>" + err).c_str());
-    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1,
-            WIFSIGNALED(status) ? WTERMSIG(status) : 0, content_of(out), content_of(err)};
-}
-
 Finished q7(const std::string& arguments) { return shell(Q7_BINARIES "/q7 " + arguments); }
-
-Finished q7_sim(const std::string& arguments) { return shell(Q7_BINARIES "/q7-sim " + arguments); }
 
 TEST(Program, Q7OnAMachineWithoutControlDevice) {
     if (std::ifstream("/dev/zebio")) GTEST_SKIP() << "this machine has a control device";
