@@ -1,0 +1,105 @@
+// The readers of station/, against real runs of q7-sim.
+#include <gmock/gmock.h>
+
+#include <sys/stat.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "checks/programs.h"
+
+namespace {
+
+using namespace checks;
+using namespace std::string_literals;
+using testing::EndsWith;
+using testing::StartsWith;
+
+const struct {
+    std::string name, command;
+} kReaders[] = {{"q7-reader: ", Q7_BINARIES "/q7-reader "},
+                {"reader.py: ", "python3 " Q7_SOURCE "/station/reader.py "}};
+
+// Where the records of a run on the healthy board lie.
+std::string records_of_a_run() {
+    const std::string file = scratch("station.records");
+    EXPECT_EQ(q7_sim("--fifo " + file + " netQ7test").status, 0);
+    return file;
+}
+
+std::string with_line_ends(std::string text) {
+    for (std::size_t at; (at = text.find("\\n")) != std::string::npos;)
+        text.replace(at, 2, "\n");
+    return text;
+}
+
+// The texts of the same run as q7-sim itself shows them.
+std::string texts_of_a_run() {
+    std::istringstream lines(q7_sim("netQ7test").err);
+    std::string texts;
+    for (std::string line; std::getline(lines, line) && line != "[record] Q7TESTEND";)
+        texts += with_line_ends(line.substr("[record] "s.size()));
+    EXPECT_THAT(texts, StartsWith("第1步:蜂鸣器测试\n第2步:按键测试\n\n第3步:网络状态\n网卡1:"));
+    EXPECT_THAT(texts, EndsWith("-\n测试结束\n"));
+    return texts;
+}
+
+// What the reader makes of a FIFO that this command writes.
+Finished read_fifo(const std::string& reader, const std::string& fifo, const std::string& writer) {
+    EXPECT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    const Finished got = shell("sh -c 'timeout 10 " + writer + " >/dev/null 2>&1 & timeout 10 "
+                               + reader + fifo + "; status=$?; wait; exit $status'");
+    std::remove(fifo.c_str());
+    return got;
+}
+
+TEST(Station, ReadersShowARunAsItComesAndByteByByteFromALateWriter) {
+    const std::string file = records_of_a_run(), fifo = scratch("station.fifo"),
+                      texts = texts_of_a_run();
+    const std::string writers[] = {
+        Q7_BINARIES "/q7-sim --fifo " + fifo + " netQ7test",
+        "sh -c \"sleep 0.2; exec dd bs=1 if=" + file + " of=" + fifo + "\"",
+    };
+    for (const auto& reader : kReaders) {
+        for (const std::string& writer : writers) {
+            const Finished got = read_fifo(reader.command, fifo, writer);
+            EXPECT_EQ(got.status, 0) << reader.name << got.err;
+            EXPECT_EQ(got.out, texts);
+        }
+    }
+}
+
+TEST(Station, ReadersRefuseWhatIsCutOffOrInvalidAndNothingElse) {
+    const std::string run = content_of(records_of_a_run()), first = run.substr(0, 24);
+    const std::string fifo = scratch("station.fifo"), file = scratch("station.part");
+    const struct {
+        std::string bytes, out;
+        int status;
+        std::string error;
+    } rows[] = {
+        {"", "", 3, "the input ends before record 1, without end marker\n"},
+        {run.substr(0, run.size() - 17), texts_of_a_run(), 3,
+         "the input ends before record 120, without end marker\n"},
+        {run.substr(0, 24 + 5), "第1步:蜂鸣器测试", 1, "record 2 is cut off in its header\n"},
+        {run.substr(0, 24 + 8), "第1步:蜂鸣器测试", 1, "record 2 is cut off in its text\n"},
+        {first + "\0\1\0\0\1\0\0\0x"s, "第1步:蜂鸣器测试", 1, "record 2 has type 256\n"},
+        {"\0\0\0\0\0\4\0\0"s + std::string(1024, 'x'), "", 1, "record 1 has length 1024\n"},
+        {"\0\0\0\0\2\0\0\0x\0"s, "", 1, "record 1 has a zero in its text\n"},
+        {"\0\0\0\0\0\0\0\0\0\0\0\0\xFF\3\0\0"s + std::string(1023, 'x')
+             + "\0\0\0\0\3\0\0\0\xFFz\xB5\0\0\0\0\x09\0\0\0Q7TESTEND"s,
+         std::string(1023, 'x') + "\uFFFDz\uFFFD", 0, ""},
+    };
+    for (const auto& reader : kReaders) {
+        for (const auto& row : rows) {
+            std::ofstream(file, std::ios::binary) << row.bytes;
+            const Finished got = read_fifo(reader.command, fifo, "cp " + file + " " + fifo);
+            EXPECT_EQ(got.err, row.status == 0 ? "" : reader.name + row.error);
+            EXPECT_EQ(got.status, row.status);
+            EXPECT_EQ(got.out, row.out);
+        }
+        EXPECT_EQ(shell(reader.command + "/nowhere/fifo").status, 2);
+    }
+}
+
+}  // namespace
