@@ -1,4 +1,4 @@
-// The readers of station/, against real runs of q7-sim.
+// The readers of station/ and docs/station.md, against real runs of q7-sim.
 #include <gmock/gmock.h>
 
 #include <sys/stat.h>
@@ -14,6 +14,7 @@ namespace {
 using namespace checks;
 using namespace std::string_literals;
 using testing::EndsWith;
+using testing::HasSubstr;
 using testing::StartsWith;
 
 const struct {
@@ -100,6 +101,31 @@ TEST(Station, ReadersRefuseWhatIsCutOffOrInvalidAndNothingElse) {
         }
         EXPECT_EQ(shell(reader.command + "/nowhere/fifo").status, 2);
     }
+}
+
+TEST(Station, DocumentShowsTheBytesAndTheOrderOfARun) {
+    const std::string document = content_of(Q7_SOURCE "/docs/station.md");
+    const std::string file = records_of_a_run(), texts = texts_of_a_run();
+    const std::string dumps[][2] = {{"od -A x -t x1z -N 48 ", ""},
+                                    {"tail -c 34 ", " | od -A x -t x1z"}};
+    for (const auto& [dump, pipe] : dumps) {
+        const Finished got = shell("sh -c '" + dump + file + pipe + " | sed \"s/^/    /\"'");
+        EXPECT_THAT(got.out, StartsWith("    000000 00 00 00 00 "));
+        EXPECT_THAT(document, HasSubstr("    " + dump + "records.bin" + pipe + "\n\n" + got.out));
+    }
+    EXPECT_THAT(document, HasSubstr(std::to_string(content_of(file).size()) + " bytes"));
+
+    const std::size_t from = document.find("## The records of a healthy run\n");
+    ASSERT_NE(from, std::string::npos);
+    std::istringstream section(document.substr(from, document.find("\n## ", from) - from));
+    std::size_t at = 0, quoted = 0;
+    for (std::string text; std::getline(section, text, '`') && std::getline(section, text, '`');) {
+        const std::size_t found = texts.find(with_line_ends(text), at);
+        ASSERT_NE(found, std::string::npos) << text;
+        at = found + with_line_ends(text).size();
+        ++quoted;
+    }
+    EXPECT_GT(quoted, 50u);
 }
 
 }  // namespace
