@@ -1,0 +1,85 @@
+// docs/operator.md against the texts in the product's sources.
+#include <cctype>
+#include <filesystem>
+#include <fstream>
+
+#include "checks/harness.h"
+
+namespace {
+
+using namespace checks;
+using Texts = std::set<std::string>;
+
+// In the sources, and shown to nobody; so are paths, and what has no letter.
+constexpr char kNotShown[] =
+    "`-o` `-O` `-h` `--help` `netQ7test` `eth0` `eth1` `eth2` `eth3` `sas1` `vfat` `mkdir …` "
+    "`mount -t vfat …  …` `测` `the texts must be compiled to GBK (-fexec-charset=GBK)`";
+
+void add_quoted(const std::string& text, Texts& quoted) {
+    std::istringstream stream(text);
+    for (std::string part; std::getline(stream, part, '`') && std::getline(stream, part, '`');)
+        quoted.insert(part);
+}
+
+// The string literals of a source as they look when shown, with … for conversions. Literals side
+// by side are one; so are those of a chain of add(), with … for what is added between them.
+std::string literals_of(const std::string& code) {
+    std::string shown, between;
+    bool quoted = false;
+    for (std::size_t i = 0; i < code.size(); ++i) {
+        if (code[i] == '"') {
+            const bool chained = between.starts_with(").add(") && between.find(';') > code.size();
+            shown += chained ? "…" : between.empty() ? "" : "\n";
+            between.clear();
+            quoted = !quoted;
+        } else if (!quoted && (code[i] == '#' || code.compare(i, 2, "//") == 0)) {
+            i = code.find('\n', i);
+        } else if (!quoted) {
+            if (code[i] != ' ' && code[i] != '\n') between += code[i];
+        } else if (code[i] == '%') {
+            i = code.find_first_not_of("0123456789.#lz", i + 1);
+            if (!shown.ends_with("…")) shown += "…";
+        } else if (code[i] == '\\') {
+            ++i;
+            shown += code[i] == 'n' ? '\n' : code[i] == 't' || code[i] == 'r' ? ' ' : code[i];
+        } else {
+            shown += code[i];
+        }
+    }
+    return shown;
+}
+
+// By lines, without the blanks at their ends.
+void add_texts(const std::filesystem::path& source, Texts& texts) {
+    std::ifstream file(source);
+    std::istringstream shown(literals_of({std::istreambuf_iterator<char>(file), {}}));
+    for (std::string line; std::getline(shown, line);) {
+        line.erase(line.find_last_not_of(' ') + 1);
+        texts.insert(line.erase(0, line.find_first_not_of(' ')));
+    }
+}
+
+// The bytes of a Chinese character begin above those of …
+bool is_message(const std::string& text) {
+    const auto is_letter = [](unsigned char c) { return std::isalpha(c) != 0 || c > 0xE2; };
+    return text[0] != '/' && std::any_of(text.begin(), text.end(), is_letter);
+}
+
+TEST(OperatorPage, ExplainsEveryTextThatIsShownAndNoOther) {
+    Texts in_sources, listed;
+    for (const char* folder : {"/device", "/driver", "/pmp", "/tests"}) {
+        for (const auto& entry :
+             std::filesystem::directory_iterator(Q7_SOURCE + std::string(folder)))
+            add_texts(entry.path(), in_sources);
+    }
+    std::ifstream page(Q7_SOURCE "/docs/operator.md");
+    for (std::string line; std::getline(page, line);)
+        if (line.starts_with("| `")) add_quoted(line.substr(0, line.find('|', 1)), listed);
+    add_quoted(kNotShown, listed);
+    for (const std::string& text : in_sources)
+        EXPECT_TRUE(!is_message(text) || listed.count(text) != 0) << "not explained: " << text;
+    for (const std::string& text : listed)
+        EXPECT_EQ(in_sources.count(text), 1u) << "not in the sources: " << text;
+}
+
+}  // namespace
