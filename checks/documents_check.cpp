@@ -1,9 +1,12 @@
-// docs/operator.md against the texts in the product's sources.
+// The documents against what they describe: the texts in the product's sources, the keys of a
+// scenario, and the sessions that they show.
 #include <cctype>
 #include <filesystem>
 #include <fstream>
 
 #include "checks/harness.h"
+#include "checks/programs.h"
+#include "sim/scenario.h"
 
 namespace {
 
@@ -80,6 +83,50 @@ TEST(OperatorPage, ExplainsEveryTextThatIsShownAndNoOther) {
         EXPECT_TRUE(!is_message(text) || listed.count(text) != 0) << "not explained: " << text;
     for (const std::string& text : listed)
         EXPECT_EQ(in_sources.count(text), 1u) << "not in the sources: " << text;
+}
+
+TEST(SimulatorPage, EndsWithTheKeysOfAScenario) {
+    EXPECT_THAT(content_of(Q7_SOURCE "/docs/simulator.md"), EndsWith(sim::key_reference()));
+}
+
+// The fenced blocks of a page that are in this language, with what stands between the fences.
+std::vector<std::string> blocks(const std::string& page, const std::string& language) {
+    std::vector<std::string> found;
+    const std::string open = "\n```" + language + "\n";
+    for (std::size_t at = 0; (at = page.find(open, at)) != std::string::npos;) {
+        at += open.size();
+        found.push_back(page.substr(at, page.find("\n```", at) + 1 - at));
+    }
+    return found;
+}
+
+// Each board of the page is put beside a folder named build, and each command is run there.
+TEST(Documents, SessionsGoAsTheyAreShown) {
+    const std::string place = scratch("session");
+    std::filesystem::create_directory(place);
+    std::filesystem::create_directory_symlink(Q7_BINARIES, place + "/build");
+    int commands = 0;
+    for (const char* name : {"/README.md", "/docs/simulator.md"}) {
+        const std::string page = content_of(Q7_SOURCE + std::string(name));
+        for (const std::string& board : blocks(page, "toml")) {
+            ASSERT_TRUE(board.starts_with("# ")) << board;
+            std::ofstream(place + "/" + board.substr(2, board.find('\n') - 2)) << board;
+        }
+        for (const std::string& session : blocks(page, "console")) {
+            std::istringstream lines(session);
+            std::string played;
+            for (std::string line; std::getline(lines, line);) {
+                if (!line.starts_with("$ ")) continue;
+                std::ofstream(place + "/command") << line.substr(2) << "\n";
+                played += line + "\n" + shell("sh -c 'cd " + place + "; sh ./command 2>&1'").out;
+                if (played.back() != '\n') played += '\n';
+                ++commands;
+            }
+            EXPECT_EQ(played, session) << name;
+        }
+    }
+    EXPECT_GT(commands, 8);
+    std::filesystem::remove_all(place);
 }
 
 }  // namespace
