@@ -4,217 +4,163 @@ namespace {
 
 using namespace checks;
 
-constexpr char kIdle[] = "\n 断开报警输出时, 报警输入正常\n";
-
-Outcome run_test(const Board& board) { return run(board, "-o 5"); }
-
-std::string said(const Outcome& got) {
-    return got.console.substr(got.console.find("avcore\n") + 7);
+std::string hex(unsigned number) {
+    char text[9];
+    std::snprintf(text, sizeof text, "%x", number);
+    return text;
 }
 
-std::string counts(int inputs, int outputs) {
+std::string counts(std::size_t inputs, std::size_t outputs) {
     return "报警输入有" + std::to_string(inputs) + "个,报警输出有" + std::to_string(outputs)
            + "个\n";
 }
 
-std::string score(int successes, int failures) {
+std::string idle(unsigned stuck = 0) {
+    if (stuck == 0) return "\n 断开报警输出时, 报警输入正常\n";
+    return "\n 断开报警输出时, 报警输入为 " + hex(stuck) + " ，报警输入应为 0\n";
+}
+
+std::string mismatch(unsigned output, unsigned inputs, unsigned expected) {
+    return "\n 报警输出为 " + hex(output) + ", 报警输入为 " + hex(inputs) + " ，报警输入应为 "
+           + hex(expected) + "\n";
+}
+
+std::string score(std::size_t successes, std::size_t failures) {
     return "成功 " + std::to_string(successes) + ", 失败 " + std::to_string(failures) + "\n";
 }
 
-std::string mismatch(unsigned output, unsigned input, unsigned expected) {
-    char text[120];
-    std::snprintf(text, sizeof text, "\n 报警输出为 %x, 报警输入为 %x ，报警输入应为 %x\n", output,
-                  input, expected);
-    return text;
-}
-
-struct Kind {
-    std::uint8_t outputs, inputs;
-    std::uint8_t stride;  // output k drives the inputs k, k + stride, k + 2 * stride ...
-    unsigned compared, shown;
-};
-
-const Kind kKinds[] = {
-    {2, 4, 2, 0x000F, 0xFFFF},
-    {4, 16, 4, 0xFFFF, 0xFFFF},
-    {4, 8, 4, 0x00FF, 0x00FF},
-    {8, 16, 8, 0xFFFF, 0xFFFF},
-};
-
-Board board_of(const Kind& kind) {
-    Board board = healthy();
-    board.hardware.at("alarm_outputs") = kind.outputs;
-    board.hardware.at("alarm_inputs") = kind.inputs;
-    board.alarm.wiring.assign(kind.outputs, {});
-    for (std::uint8_t input = 0; input < kind.inputs; ++input) {
-        board.alarm.wiring[input % kind.stride].insert(static_cast<std::uint8_t>(input + 1));
-    }
-    return board;
-}
-
-unsigned mask_of(const std::set<std::uint8_t>& inputs) {
+unsigned mask_of(const std::set<std::uint8_t>& lines) {
     unsigned mask = 0;
-    for (const std::uint8_t input : inputs)
-        mask |= 1u << (input - 1);
+    for (const std::uint8_t line : lines)
+        mask |= 1u << (line - 1);
     return mask;
 }
 
-// What the test must say, from the wiring as it is, with and without the defect.
-std::string expected_text(const Kind& kind, const Board& board, const Board& healthy, int& beeps) {
-    const unsigned stuck = mask_of(board.alarm.stuck), dead = mask_of(board.alarm.dead);
-    std::string text = counts(kind.inputs, kind.outputs);
-    int successes = 0, failures = 0;
-    beeps = 0;
-    if (stuck != 0) {
-        char idle[100];
-        std::snprintf(idle, sizeof idle, "\n 断开报警输出时, 报警输入为 %x ，报警输入应为 0\n",
-                      stuck);
-        text += idle;
-        ++failures;
-    } else {
-        text += kIdle;
-        ++successes;
+using Wiring = std::vector<std::set<std::uint8_t>>;  // the inputs of each output
+
+const Wiring kWirings[] = {
+    {{1, 3}, {2, 4}},
+    {{1, 5, 9, 13}, {2, 6, 10, 14}, {3, 7, 11, 15}, {4, 8, 12, 16}},
+    {{1, 5}, {2, 6}, {3, 7}, {4, 8}},
+    {{1, 9}, {2, 10}, {3, 11}, {4, 12}, {5, 13}, {6, 14}, {7, 15}, {8, 16}},
+};
+
+// On this fixture the test says, counts and sounds what follows from its wiring.
+void expect_verdict(unsigned verdict, const sim::Alarm& fixture, const Wiring& good) {
+    const std::size_t outputs = good.size(), inputs = outputs * good[0].size();
+    const unsigned stuck = mask_of(fixture.stuck);
+    std::string expected = counts(inputs, outputs) + idle(stuck);
+    std::size_t mismatches = 0;
+    for (std::size_t k = 0; k < outputs; ++k) {
+        const bool slow = mask_of(fixture.slow) == 1u << k;
+        const unsigned driven = slow ? 0 : mask_of(fixture.wiring[k]);
+        const unsigned active = (driven | stuck) & ~mask_of(fixture.dead);
+        if (active == mask_of(good[k])) continue;
+        expected += mismatch(1u << k, active, mask_of(good[k]));
+        ++mismatches;
     }
-    for (std::size_t k = 0; k < kind.outputs; ++k) {
-        const bool follows = board.alarm.slow.count(static_cast<std::uint8_t>(k + 1)) == 0;
-        const unsigned driven = follows ? mask_of(board.alarm.wiring[k]) : 0;
-        const unsigned inputs = (driven | stuck) & ~dead;
-        const unsigned wanted = mask_of(healthy.alarm.wiring[k]);
-        if ((inputs & kind.compared) == wanted) {
-            ++successes;
-            continue;
-        }
-        text += mismatch(1u << k, inputs & kind.shown, wanted);
-        ++failures;
-        beeps += 2;
-    }
-    return text + score(successes, failures);
+    const std::size_t failures = mismatches + (stuck != 0 ? 1 : 0);
+
+    Board board = healthy("hardware = {alarm_outputs = " + std::to_string(outputs)
+                          + ", alarm_inputs = " + std::to_string(inputs) + "}");
+    board.alarm = fixture;
+    const Outcome got = run(board, "-o 5");
+    EXPECT_EQ(got.said(), expected + score(1 + outputs - failures, failures));
+    EXPECT_EQ(got.changes("line", "4=0").size(), 2 * mismatches);
+    EXPECT_EQ(got.results.alarm, verdict);
+    EXPECT_NEAR(got.end_s, 2.1 + static_cast<double>(20 * (1 + outputs) + 8 * mismatches) / 10,
+                1e-6);
 }
 
 TEST(AlarmTest, EachDefectAtEachOutputGivesTheFailuresThatItsWiringImplies) {
-    for (const Kind& kind : kKinds) {
-        const Board healthy = board_of(kind);
-        std::vector<Board> boards{healthy};
-        for (std::uint8_t k = 0; k < kind.outputs; ++k) {
-            const std::uint8_t input = *healthy.alarm.wiring[k].rbegin();
-            Board stuck = healthy, dead = healthy, missing = healthy, swapped = healthy,
-                  slow = healthy;
-            stuck.alarm.stuck = {input};
-            dead.alarm.dead = {input};
-            missing.alarm.wiring[k].clear();
-            std::swap(swapped.alarm.wiring[k], swapped.alarm.wiring[(k + 1u) % kind.outputs]);
-            slow.alarm.slow = {static_cast<std::uint8_t>(k + 1)};
-            for (const Board& board : {stuck, dead, missing, swapped, slow})
-                boards.push_back(board);
-        }
-        for (const Board& board : boards) {
-            int beeps = 0;
-            const std::string expected = expected_text(kind, board, healthy, beeps);
-            const Outcome got = run_test(board);
-            EXPECT_EQ(said(got), expected);
-            EXPECT_EQ(got.changes("line", "4=0").size(), static_cast<std::size_t>(beeps));
-            EXPECT_EQ(got.results.alarm, &board == &boards[0] ? 0u : 1u);
-            EXPECT_NEAR(got.end_s, 2.1 + 2 * (1 + kind.outputs) + 0.4 * beeps, 1e-6);
+    for (const Wiring& wiring : kWirings) {
+        sim::Alarm good;
+        good.wiring = wiring;
+        expect_verdict(0, good, wiring);
+        for (std::size_t k = 0; k < wiring.size(); ++k) {
+            sim::Alarm stuck = good, dead = good, missing = good, swapped = good, slow = good;
+            stuck.stuck = dead.dead = {*wiring[k].rbegin()};
+            missing.wiring[k].clear();
+            std::swap(swapped.wiring[k], swapped.wiring[(k + 1) % wiring.size()]);
+            slow.slow = {*wiring[k].begin()};  // its first input has the output's number
+            for (const sim::Alarm& fixture : {stuck, dead, missing, swapped, slow})
+                expect_verdict(1, fixture, wiring);
         }
     }
 }
 
 TEST(AlarmTest, DrivesTheOutputsInThisOrder) {
-    const Outcome got = run_test(healthy());
+    const Outcome got = run("-o 5");
     EXPECT_THAT(got.calls("/dev/zebio"),
                 EndsWith("2.100 open(2)\n2.100 ioctl 0x40026B91(0)\n"
-                         "2.100 write(4)\n4.100 ioctl 0x80026B90(0)\n"
-                         "4.100 write(4)\n6.100 ioctl 0x80026B90(0)\n"
-                         "6.100 write(4)\n8.100 ioctl 0x80026B90(0)\n"
-                         "8.100 write(4)\n10.100 ioctl 0x80026B90(0)\n"
-                         "10.100 write(4)\n12.100 ioctl 0x80026B90(0)\n12.100 close(5)\n"));
-    EXPECT_EQ(got.changes("alarm", "outputs 8").size(), 1u);
+                         "2.100 write(4)\n4.100 ioctl 0x80026B90(0)\n4.100 write(4)\n"
+                         "6.100 ioctl 0x80026B90(0)\n6.100 write(4)\n8.100 ioctl 0x80026B90(0)\n"
+                         "8.100 write(4)\n10.100 ioctl 0x80026B90(0)\n10.100 write(4)\n"
+                         "12.100 ioctl 0x80026B90(0)\n12.100 close(5)\n"));
     EXPECT_EQ(got.world->alarm.outputs, 8u);  // the last one stays on
 }
 
 TEST(AlarmTest, OtherInputsThanThoseComparedDoNotMatter) {
-    Board board = board_of(kKinds[0]);
-    board.alarm.wiring[0].insert(9);  // bits 0 to 3 are compared
-    board.alarm.stuck = {12};
-    EXPECT_EQ(said(run_test(board)), counts(4, 2) + kIdle + score(3, 0));
-    board.alarm.dead = {1};
+    const std::string hardware = "hardware = {alarm_outputs = 2, alarm_inputs = 4}\n",
+                      fixture = "alarm = {wiring = [[1, 3, 9], [2, 4]], stuck = [12]";
+    EXPECT_EQ(run("-o 5", hardware + fixture + "}").said(), counts(4, 2) + idle() + score(3, 0));
     // The whole word is shown.
-    EXPECT_THAT(said(run_test(board)), HasSubstr(mismatch(1, 0x904, 5)));
+    EXPECT_EQ(run("-o 5", hardware + fixture + ", dead = [1]}").said(),
+              counts(4, 2) + idle() + mismatch(1, 0x904, 5) + score(2, 1));
 }
 
 TEST(AlarmTest, UnsupportedOutputCountIsReportedAndTakenAsFour) {
-    for (const int outputs : {0, 1, 3, 6, 127}) {
-        Board board = healthy();
-        board.hardware.at("alarm_outputs") = static_cast<unsigned>(outputs);
-        const Outcome got = run(board, "-o 5 2");
-        EXPECT_EQ(said(got), "\n第1次测试\n报警输出个数为" + std::to_string(outputs)
-                                 + ",暂时不支持该个数,请检查CPLD信息是否正确\n" + counts(16, 4)
-                                 + kIdle + score(5, 0) + "\n第2次测试\n" + counts(16, 4) + kIdle
-                                 + score(5, 0));
+    for (const char* outputs : {"0", "1", "3", "6", "127"}) {
+        const Outcome got = run("-o 5 2", std::string("hardware.alarm_outputs = ") + outputs);
+        const std::string good = counts(16, 4) + idle() + score(5, 0);
+        EXPECT_EQ(got.said(), std::string("\n第1次测试\n报警输出个数为") + outputs
+                                  + ",暂时不支持该个数,请检查CPLD信息是否正确\n" + good
+                                  + "\n第2次测试\n" + good);
         EXPECT_EQ(got.capability.alarm_out, 4u);
     }
 }
 
 TEST(AlarmTest, InputCountDecidesWhatTheIdleCheckLooksAt) {
-    Board board = healthy();
-    board.hardware.at("alarm_inputs") = 0;
-    board.alarm.stuck = {1};
-    Outcome got = run_test(board);  // four outputs, not 16 inputs: the low byte
-    EXPECT_EQ(said(got).find("断开"), std::string::npos);
-    EXPECT_THAT(said(got), EndsWith(score(1, 3)));
-
-    board.hardware.at("alarm_inputs") = 8;
-    board.alarm.stuck = {9};
-    EXPECT_EQ(said(run_test(board)), counts(8, 4) + kIdle + score(5, 0));
-    board.hardware.at("alarm_inputs") = 9;
-    EXPECT_THAT(said(run_test(board)), HasSubstr("报警输入为 100 ，报警输入应为 0\n"));
-    for (const int inputs : {32, 33, 255}) {
-        board.hardware.at("alarm_inputs") = static_cast<unsigned>(inputs);
-        EXPECT_THAT(said(run_test(board)), HasSubstr("报警输入为 100 ，报警输入应为 0\n"));
-    }
+    const auto said = [](unsigned inputs, const std::string& stuck) {
+        return run("-o 5", "hardware.alarm_inputs = " + std::to_string(inputs) + "\nalarm.stuck = ["
+                               + stuck + "]")
+            .said();
+    };
+    // Four outputs, not 16 inputs: the sweep compares and shows the low byte.
+    const std::string mismatches =
+        mismatch(2, 0x23, 0x22) + mismatch(4, 0x45, 0x44) + mismatch(8, 0x89, 0x88);
+    EXPECT_EQ(said(0, "1, 9"), counts(0, 4) + mismatches + score(1, 3));
+    EXPECT_EQ(said(8, "1, 9"), counts(8, 4) + idle(0x101) + mismatches + score(1, 4));
+    EXPECT_EQ(said(8, "9"), counts(8, 4) + idle() + score(5, 0));
+    for (const unsigned inputs : {9, 32, 33, 255})
+        EXPECT_EQ(said(inputs, "9"), counts(inputs, 4) + idle(0x100) + score(4, 1));
 }
 
 TEST(AlarmTest, FailedReadIsReportedAndJudgedOnAClearedWord) {
-    for (std::uint32_t nth = 1; nth <= 5; ++nth) {
-        Board board = healthy();
-        board.faults = {failing_request(0x80026B90, nth)};
-        const Outcome got = run_test(board);
-        if (nth == 1) {
-            EXPECT_EQ(said(got), counts(16, 4) + "IOCTL ERROR\n" + kIdle + score(5, 0));
-            continue;
-        }
-        const unsigned output = 1u << (nth - 2);
-        EXPECT_EQ(said(got), counts(16, 4) + kIdle + "IOCTL ERROR\n"
-                                 + mismatch(output, 0, output * 0x1111) + score(4, 1));
-        EXPECT_EQ(got.results.alarm, 1u);
+    const auto said = [](int nth) {
+        return run("-o 5", "faults = [{request = 0x80026B90, nth = " + std::to_string(nth) + "}]")
+            .said();
+    };
+    EXPECT_EQ(said(1), counts(16, 4) + "IOCTL ERROR\n" + idle() + score(5, 0));
+    for (int k = 0; k < 4; ++k) {
+        EXPECT_EQ(said(2 + k), counts(16, 4) + idle() + "IOCTL ERROR\n"
+                                   + mismatch(1u << k, 0, 0x1111u << k) + score(4, 1));
     }
 }
 
 TEST(AlarmTest, WithoutControlDeviceItSaysSoAndLeavesTheVerdict) {
-    Board board = healthy();
-    board.faults = {failing("open", "/dev/zebio", 3)};
-    const Outcome got = run_test(board);
-    EXPECT_EQ(said(got), counts(16, 4) + "open /dev/iop failed\n");
+    const Outcome got = run("-o 5", "faults = [{call = 'open', path = '/dev/zebio', nth = 3}]");
+    EXPECT_EQ(got.said(), counts(16, 4) + "open /dev/iop failed\n");
     EXPECT_EQ(got.results.alarm, 0u);
     EXPECT_TRUE(got.changes("line", "4=0").empty());
 }
 
 TEST(AlarmTest, InterruptPrintsTheCountsOnceAndEndsTheProcess) {
-    Board board = healthy();
-    board.alarm.wiring[0].clear();
-    board.person.interrupts = {9};
-    const Outcome got = run_test(board);
-    EXPECT_THAT(got.console, EndsWith("1111\nsuccess is 2, and error is 1\n"));
+    const Outcome got = run("-o 5",
+                            "alarm.wiring = [[], [2, 6, 10, 14], [3, 7, 11, 15], [4, 8, 12, 16]]\n"
+                            "operator.interrupts = [9]");
+    EXPECT_THAT(got.said(), EndsWith("1111\nsuccess is 2, and error is 1\n"));
     EXPECT_EQ(got.signal, SIGINT);
-}
-
-TEST(AlarmStep, FollowsTheBootParameters) {
-    Board board = healthy();
-    board.control.boot_device_type = 0x4497;
-    EXPECT_THAT(run(board, "").console,
-                HasSubstr("第3步:报警量测试，请确认已经连接好报警测试装置\n" + counts(16, 4)));
-    board.control.high_lines = {25};
-    EXPECT_EQ(run(board, "").console.find("报警"), std::string::npos);
 }
 
 }  // namespace
