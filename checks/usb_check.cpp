@@ -1,3 +1,4 @@
+#include <ranges>
 #include <sstream>
 
 #include "checks/harness.h"
@@ -6,73 +7,45 @@
 namespace {
 
 using namespace checks;
-using Mount = sim::UsbDisk::Mount;
 
 constexpr char kNoRearDisks[] = "后面板上面的USB口没有插U盘\n后面板下面的USB口没有插U盘\n";
 
-Outcome run_test(const Board& board) { return run(board, "-o 7"); }
-
-std::string said(const Outcome& got) {
-    return got.console.substr(got.console.find("avcore\n") + 7);
-}
-
-sim::UsbDisk disk(const std::string& node, Mount mount = Mount::works) {
-    sim::UsbDisk made;
-    made.node = node;
-    made.mount = mount;
-    made.free_blocks = 1'000'000;
-    return made;
-}
-
-Board board_with(const std::vector<sim::UsbDisk>& disks) {
-    Board board = healthy();
-    board.usb = {};
-    board.usb.disks = disks;
-    return board;
+// Nothing but disks of a million free blocks, with these names.
+std::string disks(std::string_view nodes) {
+    std::string list;
+    for (const auto node : std::views::split(nodes, ' '))
+        list +=
+            "{free_blocks = 1_000_000, node = '" + std::string(node.begin(), node.end()) + "'},";
+    return "usb.devices = []\nusb.disks = [" + list + "]\n";
 }
 
 TEST(UsbNames, PartitionsReplaceTheirNeighbouringDisk) {
-    const struct {
-        const char* directory;
-        const char* taken;
-    } rows[] = {
-        {"", ""},
-        {"sda sda1 tty null", ""},
-        {"msa", "msa"},
-        {"msa1", "msa1"},
-        {"msa msa1", "msa1"},
-        {"msa1 msa", "msa1"},
-        {"msa1 msa2", "msa2"},
-        {"msa2 msa1", "msa1"},
-        {"msa msa1 msa2", "msa2"},
-        {"msa1 msb msa2", "msa1 msb msa2"},
-        {"msa msb", "msa msb"},
-        {"msb msa", "msb msa"},
-        {"msa null msa1", "msa1"},  // what is not taken does not part neighbours
-        {"msm msm1 msma", ""},
-        {"ms", "ms"},
-        {"ms ms", "ms ms"},
-        {"msabc msa", "msabc msa"},  // the same disk, and neither has a digit
-        {"msab1 msac2", "msac2"},
-        {"xmsa Msa m s", ""},
-        {"msa msb msc msd mse msf msg msh msi", "msa msb msc msd mse msf msg msh"},
-        // Reading stops at the eighth name, even where its partition would follow.
-        {"msa msb msc msd mse msf msg msh msh1", "msa msb msc msd mse msf msg msh"},
-        {"msa msa1 msb msb1 msc msc1 msd msd1 mse1 msf1 msg1 msh1 msi1",
-         "msa1 msb1 msc1 msd1 mse1 msf1 msg1 msh1"},
-    };
-    for (const auto& row : rows) {
+    const auto expect = [](const char* directory, const char* names) {
         DiskNames disks{};
-        std::istringstream directory(row.directory);
-        for (std::string name; !disks.is_full() && directory >> name;) {
+        std::istringstream entries(directory);
+        for (std::string name; !disks.is_full() && entries >> name;)
             take_disk_name(disks, name.c_str());
-        }
         std::string taken;
-        for (std::size_t i = 0; i < disks.count; ++i) {
+        for (std::size_t i = 0; i < disks.count; ++i)
             taken += (i > 0 ? " " : "") + std::string(disks.names[i]);
-        }
-        EXPECT_EQ(taken, row.taken) << row.directory;
-    }
+        EXPECT_EQ(taken, names) << directory;
+    };
+    expect("sda sda1 tty xmsa Msa m s msm msm1 msma", "");
+    expect("msa msa1", "msa1");
+    expect("msa1 msa", "msa1");
+    expect("msa1 msa2", "msa2");
+    expect("msa2 msa1", "msa1");
+    expect("msa msa1 msa2", "msa2");
+    expect("msa1 msb msa2", "msa1 msb msa2");
+    expect("msb msa", "msb msa");
+    expect("msa null msa1", "msa1");  // what is not taken does not part neighbours
+    expect("ms ms", "ms ms");
+    expect("msabc msa", "msabc msa");  // the same disk, and neither has a digit
+    expect("msab1 msac2", "msac2");
+    // Reading stops at the eighth name, even where its partition would follow.
+    expect("msa msb msc msd mse msf msg msh msh1", "msa msb msc msd mse msf msg msh");
+    expect("msa msa1 msb msb1 msc msc1 msd msd1 mse1 msf1 msg1 msh1 msi1",
+           "msa1 msb1 msc1 msd1 mse1 msf1 msg1 msh1");
     DiskNames disks{};
     take_disk_name(disks, ("ms" + std::string(80, 'x')).c_str());
     EXPECT_EQ(std::string(disks.names[0]).size(), 49u);
@@ -80,91 +53,76 @@ TEST(UsbNames, PartitionsReplaceTheirNeighbouringDisk) {
 }
 
 TEST(UsbTest, CountsMiceAndDisks) {
-    const struct {
-        std::uint32_t mice;
-        std::vector<sim::UsbDisk> disks;
-        unsigned found;
-    } rows[] = {
-        {0, {}, 0},
-        {2, {}, 2},
-        {5, {}, 3},  // mouse0 to mouse2 are looked for
-        {2, {disk("msa"), disk("msa1"), disk("msb1")}, 4},
-        {0,
-         {disk("msa1"), disk("msb1"), disk("msc1"), disk("msd1"), disk("mse1"), disk("msf1"),
-          disk("msg1"), disk("msh1"), disk("msi1")},
-         8},
-    };
-    for (const auto& row : rows) {
-        Board board = board_with(row.disks);
-        board.usb.mice = row.mice;
-        const Outcome got = run_test(board);
-        EXPECT_EQ(got.results.usb_ports_found, row.found);
-        EXPECT_EQ(said(got) == "没有接usb\n", row.disks.empty());
+    const auto expect = [](const std::string& usb, unsigned found, const char* start) {
+        const Outcome got = run("-o 7", usb);
+        EXPECT_EQ(got.results.usb_ports_found, found) << usb;
+        EXPECT_THAT(got.said(), StartsWith(start));
         EXPECT_EQ(got.count("closedir"), 1);
-    }
+    };
+    expect(disks(""), 0, "没有接usb\n");
+    expect(disks("") + "usb.mice = 2", 2, "没有接usb\n");
+    expect(disks("") + "usb.mice = 5", 3, "没有接usb\n");  // mouse0 to mouse2 are looked for
+    expect(disks("msa msa1 msb1") + "usb.mice = 2", 4, "/dev/msa1 剩余空间 = ");
+    expect(disks("msa1 msb1 msc1 msd1 mse1 msf1 msg1 msh1 msi1"), 8, "/dev/msa1 剩余空间 = ");
 }
 
 TEST(UsbTest, ExaminesEachDiskInOrderAndLeavesNothingMounted) {
-    const Outcome got = run_test(board_with({disk("msa1"), disk("msb1")}));
-    EXPECT_EQ(said(got), "/dev/msa1 剩余空间 = 3884M\n/dev/msb1 剩余空间 = 3884M\n"
-                             + std::string(kNoRearDisks));
+    const Outcome got = run("-o 7", disks("msa1 msb1"));
+    EXPECT_EQ(got.said(), "/dev/msa1 剩余空间 = 3884M\n/dev/msb1 剩余空间 = 3884M\n"
+                              + std::string(kNoRearDisks));
     EXPECT_EQ(got.calls("/mnt/msa1"),
               "2.100 mkdir(0)\n2.300 statfs(0)\n2.300 umount(0)\n2.300 rmdir(0)\n");
     EXPECT_TRUE(got.nothing_is_mounted());
 }
 
 TEST(UsbTest, FreeSpaceAtItsEdges) {
-    const struct {
-        std::uint64_t blocks;
-        std::uint32_t block_size;
-        const char* shown;
-    } rows[] = {
-        {0, 4096, "0M"},
-        {4'999, 4096, "0M"},
-        {5'000, 4096, "0M"},
-        {6'023, 4096, "0M"},  // not yet 1024 blocks
-        {6'024, 4096, "4M"},
-        {6'024, 512, "0M"},
-        {7'048, 512, "1M"},
-        {1'000'000, 4096, "3884M"},
-        {1'000'000, 65536, "62144M"},
-        {805'000, 1024, "781M"},
-        {6'000'000'000, 512, "2929685M"},          // a disk beyond 2 TiB
-        {2'200'000'000'000, 1024, "2148437495M"},  // as a signed 32-bit number, below
+    const auto expect = [](const char* blocks, const char* block_size, const char* shown) {
+        const std::string disk = "{node = 'msa1', free_blocks = " + std::string(blocks)
+                                 + ", block_size = " + block_size + "}";
+        EXPECT_THAT(run("-o 7", "usb.disks = [" + disk + "]").said(),
+                    StartsWith("/dev/msa1 剩余空间 = " + std::string(shown) + "\n"))
+            << disk;
     };
-    for (const auto& row : rows) {
-        sim::UsbDisk each = disk("msa1");
-        each.free_blocks = row.blocks;
-        each.block_size = row.block_size;
-        std::string shown = row.shown;
-        if (shown == "2148437495M") shown = std::to_string(static_cast<int>(2'148'437'495u)) + "M";
-        EXPECT_EQ(said(run_test(board_with({each}))),
-                  "/dev/msa1 剩余空间 = " + shown + "\n" + kNoRearDisks)
-            << row.blocks << " blocks of " << row.block_size;
-    }
+    expect("4_999", "4096", "0M");
+    expect("5_000", "4096", "0M");
+    expect("6_023", "4096", "0M");  // not yet 1024 blocks
+    expect("6_024", "4096", "4M");
+    expect("6_024", "512", "0M");
+    expect("7_048", "512", "1M");
+    expect("1_000_000", "65536", "62144M");
+    expect("805_000", "1024", "781M");
+    expect("6_000_000_000", "512", "2929685M");           // a disk beyond 2 TiB
+    expect("2_200_000_000_000", "1024", "-2146529801M");  // more than 31 bits can hold
 }
 
+constexpr char kMountedByShell[] =
+    "usb = {devices = [], directories = ['/mnt/msa1'], disks = [{node = 'msa1', mount = 'by shell',"
+    " free_blocks = 1_000_000}]}\n";
+
 TEST(UsbTest, ShellIsAskedWhereTheCallsFail) {
-    Board board = board_with({disk("msa1", Mount::by_shell)});
-    board.usb.directories = {"/mnt/msa1"};
-    const Outcome got = run_test(board);
-    EXPECT_EQ(said(got), "/dev/msa1 剩余空间 = 3884M\n" + std::string(kNoRearDisks));
+    const Outcome got = run("-o 7", kMountedByShell);
+    EXPECT_EQ(got.said(), "/dev/msa1 剩余空间 = 3884M\n" + std::string(kNoRearDisks));
     EXPECT_EQ(got.count("system", "mkdir /mnt/msa1\n"), 1);
     EXPECT_EQ(got.count("system", "mount -t vfat /dev/msa1  /mnt/msa1\n"), 1);
     EXPECT_TRUE(got.nothing_is_mounted());
 }
 
+// The shell ignores the interrupt that ends its command.
 TEST(UsbTest, DiskThatNothingMountsIsJudgedOnTheHostsFileSystem) {
-    const Outcome got = run_test(board_with({disk("msa1", Mount::never)}));
-    EXPECT_EQ(said(got), "/dev/msa1 剩余空间 = 92M\n" + std::string(kNoRearDisks));
-    EXPECT_EQ(got.results.usb_ports_found, 1u);
+    for (const std::string& changes :
+         {std::string("usb.disks = [{node = 'msa1', mount = 'never'}]"),
+          kMountedByShell + std::string("operator.interrupts = [2.45]")}) {
+        const Outcome got = run("-o 7", changes);
+        EXPECT_THAT(got.said(), StartsWith("/dev/msa1 剩余空间 = 92M\n"));
+        EXPECT_EQ(got.results.usb_ports_found, 1u);
+        EXPECT_EQ(got.signal, 0);
+    }
 }
 
 TEST(UsbTest, FailedStatisticsAreReportedAndTheDiskIsNotCounted) {
-    Board board = board_with({disk("msa1"), disk("msb1")});
-    board.faults = {failing("statfs", "/mnt/msa1")};
-    const Outcome got = run_test(board);
-    EXPECT_EQ(said(got),
+    const Outcome got =
+        run("-o 7", disks("msa1 msb1") + "faults = [{call = 'statfs', path = '/mnt/msa1'}]");
+    EXPECT_EQ(got.said(),
               "Failed to statfs/dev/msb1 剩余空间 = 3884M\n" + std::string(kNoRearDisks));
     EXPECT_EQ(got.results.usb_ports_found, 1u);
     EXPECT_EQ(got.calls("/mnt/msa1"),
@@ -173,59 +131,35 @@ TEST(UsbTest, FailedStatisticsAreReportedAndTheDiskIsNotCounted) {
 }
 
 TEST(UsbTest, UnreadableDeviceDirectoryCountsOne) {
-    Board board = board_with({disk("msa1")});
-    board.faults = {failing("opendir")};
-    const Outcome got = run_test(board);
-    EXPECT_EQ(said(got), "");
+    const Outcome got = run("-o 7", "faults = [{call = 'opendir'}]");
+    EXPECT_EQ(got.said(), "");
     EXPECT_EQ(got.errors, "/dev: Input/output error\n");
     EXPECT_EQ(got.results.usb_ports_found, 1u);
 }
 
 TEST(UsbTest, RearPortsAreClassifiedByTheirRootHub) {
-    const struct {
-        std::vector<std::string> devices;
-        const char *upper, *lower;
-    } rows[] = {
-        {{}, "口没有插U盘", "口没有插U盘"},
-        {{"4-1:1.0"}, "口插着的U盘是3.0U盘", "口没有插U盘"},
-        {{"3-1:1.0", "3-2:1.0"}, "口插着的U盘是2.0U盘或者鼠标", "口插着的U盘是2.0U盘或者鼠标"},
-        {{"3-1:1.0", "4-1:1.0", "4-2:1.0"}, "口插着的U盘是3.0U盘", "口插着的U盘是3.0U盘"},
-        {{"4-3:1.0", "2-1:1.0"}, "口没有插U盘", "口没有插U盘"},
+    const auto expect = [](const std::string& devices, const char* upper, const char* lower) {
+        EXPECT_THAT(run("-o 7", "usb.devices = [" + devices + "]").said(),
+                    EndsWith("M\n后面板上面的USB口" + std::string(upper) + "\n后面板下面的USB口"
+                             + lower + "\n"));
     };
-    for (const auto& row : rows) {
-        Board board = board_with({disk("msa1")});
-        for (const std::string& name : row.devices)
-            board.usb.devices.push_back({name, {}});
-        EXPECT_THAT(said(run_test(board)), EndsWith(std::string("M\n后面板上面的USB") + row.upper
-                                                    + "\n后面板下面的USB" + row.lower + "\n"));
-    }
+    const char *fast = "插着的U盘是3.0U盘", *slow = "插着的U盘是2.0U盘或者鼠标",
+               *none = "没有插U盘";
+    expect("{name = '4-1:1.0'}", fast, none);
+    expect("{name = '3-1:1.0'}", slow, none);
+    expect("{name = '3-2:1.0'}", none, slow);
+    expect("{name = '3-1:1.0'}, {name = '4-1:1.0'}, {name = '3-2:1.0'}, {name = '4-2:1.0'}", fast,
+           fast);
+    expect("{name = '4-3:1.0'}, {name = '2-1:1.0'}", none, none);
 }
 
-TEST(UsbTest, ShellIgnoresTheInterruptThatEndsItsCommand) {
-    Board board = board_with({disk("msa1", Mount::by_shell)});
-    board.person.interrupts = {2.35};  // while the shell mounts
-    const Outcome got = run_test(board);
-    EXPECT_EQ(got.signal, 0);
-    EXPECT_EQ(said(got), "/dev/msa1 剩余空间 = 92M\n" + std::string(kNoRearDisks));
-}
-
-TEST(UsbStep, SecondRunFollowsItsPromptAtOnceWhenAllPortsWereFound) {
-    const std::string prompt = "3.0usb插3.0U盘测试成功,请在10s内将2.0U盘插入3.0usb进行测试\n";
-    Outcome got = run(healthy(), "");
-    EXPECT_THAT(got.console, HasSubstr("口插着的U盘是3.0U盘\n" + prompt + "/dev/msa1 "));
-    EXPECT_EQ(got.count("opendir"), 2);
-
-    Board board = healthy();
-    board.usb.disks.pop_back();
-    got = run(board, "");
-    EXPECT_EQ(got.console.find(prompt), std::string::npos);
+TEST(UsbStep, SecondRunFollowsWhenAllPortsWereFoundAndCountsAnew) {
+    Outcome got = run("", disks("msa msb msc"));
     EXPECT_EQ(got.count("opendir"), 1);
-    EXPECT_THAT(got.console, HasSubstr("USB口       : 3  \n"));
-
-    // The second run counts anew: a stick that did not come back is a fault.
-    board = healthy();
-    board.usb.disks.back().presence.until_scan = 2;
-    got = run(board, "");
+    EXPECT_THAT(got.console, testing::Not(HasSubstr("请在10s内将2.0U盘插入")));
+    // The stick did not come back.
+    got = run("", "usb.mice = 3\nusb.disks = [{node = 'msa1', until_scan = 2}]");
+    EXPECT_EQ(got.count("opendir"), 2);
     EXPECT_THAT(got.console, HasSubstr("USB口       : 3  \n"));
     EXPECT_THAT(got.console, HasSubstr("USB口       : error occured!  \n"));
 }
