@@ -1,48 +1,40 @@
 // The two programs as a user runs them.
-#include <gmock/gmock.h>
-
 #include <fstream>
-#include <string>
 
+#include "checks/harness.h"
 #include "checks/programs.h"
-#include "sim/text.h"
 
 namespace {
 
 using namespace checks;
-using testing::EndsWith;
-using testing::HasSubstr;
-using testing::StartsWith;
 
 Finished q7(const std::string& arguments) { return shell(Q7_BINARIES "/q7 " + arguments); }
 
 TEST(Program, Q7OnAMachineWithoutControlDevice) {
     if (std::ifstream("/dev/zebio")) GTEST_SKIP() << "this machine has a control device";
-    Finished got = q7("-o 2");
-    EXPECT_EQ(got.out,
-              "sysInit 1 Fatal\n\xB4\xF2\xBF\xAAhwInfo\xC9\xE8\xB1\xB8\xB3\xF6\xB4\xED!\n");
-    EXPECT_EQ(got.status, 255);
-    got = q7("-h");
-    EXPECT_THAT(got.out, StartsWith("sysInit 1 Fatal\nq7 ver1.02(2009-4-3)\n"));
-    EXPECT_EQ(got.status, 0);
-    got = q7("-x 1");
-    EXPECT_EQ(sim::gbk_to_utf8(got.out), "sysInit 1 Fatal\n参数非法\n");
-    EXPECT_EQ(got.status, 0);
-    got = q7("netQ7test");
-    EXPECT_EQ(sim::gbk_to_utf8(got.out), "sysInit 1 Fatal\n打开命名管道出错\n");
-    EXPECT_EQ(got.status, 0);
+    const auto expect = [](const char* arguments, testing::Matcher<std::string> out, int status) {
+        const Finished got = q7(arguments);
+        EXPECT_THAT(got.out, out);
+        EXPECT_EQ(got.status, status) << arguments;
+    };
+    const std::string start = "sysInit 1 Fatal\n";
+    expect("-o 2", start + "\xB4\xF2\xBF\xAAhwInfo\xC9\xE8\xB1\xB8\xB3\xF6\xB4\xED!\n", 255);
+    expect("-h", StartsWith(start + "q7 ver1.02(2009-4-3)\n"), 0);
+    expect("-x 1", start + "\xB2\xCE\xCA\xFD\xB7\xC7\xB7\xA8\n", 0);
+    expect("netQ7test",
+           start + "\xB4\xF2\xBF\xAA\xC3\xFC\xC3\xFB\xB9\xDC\xB5\xC0\xB3\xF6\xB4\xED\n", 0);
 }
 
 TEST(Program, SimulatorEndsWithTheStatusOrSignalOfQ7) {
-    EXPECT_EQ(q7_sim("-o 2").status, 0);
     const std::string scenario = scratch("board.toml");
-    std::ofstream(scenario) << "base = \"healthy\"\n[operator]\ninterrupts = [2.5]\n";
-    Finished got = q7_sim("--board " + scenario + " -o 2 5");
-    EXPECT_EQ(got.signal, 2);
-    std::ofstream(scenario) << "";
-    EXPECT_EQ(q7_sim("--board " + scenario + " -o 2").status, 255);
-    std::ofstream(scenario) << "base = \"healthy\"\nend = 4.0";
-    got = q7_sim("--board " + scenario + " -o 2 5");
+    const auto run_on = [&](const char* board) {
+        std::ofstream(scenario) << board;
+        return q7_sim("--board " + scenario + " -o 2 5");
+    };
+    EXPECT_EQ(run_on("base = \"healthy\"").status, 0);
+    EXPECT_EQ(run_on("").status, 255);
+    EXPECT_EQ(run_on("base = \"healthy\"\noperator.interrupts = [2.5]").signal, 2);
+    const Finished got = run_on("base = \"healthy\"\nend = 4.0");
     EXPECT_EQ(got.status, 120);
     EXPECT_THAT(got.err, StartsWith("q7-sim: stopped at "));
 }
@@ -50,23 +42,19 @@ TEST(Program, SimulatorEndsWithTheStatusOrSignalOfQ7) {
 TEST(Program, SimulatorExplainsBadArgumentsAndScenarios) {
     const std::string scenario = scratch("bad.toml");
     std::ofstream(scenario) << "[hardware]\nmodle = 1\n";
-    const struct {
-        std::string arguments, error;
-    } rows[] = {
-        {"--board", "q7-sim: --board: 1 required FILE missing"},
-        {"--board /nowhere.toml", "q7-sim: /nowhere.toml: no such file"},
-        {"--board " + scenario, "q7-sim: " + scenario + ":2: unknown key \"modle\""},
-        {"--pace 0", "q7-sim: --pace: Value 0 not in range"},
-        {"--pace fast", "q7-sim: --pace: Value fast not in range"},
-        {"--trace /nowhere/x", "q7-sim: /nowhere/x: cannot be written"},
-        {"--fifo /nowhere/x netQ7test", "q7-sim: /nowhere/x: cannot be written"},
-    };
-    for (const auto& row : rows) {
-        const Finished got = q7_sim(row.arguments);
-        EXPECT_EQ(got.status, 2) << row.arguments;
-        EXPECT_THAT(got.err, StartsWith(row.error));
+    const auto expect = [](const std::string& arguments, const std::string& error) {
+        const Finished got = q7_sim(arguments);
+        EXPECT_EQ(got.status, 2) << arguments;
+        EXPECT_THAT(got.err, StartsWith("q7-sim: " + error));
         EXPECT_EQ(got.out, "");
-    }
+    };
+    expect("--board", "--board: 1 required FILE missing");
+    expect("--board /nowhere.toml", "/nowhere.toml: no such file");
+    expect("--board " + scenario, scenario + ":2: unknown key \"modle\"");
+    expect("--pace 0", "--pace: Value 0 not in range");
+    expect("--pace fast", "--pace: Value fast not in range");
+    expect("--trace /nowhere/x", "/nowhere/x: cannot be written");
+    expect("--fifo /nowhere/x netQ7test", "/nowhere/x: cannot be written");
 }
 
 TEST(Program, SimulatorShowsTheConsoleAndMarksTheRecords) {
@@ -78,8 +66,7 @@ TEST(Program, SimulatorShowsTheConsoleAndMarksTheRecords) {
     const std::string fifo = scratch("fifo");
     got = q7_sim("--gbk --fifo " + fifo + " netQ7test");
     EXPECT_EQ(got.err, "");
-    using namespace std::string_literals;
-    EXPECT_THAT(content_of(fifo), EndsWith("\0\0\0\0\x09\0\0\0Q7TESTEND"s));
+    EXPECT_THAT(content_of(fifo), EndsWith(std::string("\0\0\0\0\x09\0\0\0Q7TESTEND", 17)));
     EXPECT_THAT(got.out, EndsWith("miniSAS\xBF\xDA\xD5\xFD\xB3\xA3\n"));
 }
 
@@ -87,11 +74,10 @@ TEST(Program, SimulatorWritesTheEventLog) {
     const std::string trace = scratch("trace");
     const Finished got = q7_sim("--trace " + trace + " -o 9");
     EXPECT_THAT(content_of(trace),
-                HasSubstr("{\"at\":2.1,\"actor\":\"main\",\"call\":\"ioctl\",\"fd\":5,"
-                          "\"path\":\"/dev/zebio\",\"request\":\"0x20\",\"argument\":5,"
-                          "\"printed\":166,\"result\":0}\n"));
-    EXPECT_THAT(content_of(trace), HasSubstr("{\"at\":2.1,\"device\":\"watchdog\","
-                                             "\"state\":\"5 s\"}\n"));
+                HasSubstr(R"({"at":2.1,"actor":"main","call":"ioctl","fd":5,"path":"/dev/zebio",)"
+                          R"("request":"0x20","argument":5,"printed":166,"result":0})"
+                          "\n"));
+    EXPECT_THAT(content_of(trace), HasSubstr(R"({"at":2.1,"device":"watchdog","state":"5 s"})"));
     EXPECT_EQ(got.err, "q7-sim: the watchdog restarts the board at 7.100000 s\n");
 }
 
