@@ -100,12 +100,14 @@ TEST(AlarmTest, DrivesTheOutputsInThisOrder) {
     EXPECT_EQ(got.world->alarm.outputs, 8u);  // the last one stays on
 }
 
+std::string said(const std::string& changes) { return run("-o 5", changes).said(); }
+
 TEST(AlarmTest, OtherInputsThanThoseComparedDoNotMatter) {
     const std::string hardware = "hardware = {alarm_outputs = 2, alarm_inputs = 4}\n",
                       fixture = "alarm = {wiring = [[1, 3, 9], [2, 4]], stuck = [12]";
-    EXPECT_EQ(run("-o 5", hardware + fixture + "}").said(), counts(4, 2) + idle() + score(3, 0));
+    EXPECT_EQ(said(hardware + fixture + "}"), counts(4, 2) + idle() + score(3, 0));
     // The whole word is shown.
-    EXPECT_EQ(run("-o 5", hardware + fixture + ", dead = [1]}").said(),
+    EXPECT_EQ(said(hardware + fixture + ", dead = [1]}"),
               counts(4, 2) + idle() + mismatch(1, 0x904, 5) + score(2, 1));
 }
 
@@ -121,30 +123,28 @@ TEST(AlarmTest, UnsupportedOutputCountIsReportedAndTakenAsFour) {
 }
 
 TEST(AlarmTest, InputCountDecidesWhatTheIdleCheckLooksAt) {
-    const auto said = [](unsigned inputs, const std::string& stuck) {
-        return run("-o 5", "hardware.alarm_inputs = " + std::to_string(inputs) + "\nalarm.stuck = ["
-                               + stuck + "]")
-            .said();
-    };
     // Four outputs, not 16 inputs: the sweep compares and shows the low byte.
     const std::string mismatches =
         mismatch(2, 0x23, 0x22) + mismatch(4, 0x45, 0x44) + mismatch(8, 0x89, 0x88);
-    EXPECT_EQ(said(0, "1, 9"), counts(0, 4) + mismatches + score(1, 3));
-    EXPECT_EQ(said(8, "1, 9"), counts(8, 4) + idle(0x101) + mismatches + score(1, 4));
-    EXPECT_EQ(said(8, "9"), counts(8, 4) + idle() + score(5, 0));
-    for (const unsigned inputs : {9, 32, 33, 255})
-        EXPECT_EQ(said(inputs, "9"), counts(inputs, 4) + idle(0x100) + score(4, 1));
+    EXPECT_EQ(said("alarm.stuck = [1, 9]\nhardware.alarm_inputs = 0"),
+              counts(0, 4) + mismatches + score(1, 3));
+    EXPECT_EQ(said("alarm.stuck = [1, 9]\nhardware.alarm_inputs = 8"),
+              counts(8, 4) + idle(0x101) + mismatches + score(1, 4));
+    EXPECT_EQ(said("alarm.stuck = [9]\nhardware.alarm_inputs = 8"),
+              counts(8, 4) + idle() + score(5, 0));
+    for (const unsigned inputs : {9, 32, 33, 255}) {
+        EXPECT_EQ(said("alarm.stuck = [9]\nhardware.alarm_inputs = " + std::to_string(inputs)),
+                  counts(inputs, 4) + idle(0x100) + score(4, 1));
+    }
 }
 
 TEST(AlarmTest, FailedReadIsReportedAndJudgedOnAClearedWord) {
-    const auto said = [](int nth) {
-        return run("-o 5", "faults = [{request = 0x80026B90, nth = " + std::to_string(nth) + "}]")
-            .said();
-    };
-    EXPECT_EQ(said(1), counts(16, 4) + "IOCTL ERROR\n" + idle() + score(5, 0));
+    EXPECT_EQ(said("faults = [{request = 0x80026B90}]"),
+              counts(16, 4) + "IOCTL ERROR\n" + idle() + score(5, 0));
     for (int k = 0; k < 4; ++k) {
-        EXPECT_EQ(said(2 + k), counts(16, 4) + idle() + "IOCTL ERROR\n"
-                                   + mismatch(1u << k, 0, 0x1111u << k) + score(4, 1));
+        EXPECT_EQ(said("faults = [{request = 0x80026B90, nth = " + std::to_string(2 + k) + "}]"),
+                  counts(16, 4) + idle() + "IOCTL ERROR\n" + mismatch(1u << k, 0, 0x1111u << k)
+                      + score(4, 1));
     }
 }
 

@@ -47,13 +47,6 @@ TEST(Report, RecordsThatAFullPipeRefusesAreSaidWithModuleAndLine) {
                                + " \n");
 }
 
-TEST(Report, ReaderThatLeavesDoesNotEndTheRun) {
-    const Outcome got = run("netQ7test", "fifo.leaves_at = 4");
-    EXPECT_EQ(got.records.size(), 3u);
-    EXPECT_THAT(got.console, HasSubstr("write error file = "));
-    EXPECT_EQ(got.status, 0);
-}
-
 Outcome summarise(const std::function<void()>& set_slots) {
     return run_piece(healthy(), [&] {
         g_iUsbNum = 4;

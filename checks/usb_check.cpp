@@ -53,17 +53,18 @@ TEST(UsbNames, PartitionsReplaceTheirNeighbouringDisk) {
 }
 
 TEST(UsbTest, CountsMiceAndDisks) {
-    const auto expect = [](const std::string& usb, unsigned found, const char* start) {
+    const auto expect = [](const std::string& usb, unsigned found,
+                           testing::Matcher<std::string> said) {
         const Outcome got = run("-o 7", usb);
         EXPECT_EQ(got.results.usb_ports_found, found) << usb;
-        EXPECT_THAT(got.said(), StartsWith(start));
+        EXPECT_THAT(got.said(), said);
         EXPECT_EQ(got.count("closedir"), 1);
     };
     expect(disks(""), 0, "没有接usb\n");
     expect(disks("") + "usb.mice = 2", 2, "没有接usb\n");
     expect(disks("") + "usb.mice = 5", 3, "没有接usb\n");  // mouse0 to mouse2 are looked for
-    expect(disks("msa msa1 msb1") + "usb.mice = 2", 4, "/dev/msa1 剩余空间 = ");
-    expect(disks("msa1 msb1 msc1 msd1 mse1 msf1 msg1 msh1 msi1"), 8, "/dev/msa1 剩余空间 = ");
+    expect(disks("msa msa1 msb1") + "usb.mice = 2", 4, HasSubstr("/dev/msb1 剩余空间 = "));
+    expect(disks("msa1 msb1 msc1 msd1 mse1 msf1 msg1 msh1 msi1"), 8, HasSubstr("/dev/msh1 "));
 }
 
 TEST(UsbTest, ExaminesEachDiskInOrderAndLeavesNothingMounted) {
