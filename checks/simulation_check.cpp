@@ -178,7 +178,8 @@ TEST(Simulation, PacedRunTakesItsRealTime) {
     const auto start = std::chrono::steady_clock::now();
     sim::simulate({}, {[] { return platform::sleep_ms(25'000); }}, {.pace = 50});
     const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - start;
-    EXPECT_NEAR(passed.count(), 0.5, 0.2);
+    EXPECT_GE(passed.count(), 0.5);
+    EXPECT_LT(passed.count(), 5);  // a busy machine is late
 }
 
 #ifdef __SANITIZE_THREAD__

@@ -2,7 +2,6 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
-#include <ranges>
 
 #include "sim/board.h"
 #include "sim/devices.h"
@@ -57,8 +56,9 @@ class DiskNodes final : public Device {
 
     void list(std::vector<std::string>& names) const override {
         // The newest node first.
-        for (const auto& [name, disk] : std::views::reverse(scenario->disks)) {
-            if (disk.present) names.push_back(name);
+        const auto& disks = scenario->disks;
+        for (auto disk = disks.rbegin(); disk != disks.rend(); ++disk) {
+            if (disk->second.present) names.push_back(disk->first);
         }
     }
 

@@ -43,10 +43,13 @@ void Keys::finish() const {
     for (const auto& [key, node] : *table_) {
         const std::string word(key.str());
         if (claimed_.count(word) != 0) continue;
-        std::string accepted;
-        for (const std::string& each : claimed_)
-            accepted += (accepted.empty() ? "" : ", ") + each;
-        fail_at(key.source(), file_, "unknown key \"" + word + "\"; accepted here: " + accepted);
+        std::string text = "unknown key \"" + word + "\"; accepted here";
+        const char* separator = ": ";
+        for (const std::string& each : claimed_) {
+            text.append(separator).append(each);
+            separator = ", ";
+        }
+        fail_at(key.source(), file_, text);
     }
 }
 
