@@ -121,8 +121,8 @@ class Least final : public benchmark::BenchmarkReporter {
             }
             if (run.aggregate_name != "min") continue;
             const std::string& name = run.run_name.function_name;
-            cpu[name] = run.cpu_accumulated_time;
-            real[name] = run.real_accumulated_time;
+            cpu[name] = run.GetAdjustedCPUTime() / 1e9;
+            real[name] = run.GetAdjustedRealTime() / 1e9;
             for (const auto& [counter, value] : run.counters)
                 counters[counter] = value.value;
         }
