@@ -141,7 +141,7 @@ TEST(PanelTest, EachKeyCausesItsFramesAtTheirInstants) {
                     "8.006 06 0000 | 8.106 28 0000 | "                              // RIGHT
                     "9.006 05 FFFF | 9.106 27 FFFF | " + functions_on("9.206")      // UP
                   + "10.006 05 0000 | 10.106 27 0000 | 10.206 09 0000 | "           // DOWN
-                    "12.006 05 5555 | 12.106 27 5555 | "                            // ENTER, pressed
+                    "12.006 05 5555 | 12.106 27 5555 | "                            // ENTER
                     "14.106 05 AAAA | 14.206 27 AAAA | ");
     EXPECT_NEAR(got.end_s, 15.006 + 1, 0.001);  // ESC, and a second of console drain
 }
@@ -204,6 +204,8 @@ TEST(PanelTest, SilenceOfFiveSecondsEndsItAndEachReadStartsThemAnew) {
     const char* slow = R"(panel.frames = [
         {at = 9, key = "AN0"}, {at = 13.9, key = "AN0"}, {at = 18.8, key = "AN0"}])";
     EXPECT_NEAR(run("-o 3", slow).end_s, 18.8 + 0.01 + 5 + 1, 0.001);
+    // ESC ends one run alone: the next one shows its LEDs for 2.2 s and waits anew.
+    EXPECT_NEAR(run("-o 3 2", sending({kEsc})).end_s, 5.006 + 1 + 2.2 + 5 + 1, 0.001);
 }
 
 TEST(PanelTest, DrainSwallowsBareEnterPresses) {
