@@ -190,8 +190,9 @@ TEST(Update, FlashDefects) {
     };
     for (const auto& row : rows) {
         const std::string failed = row.fault + "ERR : main, check flash status fail\n" + kError;
-        EXPECT_THAT(said(run("-o 10", firmware(256, row.bridge))),
-                    EndsWith(row.fault.empty() ? upload_lines(256, ".") + kFinish : failed));
+        EXPECT_THAT(
+            said(run("-o 10", firmware(256, row.bridge))),
+            EndsWith("\n" + (row.fault.empty() ? upload_lines(256, ".") + kFinish : failed)));
     }
 }
 
@@ -330,20 +331,20 @@ TEST(Update, FailedAndShortReadsOfTheFile) {
         {kBlank, "call = 'read', effect = 'short', count = 30, onwards = true",
          upload_lines(1024, "..") + kFinish},
         {kBlank, "call = 'read', nth = 2",
-         "\n.ERR : uploadcode, read binfile fail (00000200h)\nINFO: Total upload size = 512\n"},
+         ".ERR : uploadcode, read binfile fail (00000200h)\nINFO: Total upload size = 512\n"},
         {"image = 1024", "call = 'read', nth = 2",
-         "\n.ERR : verifycode, read binfile fail (00000200h)\nINFO: Total verify size = 512\n"
+         ".ERR : verifycode, read binfile fail (00000200h)\nINFO: Total verify size = 512\n"
          "WRN : verifycode, verify not complete\nERR : main, verifycode fail\n"},
         {kBlank, "call = 'pread', effect = 'short', count = 0",
          "ERR : chkbinfile, too few data when read binfile (< 32 bytes)\n"},
         {kBlank, "call = 'pread'", "ERR : chkbinfile, read binfile fail (5)\n"},
-        {kBlank, "call = 'lseek'", "length of binfile isn't alignment (-1)\n"},
+        {kBlank, "call = 'lseek'", "ERR : chkbinfile, length of binfile isn't alignment (-1)\n"},
     };
     for (const auto& row : rows) {
         const Outcome got =
             run("-o 10", firmware(1024, row.bridge) + "faults = [{path = '/dav0/zeb321.bin', "
                              + row.fault + "}]");
-        EXPECT_THAT(said(got), HasSubstr(row.said));
+        EXPECT_THAT(said(got), HasSubstr("\n" + row.said));
         const sim::BridgeState& bridge = got.world->bridges[0];
         EXPECT_TRUE(bridge.resets == 0 || are_image(bridge.running, 1024));
     }
