@@ -27,6 +27,7 @@ Outcome run_program(const Board& board, const std::function<int()>& program) {
     void* page =
         ::mmap(nullptr, sizeof(Remains), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     auto* remains = static_cast<Remains*>(page);
+    std::fflush(stdout);  // or the new process would print it once more
     sim::Outcome got = sim::simulate(
         board, {program, [&] {
                     remains->results = results;

@@ -79,7 +79,8 @@ class Keys {
     static Range narrowed(Range range) {
         using Limits = std::numeric_limits<T>;
         if (std::cmp_less(range.least, Limits::min())) range.least = Limits::min();
-        if (std::cmp_greater(range.most, Limits::max())) range.most = Limits::max();
+        if (std::cmp_greater(range.most, Limits::max()))
+            range.most = static_cast<std::int64_t>(Limits::max());
         return range;
     }
 
