@@ -179,8 +179,10 @@ std::set<std::string> documented(const std::string& heading) {
     bool inside = false;
     for (std::string line; std::getline(file, line);) {
         if (line.rfind("##", 0) == 0) inside = (line + "\n").find(heading) != std::string::npos;
-        if (inside && line.rfind("- `", 0) == 0)
-            items.insert(line.substr(3, line.find('`', 3) - 3));
+        if (!inside || line.rfind("- `", 0) != 0) continue;
+        std::string item = line.substr(3, line.find('`', 3) - 3);
+        if (const std::size_t at = item.find(" ; "); at != std::string::npos) item[at + 1] = '\n';
+        items.insert(item);
     }
     return items;
 }
