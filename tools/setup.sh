@@ -42,7 +42,7 @@ need() {
         as_root=(sudo)
     fi
     echo "Installing ${missing[*]}" >&2
-    "${as_root[@]}" apt-get update -qq >&2
+    "${as_root[@]}" apt-get update -qq >/dev/null
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-        apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
+        apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 }
