@@ -103,9 +103,10 @@ int count_actors(const char* kind) {
 }
 
 int add_child(const Process& parent) {
-    const int place = static_cast<int>(world->processes_used++);
+    const int place = static_cast<int>(world->processes_used);
     Process& child = world->processes[place];
     child = parent;
+    child.pid = 0;  // until it is forked: the supervisor must not take it for its parent
     child.interrupt_pending = false;
     child.alive = true;
     for (const std::int16_t file : child.files) {
@@ -113,6 +114,7 @@ int add_child(const Process& parent) {
     }
     child.main_actor =
         static_cast<std::int16_t>(add_actor(place, "child", count_actors("child") + 1));
+    ++world->processes_used;
     return place;
 }
 
