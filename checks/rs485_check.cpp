@@ -87,8 +87,7 @@ TEST(Rs485, FailedSetUpEndsItsProcess) {
     } rows[] = {
         {"rs485.present = false", "open /dev/ttyS0 failed\n", 255},
         {"faults = [{call = 'tcsetattr', path = '/dev/ttyS0'}]", "tcsetattr failed\n", 255},
-        {"faults = [{call = 'signal', actor = 'main', nth = 2}]", signal_failed + kNothingBack,
-         255},
+        {"faults = [{call = 'signal', actor = 'main'}]", signal_failed + kNothingBack, 255},
         {"faults = [{call = 'signal', actor = 'child1'}]", signal_failed, 0},
     };
     for (const auto& row : rows) {

@@ -1,7 +1,6 @@
 #include "driver/q7.h"
 
 #include <algorithm>
-#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -132,7 +131,6 @@ bool asks_for_help(const char* argument) {
 
 int q7_main(int argc, char** argv) {
     std::setvbuf(stdout, nullptr, _IONBF, 0);
-    platform::signal(SIGPIPE, SIG_IGN);  // a reader that leaves costs its records, not the run
     if (platform::setuid(0) != 0) {
         std::puts("切换到超级用户失败，可能会对Q7的某些项测试有影响");
     }

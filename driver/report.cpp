@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <csignal>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -58,6 +59,7 @@ bool console_mode() { return g_console_flag != 0; }
 int open_report_fifo() {
     g_fifo = platform::open("/var/q7.fifo", O_WRONLY | O_NONBLOCK);
     if (g_fifo < 0) return -1;
+    platform::signal(SIGPIPE, SIG_IGN);
     g_console_flag = 0;
     return 0;
 }
