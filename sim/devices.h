@@ -16,6 +16,7 @@ extern const Device& directory_device;  // an open directory
 extern const Device& socket_device;     // datagram sockets, and the network ports behind them
 extern const Device& rtc_device;        // /dev/rtc
 extern const Device& usb_device;        // disks, mice and the device tree
+extern const Device& null_device;       // /dev/null
 
 // Adds what the operator types at the present instant; empty = end of input.
 void type_line(std::string_view text);
