@@ -69,7 +69,7 @@ Outcome run(const Board& board, const std::string& words);
 Outcome run_with(const Board& board, const std::vector<std::string>& arguments,
                  const std::function<void()>& preset = {});
 
-// A piece of the product, with standard output as q7 sets it up.
+// A piece of the product; what it prints by stdio stands where it prints it.
 Outcome run_piece(const Board& board, const std::function<void()>& piece);
 
 sim::Fault failing(std::string call, std::string path = {}, std::uint32_t nth = 1);

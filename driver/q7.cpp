@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
@@ -19,6 +18,7 @@
 #include "driver/report.h"
 #include "driver/sequence.h"
 #include "platform/platform.h"
+#include "platform/print.h"
 #include "tests/485testfork.h"
 #include "tests/boardinfo.h"
 #include "tests/front_board_test.h"
@@ -53,36 +53,36 @@ constexpr NumberedTest kTests[] = {
 constexpr int kLastTest = std::size(kTests);
 
 void print_usage() {
-    std::puts("q7 ver1.02(2009-4-3)");
-    std::puts("this program will excute the follow test");
-    std::puts("No.1 : \t\t\tShow board Info");
-    std::puts("No.2 : \t\t\tBuzzer test");
-    std::puts("No.3 : \t\t\tFront-board test");
-    std::puts("No.4 : \t\t\t485 com test");
-    std::puts("No.5 : \t\t\tIop test");
-    std::puts("No.6 : \t\t\tRTC test");
-    std::puts("No.7: \t\t\tUSB port test");
-    std::puts("No.8: \t\t\tSATA test");
-    std::puts("No.9: \t\t\tWatchdog test,Restart system\n");
-    std::puts("No.10: \t\t\tpmp test,Restart system\n");
-    std::puts("No.11 : \t\t\tNetwork moudel configure show");
-    std::puts("q7 -h or q7 --help for help information");
-    std::puts("If you want to do all the tests, please run q7 ");
-    std::puts("If you want to do only one test of them ,please run q7 -o  <No.> ");
-    std::puts("        eg. q7 -o 4   then only test 485 port");
+    print_line("q7 ver1.02(2009-4-3)");
+    print_line("this program will excute the follow test");
+    print_line("No.1 : \t\t\tShow board Info");
+    print_line("No.2 : \t\t\tBuzzer test");
+    print_line("No.3 : \t\t\tFront-board test");
+    print_line("No.4 : \t\t\t485 com test");
+    print_line("No.5 : \t\t\tIop test");
+    print_line("No.6 : \t\t\tRTC test");
+    print_line("No.7: \t\t\tUSB port test");
+    print_line("No.8: \t\t\tSATA test");
+    print_line("No.9: \t\t\tWatchdog test,Restart system\n");
+    print_line("No.10: \t\t\tpmp test,Restart system\n");
+    print_line("No.11 : \t\t\tNetwork moudel configure show");
+    print_line("q7 -h or q7 --help for help information");
+    print_line("If you want to do all the tests, please run q7 ");
+    print_line("If you want to do only one test of them ,please run q7 -o  <No.> ");
+    print_line("        eg. q7 -o 4   then only test 485 port");
 }
 
 bool is_digit(char character) { return character >= '0' && character <= '9'; }
 
 std::optional<int> refuse_number() {
-    std::printf("请选择测试序号(1~%d)\n", kLastTest);
+    print("请选择测试序号(1~%d)\n", kLastTest);
     return std::nullopt;
 }
 
 // The number in the first two characters of the text; an empty text is number 0. A longer text
 // is only hinted at, one that is no number is refused.
 std::optional<int> parse_test_number(const char* text) {
-    if (std::strlen(text) > 2) std::printf("请选择测试序号(1~%d)\n", kLastTest);
+    if (std::strlen(text) > 2) print("请选择测试序号(1~%d)\n", kLastTest);
     if (text[0] == '\0') return 0;
     if (!is_digit(text[0])) return refuse_number();
     if (text[1] == '\0') return text[0] - '0';
@@ -99,14 +99,14 @@ std::uint32_t parse_count(const char* text) {
 void repeat(const NumberedTest& test, std::uint32_t count) {
     if (test.pause_ms > 0) platform::sleep_ms(test.pause_ms);
     for (std::uint32_t i = 0; i != count; ++i) {
-        if (count > 1) std::printf("\n第%d次测试\n", i + 1);
+        if (count > 1) print("\n第%d次测试\n", i + 1);
         test.run();
     }
 }
 
 void run_test(int number, std::uint32_t count) {
     if (number < 1 || number > kLastTest) {
-        std::printf("请输入正确的测试序号.(1~%d)", kLastTest);
+        print("请输入正确的测试序号.(1~%d)", kLastTest);
         return;
     }
     prepare_control_device().close();
@@ -118,7 +118,7 @@ void run_test(int number, std::uint32_t count) {
 
 void run_single_test(int argc, char** argv) {
     if (std::strcmp(argv[1], "-o") != 0 && std::strcmp(argv[1], "-O") != 0) {
-        std::puts("参数非法");
+        print_line("参数非法");
         return;
     }
     const std::optional<int> number = parse_test_number(argv[2]);
@@ -145,9 +145,8 @@ void occupy_standard_descriptors() {
 
 int q7_main(int argc, char** argv) {
     occupy_standard_descriptors();
-    std::setvbuf(stdout, nullptr, _IONBF, 0);
     if (platform::setuid(0) != 0) {
-        std::puts("切换到超级用户失败，可能会对Q7的某些项测试有影响");
+        print_line("切换到超级用户失败，可能会对Q7的某些项测试有影响");
     }
     sysInit();
     if (argc > 1 && std::strcmp(argv[1], "netQ7test") == 0 && open_report_fifo() != 0) {

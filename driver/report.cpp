@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "platform/platform.h"
+#include "platform/print.h"
 
 namespace {
 
@@ -46,11 +47,11 @@ void report(Site site, const char* format, ...) {
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     if (console_mode()) {
-        std::printf("%s", text);
+        print("%s", text);
         return;
     }
     if (send(text) < 0) {
-        std::printf("write error file = %s ,line = %d \n", site.module, site.line);
+        print("write error file = %s ,line = %d \n", site.module, site.line);
     }
 }
 

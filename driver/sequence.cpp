@@ -1,7 +1,5 @@
 #include "driver/sequence.h"
 
-#include <cstdio>
-
 #include "device/boot_parameters.h"
 #include "device/buzzer.h"
 #include "device/capability.h"
@@ -12,6 +10,7 @@
 #include "driver/report.h"
 #include "driver/results.h"
 #include "driver/summary.h"
+#include "platform/print.h"
 #include "tests/485testfork.h"
 #include "tests/boardinfo.h"
 #include "tests/front_board_test.h"
@@ -45,18 +44,18 @@ void examine_net_port() {
 }
 
 void test_network(int control) {
-    std::puts("现在测试电口网络");
+    print_line("现在测试电口网络");
     if (select_net_port(control, kCopperPort)) {
         examine_net_port();
     } else {
-        std::puts("切换电口失败");
+        print_line("切换电口失败");
     }
     platform::sleep_ms(1000);
-    std::puts("现在测试光口网络");
+    print_line("现在测试光口网络");
     if (select_net_port(control, kFibrePort)) {
         examine_net_port();
     } else {
-        std::puts("切换光口失败");
+        print_line("切换光口失败");
     }
     platform::ioctl_value(control, ZEBIO_SELECT_NET_PORT, kCopperPort);
 }
@@ -69,12 +68,12 @@ void end_net_run() {
 }
 
 void restore_factory_settings() {
-    std::puts("测试结束,系统将要重新启动,并恢复出厂设置");
+    print_line("测试结束,系统将要重新启动,并恢复出厂设置");
     if (platform::remove("/dav2/devCfg.bin") != 0) {
-        std::puts("remove /dav2/devCfg.bin ERROR");
+        print_line("remove /dav2/devCfg.bin ERROR");
     }
     if (platform::remove("/dav2/devCfg_backup.bin") != 0) {
-        std::puts("remove /dav2/devCfg_backup.bin ERROR");
+        print_line("remove /dav2/devCfg_backup.bin ERROR");
     }
     watchdog_restart();
 }
@@ -119,7 +118,7 @@ void full_sequence() {
     report(kModule, "第%d步:\nUSB口测试\n", ++step);
     usb_test();
     if (results.usb_ports_found == g_iUsbNum) {
-        std::puts("3.0usb插3.0U盘测试成功,请在10s内将2.0U盘插入3.0usb进行测试");
+        print_line("3.0usb插3.0U盘测试成功,请在10s内将2.0U盘插入3.0usb进行测试");
         usb_test();
     }
     report(kModule, "\n");
@@ -147,7 +146,7 @@ void full_sequence() {
     if (!console_mode()) {
         end_net_run();
     } else if (all_passed == 0) {
-        std::puts("测试结束");
+        print_line("测试结束");
     } else {
         restore_factory_settings();
     }

@@ -8,6 +8,7 @@
 #include "driver/report.h"
 #include "driver/results.h"
 #include "platform/platform.h"
+#include "platform/print.h"
 
 namespace {
 
@@ -49,21 +50,21 @@ void send_items() {
     } else {
         report(kModule, "SATA口       : 成功  \n");
     }
-    std::puts(results.minisas != 0 ? "miniSAS口异常" : "miniSAS口正常");
+    print_line(results.minisas != 0 ? "miniSAS口异常" : "miniSAS口正常");
     report(kModule, "Rtc时钟       : %s  \n", "由检测人员判断");
 }
 
 void print_faults() {
     constexpr char kFault[] = "error occured!";
-    if (results.network != 0) std::printf("网络状态    : %s  \n", kFault);
-    if (*g_rs485_verdict != 0) std::printf("485口       : %s  \n", kFault);
-    if (results.alarm != 0) std::printf("报警口      : %s  \n", kFault);
-    if (results.rtc != 0) std::printf("Rtc时钟     : %s  \n", kFault);
-    if (usb_ports_missing()) std::printf("USB口       : %s  \n", kFault);
+    if (results.network != 0) print("网络状态    : %s  \n", kFault);
+    if (*g_rs485_verdict != 0) print("485口       : %s  \n", kFault);
+    if (results.alarm != 0) print("报警口      : %s  \n", kFault);
+    if (results.rtc != 0) print("Rtc时钟     : %s  \n", kFault);
+    if (usb_ports_missing()) print("USB口       : %s  \n", kFault);
     if (results.sata_fault_mask != 0) {
-        std::printf("SATA口      : 端口%s无连接\n", take_missing_ports().data());
+        print("SATA口      : 端口%s无连接\n", take_missing_ports().data());
     }
-    if (results.minisas != 0) std::puts("miniSAS口异常");
+    if (results.minisas != 0) print_line("miniSAS口异常");
 }
 
 void sound_three_times(unsigned on_ms, unsigned off_ms) {

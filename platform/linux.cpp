@@ -50,6 +50,8 @@ ssize_t pread(int fd, void* data, std::size_t size, off_t offset) {
 
 ssize_t write(int fd, const void* data, std::size_t size) { return ::write(fd, data, size); }
 
+ssize_t write_text(int fd, const void* text, std::size_t size) { return ::write(fd, text, size); }
+
 off_t lseek(int fd, off_t offset, int whence) { return ::lseek(fd, offset, whence); }
 
 int open_socket(int domain, int type, int protocol) { return ::socket(domain, type, protocol); }

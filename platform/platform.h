@@ -23,7 +23,8 @@ ssize_t read(int fd, void* data, std::size_t size);
 ssize_t pread(int fd, void* data, std::size_t size, off_t offset);
 ssize_t write(int fd, const void* data, std::size_t size);
 off_t lseek(int fd, off_t offset, int whence);
-int open_socket(int domain, int type, int protocol);  // socket
+ssize_t write_text(int fd, const void* text, std::size_t size);  // write, of what q7 prints
+int open_socket(int domain, int type, int protocol);             // socket
 
 // ioctl with a block that the driver reads or fills, and with an argument by value.
 int ioctl(int fd, std::uint32_t request, void* block);

@@ -9,7 +9,6 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <new>
 
@@ -17,6 +16,7 @@
 #include "device/control_device.h"
 #include "driver/report.h"
 #include "driver/results.h"
+#include "platform/print.h"
 #include "tests/serial_line.h"
 
 namespace {
@@ -72,11 +72,11 @@ bool pause_within(timeval& budget) {
 int open_line() {
     const int line = open_serial_line(kDevice);
     if (line < 0) {
-        std::printf("open %s failed\n", kDevice);
+        print("open %s failed\n", kDevice);
         platform::exit(-1);
     }
     if (set_up_serial_line(line) < 0) {
-        std::puts("tcsetattr failed");
+        print_line("tcsetattr failed");
         platform::exit(-1);
     }
     return line;
@@ -96,7 +96,7 @@ bool send_some(int line, const std::uint8_t* data, std::size_t size, timeval& bu
     if (ready == 0) return false;
     if (ready < 0) {
         const bool interrupted = errno == EINTR;
-        std::perror("select()");
+        print_system_error("select()");
         return interrupted || pause_within(budget);
     }
     const ssize_t count = platform::write(line, data, size);
@@ -108,13 +108,13 @@ bool send_some(int line, const std::uint8_t* data, std::size_t size, timeval& bu
 void send_pattern(int line, const Pattern& pattern) {
     timeval budget{5, 0};
     if (platform::signal(SIGINT, SIG_DFL) == SIG_ERR) {
-        std::puts("signal failed");
+        print_line("signal failed");
         platform::exit(-1);
     }
     std::size_t sent = 0;
     while ((sent & kPatternSize) == 0) {
         if (!send_some(line, pattern.data() + sent, pattern.size() - sent, budget, sent)) {
-            std::puts("no more data can write in 5 seconds,exit ");
+            print_line("no more data can write in 5 seconds,exit ");
             return;
         }
     }
@@ -127,7 +127,7 @@ bool receive_some(int line, const Pattern& pattern, std::size_t& offset, timeval
     if (ready == 0) return false;
     if (ready < 0) {
         const bool interrupted = errno == EINTR;
-        std::perror("read select()");
+        print_system_error("read select()");
         return interrupted || pause_within(budget);
     }
     Pattern received;
@@ -143,7 +143,7 @@ bool receive_some(int line, const Pattern& pattern, std::size_t& offset, timeval
 [[noreturn]] void receive_pattern(int line, const Pattern& pattern) {
     timeval budget{5, 0};
     if (platform::signal(SIGINT, [](int) {}) == SIG_ERR) {
-        std::puts("signal failed");
+        print_line("signal failed");
         platform::exit_at_once(-1);
     }
     std::size_t offset = 0;
