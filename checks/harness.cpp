@@ -19,7 +19,6 @@ namespace {
 // What the product leaves in its own memory, copied out before it exits.
 struct Remains {
     Results results;
-    std::uint32_t rs485_verdict;
     Capability capability;
 };
 
@@ -31,7 +30,6 @@ Outcome run_program(const Board& board, const std::function<int()>& program) {
     sim::Outcome got = sim::simulate(
         board, {program, [&] {
                     remains->results = results;
-                    remains->rs485_verdict = *g_rs485_verdict;
                     remains->capability = {g_bSupFrontPanel, g_iUsbNum,     g_iCordNo,
                                            g_iAlarmOutNum,   g_iAlarmInNum, g_sata_port_num,
                                            g_cESataNum,      g_cMiniSASNum, g_cSataNewRule};
@@ -45,7 +43,6 @@ Outcome run_program(const Board& board, const std::function<int()>& program) {
         EXPECT_EQ(outcome.errors.find(sanitizer), std::string::npos) << outcome.errors;
     }
     outcome.results = remains->results;
-    outcome.rs485_verdict = remains->rs485_verdict;
     outcome.capability = remains->capability;
     outcome.stopped = got.reason;
     outcome.end_s = static_cast<double>(got.world->now) / 1e6;

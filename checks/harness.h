@@ -39,7 +39,6 @@ struct Outcome {
     std::vector<std::string> records;  // texts of the report records, UTF-8
     std::string record_bytes;
     Results results{};  // of the main process at its exit
-    std::uint32_t rs485_verdict = 0;
     Capability capability{};
     std::string stopped;  // why the run was stopped; empty = it was not
     double end_s = 0;

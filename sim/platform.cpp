@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -197,6 +196,11 @@ int open_socket(int domain, int type, int protocol) {
     }));
 }
 
+int open_pipe(int ends[2], int flags) {
+    Call call("pipe", kNoPath, flags);
+    return static_cast<int>(call.run([&] { return sim::open_pipe(ends, flags); }));
+}
+
 int ioctl(int fd, std::uint32_t request, void* block) {
     Call call("ioctl", Fd{fd}, 0, request);
     return control(call, request, {0, block});
@@ -302,12 +306,6 @@ int create_thread(pthread_t* thread, void* (*body)(void*)) {
     }
     if (result != 0) return static_cast<int>(result);
     return ::pthread_create(thread, nullptr, run_thread, new Thread{actor, body});
-}
-
-void* map_shared(std::size_t size) {
-    Call call("mmap", kNoPath, static_cast<std::int64_t>(size));
-    if (call.run([] { return 0L; }) != 0) return MAP_FAILED;
-    return ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
 }
 
 void exit(int status) { leave("exit", status); }
