@@ -7,6 +7,7 @@
 
 #include "checks/harness.h"
 #include "checks/programs.h"
+#include "driver/test_table.h"
 #include "sim/scenario.h"
 
 namespace {
@@ -84,6 +85,16 @@ TEST(OperatorPage, ExplainsEveryTextThatIsShownAndNoOther) {
         EXPECT_TRUE(!is_message(text) || listed.count(text) != 0) << "not explained: " << text;
     for (const std::string& text : listed)
         EXPECT_EQ(in_sources.count(text), 1u) << "not in the sources: " << text;
+}
+
+TEST(OperatorPage, HasASectionForEachTest) {
+    const std::string page = content_of(Q7_SOURCE "/docs/operator.md");
+    int number = 0;
+    for (const NumberedTest& test : numbered_tests()) {
+        const std::string name = std::to_string(++number);
+        EXPECT_THAT(test.usage, StartsWith("No." + name));
+        EXPECT_THAT(page, HasSubstr("\n## Test " + name + ": "));
+    }
 }
 
 TEST(ManualPage, NamesEveryExitStatus) {

@@ -10,6 +10,7 @@
 
 #include "device/capability.h"
 #include "driver/q7.h"
+#include "driver/test_table.h"
 #include "sim/scenario.h"
 #include "sim/text.h"
 
@@ -146,6 +147,13 @@ Outcome run_with(const Board& board, const std::vector<std::string>& arguments,
         if (preset) preset();
         return q7_main(static_cast<int>(words.size()), pointers.data());
     });
+}
+
+std::vector<std::string> single_tests() {
+    std::vector<std::string> words;
+    for (std::size_t number = 1; number <= numbered_tests().size(); ++number)
+        words.push_back("-o " + std::to_string(number));
+    return words;
 }
 
 Outcome run_piece(const Board& board, const std::function<void()>& piece) {

@@ -68,6 +68,9 @@ Outcome run(const Board& board, const std::string& words);
 Outcome run_with(const Board& board, const std::vector<std::string>& arguments,
                  const std::function<void()>& preset = {});
 
+// "-o 1" and so on, for each test that the product's table has.
+std::vector<std::string> single_tests();
+
 // A piece of the product; what it prints by stdio stands where it prints it.
 Outcome run_piece(const Board& board, const std::function<void()>& piece);
 

@@ -7,26 +7,15 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 #include <optional>
 
-#include "device/buzzer.h"
 #include "device/capability.h"
-#include "device/watchdog.h"
-#include "driver/pmp_test.h"
 #include "driver/preparation.h"
 #include "driver/report.h"
 #include "driver/sequence.h"
+#include "driver/test_table.h"
 #include "platform/platform.h"
 #include "platform/print.h"
-#include "tests/485testfork.h"
-#include "tests/boardinfo.h"
-#include "tests/front_board_test.h"
-#include "tests/iop_test.h"
-#include "tests/nic.h"
-#include "tests/rtc_test.h"
-#include "tests/sata_test.h"
-#include "tests/usb_disk_test.h"
 
 #if defined(__GNUC__) && !defined(__clang__)
 static_assert(sizeof "测" == 3, "the texts must be compiled to GBK (-fexec-charset=GBK)");
@@ -36,36 +25,13 @@ namespace {
 
 constexpr char kModule[] = "q7";
 
-struct NumberedTest {
-    int number;
-    unsigned pause_ms;  // once, before the first repetition
-    void (*run)();
-};
-
-constexpr NumberedTest kTests[] = {
-    {1, 0, [] { board_info_test(); }},  {2, 0, [] { buzzer(3); }},
-    {3, 0, front_board_test_if_fitted}, {4, 10'000, [] { rs485_test(); }},
-    {5, 0, [] { alarm_io_test(); }},    {6, 0, [] { rtc_test(); }},
-    {7, 0, [] { usb_test(); }},         {8, 0, sata_disk_test},
-    {9, 0, [] { watchdog_restart(); }}, {10, 0, pmp_test},
-    {11, 0, [] { nic_test(); }},
-};
-constexpr int kLastTest = std::size(kTests);
+int last_test() { return static_cast<int>(numbered_tests().size()); }
 
 void print_usage() {
     print_line("q7 ver1.02(2009-4-3)");
     print_line("this program will excute the follow test");
-    print_line("No.1 : \t\t\tShow board Info");
-    print_line("No.2 : \t\t\tBuzzer test");
-    print_line("No.3 : \t\t\tFront-board test");
-    print_line("No.4 : \t\t\t485 com test");
-    print_line("No.5 : \t\t\tIop test");
-    print_line("No.6 : \t\t\tRTC test");
-    print_line("No.7: \t\t\tUSB port test");
-    print_line("No.8: \t\t\tSATA test");
-    print_line("No.9: \t\t\tWatchdog test,Restart system\n");
-    print_line("No.10: \t\t\tpmp test,Restart system\n");
-    print_line("No.11 : \t\t\tNetwork moudel configure show");
+    for (const NumberedTest& test : numbered_tests())
+        print_line(test.usage);
     print_line("q7 -h or q7 --help for help information");
     print_line("If you want to do all the tests, please run q7 ");
     print_line("If you want to do only one test of them ,please run q7 -o  <No.> ");
@@ -75,14 +41,14 @@ void print_usage() {
 bool is_digit(char character) { return character >= '0' && character <= '9'; }
 
 std::optional<int> refuse_number() {
-    print("请选择测试序号(1~%d)\n", kLastTest);
+    print("请选择测试序号(1~%d)\n", last_test());
     return std::nullopt;
 }
 
 // The number in the first two characters of the text; an empty text is number 0. A longer text
 // is only hinted at, one that is no number is refused.
 std::optional<int> parse_test_number(const char* text) {
-    if (std::strlen(text) > 2) print("请选择测试序号(1~%d)\n", kLastTest);
+    if (std::strlen(text) > 2) print("请选择测试序号(1~%d)\n", last_test());
     if (text[0] == '\0') return 0;
     if (!is_digit(text[0])) return refuse_number();
     if (text[1] == '\0') return text[0] - '0';
@@ -105,15 +71,13 @@ void repeat(const NumberedTest& test, std::uint32_t count) {
 }
 
 void run_test(int number, std::uint32_t count) {
-    if (number < 1 || number > kLastTest) {
-        print("请输入正确的测试序号.(1~%d)", kLastTest);
+    if (number < 1 || number > last_test()) {
+        print("请输入正确的测试序号.(1~%d)", last_test());
         return;
     }
     prepare_control_device().close();
     settle_board();
-    for (const NumberedTest& test : kTests) {
-        if (test.number == number) repeat(test, count);
-    }
+    repeat(numbered_tests()[static_cast<std::size_t>(number - 1)], count);
 }
 
 void run_single_test(int argc, char** argv) {
