@@ -144,6 +144,14 @@ Run new_run(const RunOptions& options, const Folder& folder) {
     return run;
 }
 
+Result in_the_way(const Folder& folder, const char* holder) {
+    const Run run = folder.find(holder);
+    if (run.number != 0 && !SpoolReader(folder, run).recorder_lives()) {
+        return failure(kInProgress, "a process of run %s still lives", holder);
+    }
+    return failure(kInProgress, "run %s is in progress", holder);
+}
+
 using Launch = Result (*)(const RunOptions&, const Folder&, const Run&, Descriptor lock);
 
 // Finds the run with this name, or launches it. A run of the same name that is just being started
@@ -168,7 +176,7 @@ Result obtain(const RunOptions& options, const Folder& folder, Run& run, Launch 
         if (!same && attempt == attempts_for_others) break;
         pause_ms(between_ms);
     }
-    return failure(kInProgress, "run %s is in progress", holder);
+    return in_the_way(folder, holder);
 }
 
 }  // namespace
