@@ -378,7 +378,6 @@ void Recorder::read_signals() {
     char numbers[64];
     const ssize_t count = ::read(signals_.get(), numbers, sizeof numbers);
     for (ssize_t i = 0; i < count; ++i) {
-        if (numbers[i] == SIGCHLD) reap();
         if (numbers[i] == SIGINT || numbers[i] == SIGTERM) stop("signal");
     }
 }
@@ -405,10 +404,12 @@ void Recorder::wait_and_read() {
 }
 
 void Recorder::reap() {
-    if (program_ == 0 || ::waitpid(program_, &wait_status_, WNOHANG) != program_) return;
-    program_ = 0;
-    ended_ = monotonic_us();
-    fifo_writer_.close();  // now the FIFO ends with the last process of q7's
+    if (program_ != 0 && ::waitpid(program_, &wait_status_, WNOHANG) == program_) {
+        program_ = 0;
+        ended_ = monotonic_us();
+    }
+    // Nobody of q7's is left but for who has the FIFO alone: now it ends with that one.
+    if (program_ == 0 && !out_.is_open() && !err_.is_open()) fifo_writer_.close();
 }
 
 void Recorder::stop(const char* by) {
