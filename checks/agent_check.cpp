@@ -183,7 +183,10 @@ class Agent : public testing::Test {
         std::filesystem::remove_all(folder_);
         std::filesystem::create_directory(folder_);
     }
-    ~Agent() override { std::filesystem::remove_all(folder_); }
+    ~Agent() override {
+        std::error_code none;  // a recorder may be leaving
+        std::filesystem::remove_all(folder_, none);
+    }
 
     std::string path(const std::string& name) const { return folder_ + "/" + name; }
 
@@ -640,7 +643,7 @@ TEST_F(AgentSteps, LineNoiseIsSeenAndAskedForAgain) {
 // A power cut leaves a file that ends anywhere; flash may bring other bytes back.
 TEST_F(AgentSteps, ACutOrAlteredSpoolIsNeverAWholeRun) {
     const std::string file = path("spool/00000001-model.spool"), whole = content_of(file);
-    const std::size_t stride = full_form() ? 1 : 331;
+    const std::size_t stride = full_form() ? 7 : 331;
     for (std::size_t at = 0; at < whole.size(); at += stride) {
         const std::string sound = whole.substr(0, at == 0 ? 0 : whole.rfind('\n', at - 1) + 1);
         std::string altered = whole;

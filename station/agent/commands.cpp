@@ -40,6 +40,16 @@ Run find_run(const Folder& folder, const char* path, const char* name, Result& r
     return run;
 }
 
+// Behind the event "end" a recorder has only to leave. False: it has not, in this time.
+bool await_recorder(const SpoolReader& spool) {
+    constexpr int leaving_takes_ms = 5000;
+    for (int waited_ms = 0; spool.recorder_lives(); ++waited_ms) {
+        if (waited_ms == leaving_takes_ms) return false;
+        pause_ms(1);
+    }
+    return true;
+}
+
 // --- Following
 
 bool send(std::string_view line) { return write_all(STDOUT_FILENO, line); }
@@ -58,6 +68,7 @@ Result end_of(const SpoolReader& spool, const Run& run) {
         }
         return failure(kRecorderDead, "run %s: its recorder has died", run.name);
     }
+    await_recorder(spool);  // now the next run can start, and this one be released
     if (spool.program_missing()) return failure(kNoProgram, "run %s: no program", run.name);
     if (spool.spool_full()) return failure(kNoSpool, "run %s: the spool was full", run.name);
     return {};
@@ -247,7 +258,10 @@ int release(const char* path, const char* name) {
     Result result;
     const Run run = find_run(folder, path, name, result);
     if (result.status != kGood) return say(result);
-    if (SpoolReader(folder, run).recorder_lives()) {
+    SpoolReader spool(folder, run);
+    while (!spool.next().empty()) {
+    }
+    if (spool.ended() ? !await_recorder(spool) : spool.recorder_lives()) {
         return say(failure(kInProgress, "run %s is in progress", name));
     }
     folder.remove(run);

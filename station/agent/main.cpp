@@ -69,19 +69,18 @@ bool wants_a_run(const char* command) {
 
 void take_option(CommandLine& line, const char* option, const char* value) {
     RunOptions& options = line.options;
+    const bool starts = starts_a_run(line.command);
     if (is(option, "--spool")) {
         options.folder = value;
     } else if (is(option, "--from") && is(line.command, "follow")) {
         line.from = static_cast<std::uint64_t>(number_of(option, value));
-    } else if (!starts_a_run(line.command)) {
-        refuse("unknown option ", option);
-    } else if (is(option, "--run")) {
+    } else if (is(option, "--run") && starts) {
         options.name = name_of(value);
-    } else if (is(option, "--fifo")) {
+    } else if (is(option, "--fifo") && starts) {
         options.fifo = value;
-    } else if (is(option, "--time-limit")) {
+    } else if (is(option, "--time-limit") && starts) {
         options.time_limit_s = number_of(option, value);
-    } else if (is(option, "--size-limit")) {
+    } else if (is(option, "--size-limit") && starts) {
         options.size_limit = number_of(option, value);
     } else {
         refuse("unknown option ", option);

@@ -244,11 +244,12 @@ Result Recorder::start_program() {
 }
 
 void Recorder::end_without_program(const char* why) {
+    folder_.remove(run_, kControl);
+    folder_.remove(run_, kReserve);
     Line line = event("end");
     append(line.text("failed", why).seal(), 0);
     spool_.sync();
-    folder_.remove(run_, kControl);
-    folder_.remove(run_, kReserve);
+    lock_.close();
 }
 
 Result Recorder::begin() {
@@ -460,11 +461,12 @@ void Recorder::end() {
     } else {
         line.number("signal", WTERMSIG(wait_status_));
     }
+    folder_.remove(run_, kControl);
+    folder_.remove(run_, kReserve);
     spool_.sync();  // so that an "end" that is on the disk ends a whole run
     append(line.seal(), 0);
     spool_.sync();
-    folder_.remove(run_, kControl);
-    folder_.remove(run_, kReserve);
+    lock_.close();  // before the spool's: who sees that no recorder lives may start the next run
 }
 
 int Recorder::finish() {

@@ -22,7 +22,7 @@ constexpr std::uint32_t kRounds[64] = {
 
 void Sha256::take_block() {
     std::uint32_t w[64];
-    for (int i = 0; i < 16; ++i) {
+    for (std::size_t i = 0; i < 16; ++i) {
         const unsigned char* word = block_ + 4 * i;
         w[i] = std::uint32_t{word[0]} << 24 | std::uint32_t{word[1]} << 16
                | std::uint32_t{word[2]} << 8 | word[3];
@@ -69,7 +69,7 @@ void Sha256::finish(char (&hex)[65]) {
     for (int i = 0; i < 8; ++i)
         length[i] = static_cast<unsigned char>(bits >> (56 - 8 * i));
     add(length, sizeof length);
-    for (int i = 0; i < 8; ++i)
+    for (std::size_t i = 0; i < 8; ++i)
         std::snprintf(hex + 8 * i, 9, "%08x", state_[i]);
 }
 
