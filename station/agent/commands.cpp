@@ -14,7 +14,7 @@
 namespace agent {
 namespace {
 
-constexpr int kLookEvery_ms = 20;     // at a spool that grows
+constexpr int kLookEvery_ms = 10;     // at a spool that grows
 constexpr int kAliveEvery_ms = 1000;  // while nothing happens
 constexpr int kStartTakes_ms = 30'000;
 
