@@ -12,6 +12,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <nlohmann/json.hpp>
 #include <random>
 #include <sstream>
@@ -29,7 +30,15 @@ using nlohmann::json;
 using Words = std::vector<std::string>;
 using Lines = std::vector<std::string>;
 
-const std::string kAgent = Q7_BINARIES "/q7-agent", kSimulator = Q7_BINARIES "/q7-sim";
+// The program, or what Q7_AGENT names in its place: another build, with its emulator.
+const char* const kOther = std::getenv("Q7_AGENT");
+const std::string kAgent = kOther != nullptr ? kOther : Q7_BINARIES "/q7-agent";
+const std::string kSimulator = Q7_BINARIES "/q7-sim";
+
+Words split(const std::string& text) {
+    std::istringstream stream(text);
+    return {std::istream_iterator<std::string>(stream), {}};
+}
 
 // A process of this check, which reads its standard output.
 class Child {
@@ -191,7 +200,8 @@ class Agent : public testing::Test {
     std::string path(const std::string& name) const { return folder_ + "/" + name; }
 
     Words words(const std::string& command, const Words& more) const {
-        Words all{kAgent, command, "--spool", path("spool")};
+        Words all = split(kAgent);
+        all.insert(all.end(), {command, "--spool", path("spool")});
         if (command == "run" || command == "start" || command == "record") {
             all.insert(all.end(), {"--fifo", path("fifo")});
         }
@@ -267,8 +277,7 @@ TEST_F(Agent, KeepsARunAsItIsWithoutIt) {
         const Finished alone =
             q7_sim("--gbk --fifo " + path("alone") + " " + row.words + " </dev/null");
         Words command{"--run", name, "--", kSimulator, "--gbk", "--fifo", path("fifo")};
-        std::istringstream more(row.words);
-        for (std::string word; more >> word;)
+        for (const std::string& word : split(row.words))
             command.push_back(word);
         const Finished got = agent("run", command);
         EXPECT_EQ(got.status, 0) << got.err;
@@ -611,6 +620,10 @@ TEST_F(AgentSteps, ARecorderKilledAtAnyEventLeavesAnIncompleteRunAndNothingThatL
         EXPECT_EQ(agent("stop", {name}).status, 69);
         EXPECT_THAT(agent("list").out, HasSubstr(name + R"(","state":"dead")"));
         EXPECT_EQ(agent("release", {name}).status, 0);
+    }
+    for (const auto& file : std::filesystem::directory_iterator(path("spool"))) {
+        const std::string left = file.path().filename();
+        EXPECT_TRUE(left.ends_with(".spool") || left == "lock") << left;
     }
     std::printf("%zu runs of a recorder killed\n", kills);
 }

@@ -162,6 +162,7 @@ Result Recorder::open_spool() {
     start.text("fifo", options_.fifo);
     if (!start.fits()) return failure(kBadUse, "the command is too long");
 
+    folder_.sweep();
     const bool ready = with_room([&] { return folder_.make_fifo(run_, kControl); })
                        && with_room([&] { return spool_.create(folder_, run_); })
                        && with_room([&] { return reserve_room(); });
@@ -269,10 +270,14 @@ Line Recorder::event(const char* name) const {
     return line;
 }
 
-// Removes the oldest run that is not this one; false = there is none.
+// Removes the oldest run that is not this one; false = there is none, errno as it was.
 bool Recorder::make_room() {
+    const int saved_errno = errno;
     const Run oldest = folder_.after(0);
-    if (oldest.number == 0 || oldest.number == run_.number) return false;
+    if (oldest.number == 0 || oldest.number == run_.number) {
+        errno = saved_errno;
+        return false;
+    }
     folder_.remove(oldest);
     const std::size_t size = std::strlen(removed_);
     std::snprintf(removed_ + size, sizeof removed_ - size, "%s%s", size > 0 ? " " : "",
@@ -354,15 +359,20 @@ void Recorder::store_record(std::string_view text) {
 
 // --- The run
 
+// What read() returned: the end, or a failure that stays.
+bool is_end(ssize_t count) {
+    return count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR);
+}
+
 void Recorder::read_stream(Descriptor& stream, const char* name) {
     char bytes[kLongestText];
     const ssize_t count = ::read(stream.get(), bytes, sizeof bytes);
+    if (is_end(count)) stream.close();
     if (count > 0) store_output(name, {bytes, static_cast<std::size_t>(count)});
-    if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR)) stream.close();
 }
 
 void Recorder::read_fifo() {
-    const long count = records_.read_from(fifo_.get());
+    if (is_end(records_.read_from(fifo_.get()))) fifo_.close();
     Records::Piece piece;
     while (records_.next(piece)) {
         if (piece.is_record) {
@@ -371,8 +381,6 @@ void Recorder::read_fifo() {
             store_output("torn", piece.bytes);
         }
     }
-    if (count > 0 || (count < 0 && (errno == EAGAIN || errno == EINTR))) return;
-    fifo_.close();
 }
 
 void Recorder::read_signals() {

@@ -41,9 +41,9 @@ Run run_of(const char* file) {
     return run;
 }
 
-// Calls `visit` with every run of the folder, in no order.
+// Calls `visit` with the name of every file of the folder, in no order.
 template <typename Visit>
-void for_each_run(int folder, Visit visit) {
+void for_each_file(int folder, Visit visit) {
     const int fd = ::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd < 0) return;
     DIR* stream = ::fdopendir(fd);
@@ -51,11 +51,17 @@ void for_each_run(int folder, Visit visit) {
         ::close(fd);
         return;
     }
-    while (const dirent* entry = ::readdir(stream)) {
-        const Run run = run_of(entry->d_name);
-        if (run.number != 0) visit(run);
-    }
+    while (const dirent* entry = ::readdir(stream))
+        visit(entry->d_name);
     ::closedir(stream);
+}
+
+template <typename Visit>
+void for_each_run(int folder, Visit visit) {
+    for_each_file(folder, [&](const char* file) {
+        const Run run = run_of(file);
+        if (run.number != 0) visit(run);
+    });
 }
 
 }  // namespace
@@ -120,6 +126,13 @@ void Folder::remove(const Run& run, const char* ending) const {
 void Folder::remove(const Run& run) const {
     for (const char* ending : {kControl, kReserve, kHidden, kSpool})
         remove(run, ending);
+}
+
+void Folder::sweep() const {
+    for_each_file(folder_.get(), [&](std::string_view file) {
+        for (const std::string_view ending : {".control", ".reserve", ".new"})
+            if (file.ends_with(ending)) ::unlinkat(folder_.get(), file.data(), 0);
+    });
 }
 
 void Folder::sync() const { ::fsync(folder_.get()); }

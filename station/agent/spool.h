@@ -49,6 +49,10 @@ class Folder {
     void remove(const Run& run) const;  // all that belongs to it
     void sync() const;
 
+    // Removes what recorders that were killed have left beside their spools. The folder has to be
+    // locked.
+    void sweep() const;
+
     // Locks the folder for a run. The lock lasts as long as any process has the descriptor or one
     // that it inherited. Not open: `holder` is the run that has it; "" = not known, see errno.
     Descriptor lock(char (&holder)[kLongestName + 1]) const;
