@@ -100,6 +100,16 @@ std::vector<std::string> blocks(const std::string& page, const std::string& lang
     return found;
 }
 
+// A session without its numbers of source lines, which move with the code.
+std::string masked(std::string session) {
+    const std::string mark = ",line = ";
+    for (std::size_t at = 0; (at = session.find(mark, at)) != std::string::npos;) {
+        at += mark.size();
+        session.replace(at, session.find_first_not_of("0123456789", at) - at, "N");
+    }
+    return session;
+}
+
 // Each board of the page is put beside a folder named build, and each command is run there.
 TEST(Documents, SessionsGoAsTheyAreShown) {
     const std::string place = scratch("session");
@@ -122,7 +132,7 @@ TEST(Documents, SessionsGoAsTheyAreShown) {
                 if (played.back() != '\n') played += '\n';
                 ++commands;
             }
-            EXPECT_EQ(played, session) << name;
+            EXPECT_EQ(masked(played), masked(session)) << name;
         }
     }
     EXPECT_GT(commands, 8);

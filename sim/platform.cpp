@@ -254,6 +254,13 @@ pid_t fork() {
         const Process& parent = world->processes[world->actors[self].process];
         const int place = add_child(parent);
         const pid_t pid = ::fork();
+        if (pid < 0) {
+            const int error = errno;
+            end_process(place);
+            world->processes[place].collected = true;  // there is nothing to collect
+            stop_run("the host refused a process: %s", std::strerror(error));
+            return -error;
+        }
         if (pid == 0) {
             call.abandon();
             self = world->processes[place].main_actor;
