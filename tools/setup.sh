@@ -11,7 +11,9 @@ is_installed() {
     ninja-build) has_command ninja ;;
     clang-format | clang-tidy | gcovr | python3) has_command "$1" ;;
     g++-arm-linux-gnueabihf) has_command arm-linux-gnueabihf-g++ ;;
+    g++-arm-linux-gnueabi) has_command arm-linux-gnueabi-g++ ;;
     qemu-user-static) has_command qemu-arm-static ;;
+    musl-dev) [ -e /usr/lib/x86_64-linux-musl/libc.a ] ;;
     libbenchmark-dev) has_header benchmark/benchmark.h ;;
     libtomlplusplus-dev) has_header toml++/toml.h ;;
     libcli11-dev) has_header CLI/CLI.hpp ;;
