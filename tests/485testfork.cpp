@@ -15,6 +15,7 @@
 
 #include "device/buzzer.h"
 #include "device/control_device.h"
+#include "driver/error_text.h"
 #include "driver/report.h"
 #include "driver/results.h"
 #include "tests/serial_line.h"
@@ -96,7 +97,7 @@ bool send_some(int line, const std::uint8_t* data, std::size_t size, timeval& bu
     if (ready == 0) return false;
     if (ready < 0) {
         const bool interrupted = errno == EINTR;
-        std::perror("select()");
+        std::fprintf(stderr, "select(): %s\n", error_text(errno));
         return interrupted || pause_within(budget);
     }
     const ssize_t count = platform::write(line, data, size);
@@ -127,7 +128,7 @@ bool receive_some(int line, const Pattern& pattern, std::size_t& offset, timeval
     if (ready == 0) return false;
     if (ready < 0) {
         const bool interrupted = errno == EINTR;
-        std::perror("read select()");
+        std::fprintf(stderr, "read select(): %s\n", error_text(errno));
         return interrupted || pause_within(budget);
     }
     Pattern received;

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "device/capability.h"
+#include "driver/error_text.h"
 #include "driver/report.h"
 #include "driver/results.h"
 #include "tests/ata.h"
@@ -117,7 +118,7 @@ void minisas_report() {
     DiskPath path;
     if (find_sas_disk(path) < 0) {
         const int error = errno;
-        std::fprintf(stderr, "scandir fail, errno = %d(%s)\n", error, std::strerror(error));
+        std::fprintf(stderr, "scandir fail, errno = %d(%s)\n", error, error_text(error));
         results.minisas = 1;
         return;
     }

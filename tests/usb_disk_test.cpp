@@ -1,9 +1,11 @@
 #include "tests/usb_disk_test.h"
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 
+#include "driver/error_text.h"
 #include "driver/report.h"
 #include "driver/results.h"
 #include "tests/directory_stream.h"
@@ -122,7 +124,7 @@ int usb_test() {
     results.usb_ports_found = 0;
     DirectoryStream directory("/dev");
     if (!directory.is_open()) {
-        std::perror("/dev");
+        std::fprintf(stderr, "/dev: %s\n", error_text(errno));
         results.usb_ports_found = 1;
         return -1;
     }
