@@ -1,9 +1,9 @@
 #include "checks/harness.h"
 #include "device/capability.h"
-#include "driver/error_text.h"
 #include "driver/report.h"
 #include "driver/results.h"
 #include "driver/summary.h"
+#include "platform/error_text.h"
 
 namespace {
 

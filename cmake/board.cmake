@@ -56,3 +56,5 @@ endif()
 set(CMAKE_EXE_LINKER_FLAGS_INIT
   "-static -nostdlib -s -Wl,--gc-sections ${lib}/crt1.o ${lib}/crti.o ${lib}/crtn.o")
 set(CMAKE_CXX_STANDARD_LIBRARIES "-Wl,--start-group ${lib}/libc.a -lgcc -Wl,--end-group")
+
+set(Q7_MUSL_LIBRARY "${lib}/libc.a")

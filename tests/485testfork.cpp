@@ -15,9 +15,9 @@
 
 #include "device/buzzer.h"
 #include "device/control_device.h"
-#include "driver/error_text.h"
 #include "driver/report.h"
 #include "driver/results.h"
+#include "platform/error_text.h"
 #include "tests/serial_line.h"
 
 namespace {

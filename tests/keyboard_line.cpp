@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "driver/error_text.h"
+#include "platform/error_text.h"
 #include "platform/platform.h"
 #include "tests/serial_line.h"
 

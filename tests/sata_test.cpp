@@ -6,9 +6,9 @@
 #include <cstring>
 
 #include "device/capability.h"
-#include "driver/error_text.h"
 #include "driver/report.h"
 #include "driver/results.h"
+#include "platform/error_text.h"
 #include "tests/ata.h"
 #include "tests/directory_stream.h"
 

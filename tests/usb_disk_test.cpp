@@ -5,9 +5,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "driver/error_text.h"
 #include "driver/report.h"
 #include "driver/results.h"
+#include "platform/error_text.h"
 #include "tests/directory_stream.h"
 
 namespace {

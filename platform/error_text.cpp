@@ -1,4 +1,4 @@
-#include "driver/error_text.h"
+#include "platform/error_text.h"
 
 #include <cstddef>
 #include <cstdio>
