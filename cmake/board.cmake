@@ -58,3 +58,4 @@ set(CMAKE_EXE_LINKER_FLAGS_INIT
 set(CMAKE_CXX_STANDARD_LIBRARIES "-Wl,--start-group ${lib}/libc.a -lgcc -Wl,--end-group")
 
 set(Q7_MUSL_LIBRARY "${lib}/libc.a")
+set(Q7_SYSTEM "${triplet}")

@@ -68,3 +68,27 @@ apt_install() {
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
         apt-get install -y -qq --no-install-recommends "$@"
 }
+
+# need_musl ARCHITECTURE FOLDER: unpacks Debian's musl-dev of that architecture there. apt keeps its
+# lists of the foreign architecture beside the folder and the machine's own set-up stays as it is.
+need_musl() {
+    local architecture=$1 folder=$2 apt=$PWD/$2-fetched said
+    [ -e "$folder" ] && return
+    echo "Fetching musl-dev of $architecture into $folder" >&2
+    rm -rf "$apt"
+    mkdir -p "$apt"/{lists,archives}/partial
+    : >"$apt/status"
+    local own=(-qq -o APT::Architecture="$architecture" -o APT::Architectures="$architecture"
+        -o Dir::State::Lists="$apt/lists" -o Dir::State::status="$apt/status"
+        -o Dir::Cache="$apt" -o Dir::Cache::Archives="$apt/archives"
+        -o Acquire::Languages=none -o APT::Sandbox::User="$(id -un)")
+    said=$(apt-get "${own[@]}" update 2>&1) || true  # a list that is not needed may be missing
+    if ! said+=$(cd "$apt" && apt-get "${own[@]}" download musl-dev 2>&1); then
+        echo "$said" >&2
+        echo "setup: cannot fetch musl-dev of $architecture; unpack it into $folder" >&2
+        exit 1
+    fi
+    dpkg-deb -x "$apt"/musl-dev_*.deb "$apt/unpacked"
+    mv "$apt/unpacked" "$folder"
+    rm -rf "$apt"
+}
