@@ -419,7 +419,9 @@ void check_mounts() {
             }
             expect(platform::mkdir("mnt", 0777) == 0);
             expect_error(ENODEV, [] { return platform::mount("none", "mnt", "nosuchfs"); });
-            expect_error(ENOTBLK, [] { return platform::mount("/dev/null", "mnt", "ext4"); });
+            errno = 0;
+            expect(platform::mount("/dev/null", "mnt", "ext4") < 0);
+            expect(errno == ENOTBLK || errno == ENODEV);  // ENODEV: a kernel without ext4
             expect(platform::mount("none", "mnt", "tmpfs") == 0);
             expect(platform::statfs("mnt", &statistics) == 0 && statistics.f_type == 0x01021994);
             expect(statistics.f_bsize > 0 && statistics.f_bfree <= statistics.f_blocks);
