@@ -10,7 +10,6 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/ioctl.h>
-#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -343,13 +342,20 @@ void check_threads() {
     expect(::pthread_join(thread, nullptr) == 0);
 }
 
-void check_shared_memory() {
-    auto* shared = static_cast<std::atomic<int>*>(platform::map_shared(sizeof(int)));
-    expect(shared != MAP_FAILED && *shared == 0);
-    expect(exited_with(status_of([&] { *shared = 33; }), 0) && *shared == 33);
-    errno = 0;
-    expect(platform::map_shared(static_cast<std::size_t>(-1) & ~0xFFFFul) == MAP_FAILED);
-    expect(errno == ENOMEM);
+void check_pipes() {
+    int ends[2] = {-1, -1};
+    char byte = 0;
+    expect(platform::open_pipe(ends, O_NONBLOCK | O_CLOEXEC) == 0);
+    for (const int end : ends) {
+        expect((::fcntl(end, F_GETFL) & O_NONBLOCK) != 0);
+        expect((::fcntl(end, F_GETFD) & FD_CLOEXEC) != 0);
+    }
+    expect_error(EAGAIN, [&] { return platform::read(ends[0], &byte, 1); });
+    expect(platform::write_text(ends[1], "t", 1) == 1);
+    expect(platform::read(ends[0], &byte, 1) == 1 && byte == 't');
+    platform::close(ends[0]);
+    platform::close(ends[1]);
+    expect_error(EINVAL, [&] { return platform::open_pipe(ends, 0x40000000); });
 }
 
 void check_signals() {
@@ -494,7 +500,7 @@ int main() {
     check_time();
     check_processes();
     check_threads();
-    check_shared_memory();
+    check_pipes();
     check_signals();
     check_files();
     check_mounts();
