@@ -628,6 +628,23 @@ TEST_F(AgentSteps, ARecorderKilledAtAnyEventLeavesAnIncompleteRunAndNothingThatL
     std::printf("%zu runs of a recorder killed\n", kills);
 }
 
+TEST_F(Agent, ARecorderKilledWhileItStartsIsNotInTheWay) {
+    std::mt19937 random(13);
+    for (int i = 0; i < (full_form() ? 300 : 20); ++i) {
+        {
+            Child recorder(words("record", {"--run", "S", "--", "sleep", "5"}));
+            std::this_thread::sleep_for(std::chrono::microseconds(random() % 8000));
+        }
+        Finished next;
+        for (int attempt = 0; attempt < 50; ++attempt) {
+            next = agent("run", {"--run", "S", "--", "true"});
+            if (next.status != 65) break;
+        }
+        EXPECT_THAT(next.status, testing::AnyOf(0, 69)) << next.err;
+        EXPECT_EQ(agent("release", {"S"}).status, 0);
+    }
+}
+
 TEST_F(AgentSteps, LineNoiseIsSeenAndAskedForAgain) {
     const Lines events = stored("model");
     std::mt19937 random(13);
