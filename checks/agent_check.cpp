@@ -413,6 +413,12 @@ TEST_F(Agent, RefusesWithAStatusOfItsOwn) {
         EXPECT_EQ(got.err.empty(), row.error.empty());
     }
     ::close(held);
+    for (const std::string stream : {"/dev/full", "&-"}) {
+        const std::string run = a + "run --run O" + spool + fifo + " true >" + stream;
+        EXPECT_EQ(shell("sh -c '" + run + " <&- 2>&-'").status, 71) << stream;
+        EXPECT_TRUE(await_stored("O", 2));
+    }
+    EXPECT_EQ(agent("release", {"O"}).status, 0);
     EXPECT_EQ(content_of(path("plain")), "kept");
     EXPECT_EQ(agent("list").out, "");
 }
@@ -486,7 +492,7 @@ TEST_F(Agent, HoldsNothingOfTheProcessOrTerminalThatStartsIt) {
         arguments.push_back(word.data());
     arguments.push_back(nullptr);
     const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
-    ASSERT_GE(child, 0);
+    ASSERT_FALSE(child < 0);
     if (child == 0) {
         ::execv(arguments[0], arguments.data());
         ::_exit(127);
