@@ -73,7 +73,7 @@ std::string Outcome::said() const {
 std::string Outcome::calls(std::string_view path) const {
     std::string list;
     for (const sim::Event& event : world->log()) {
-        if (event.actor < 0 || (path != "*" && world->path_of(event) != path)) continue;
+        if (event.actor == 0 || (path != "*" && world->path_of(event) != path)) continue;
         char line[160];
         const double at = static_cast<double>(event.at) / 1e6;
         const bool closes = std::strcmp(event.function, "close") == 0;
@@ -93,7 +93,7 @@ std::string Outcome::calls(std::string_view path) const {
 int Outcome::count(std::string_view function, std::string_view path) const {
     int count = 0;
     for (const sim::Event& event : world->log()) {
-        if (event.actor >= 0 && event.function == function
+        if (event.actor != 0 && event.function == function
             && (path.empty() || world->path_of(event) == path)) {
             ++count;
         }
@@ -104,7 +104,7 @@ int Outcome::count(std::string_view function, std::string_view path) const {
 std::vector<double> Outcome::changes(std::string_view device, std::string_view state) const {
     std::vector<double> instants;
     for (const sim::Event& event : world->log()) {
-        if (event.actor < 0 && event.function == device && world->sent(event) == state) {
+        if (event.actor == 0 && event.function == device && world->sent(event) == state) {
             instants.push_back(static_cast<double>(event.at) / 1e6);
         }
     }

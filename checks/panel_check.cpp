@@ -45,9 +45,9 @@ std::string said_by_key_loop(std::vector<std::string> reads) {
 std::string written(const Outcome& got, std::string_view actor) {
     std::string list;
     for (const sim::Event& event : got.world->log()) {
-        if (event.actor < 0 || event.function != std::string_view("write")
+        if (event.actor == 0 || event.function != std::string_view("write")
             || got.world->path_of(event) != "/dev/ttyS2"
-            || got.world->actors[event.actor].name != actor) {
+            || got.world->text + event.actor != actor) {
             continue;
         }
         const auto* frame = reinterpret_cast<const std::uint8_t*>(got.world->sent(event).data());

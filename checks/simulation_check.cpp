@@ -150,6 +150,100 @@ TEST(Simulation, ForkThatTheHostRefusesStopsTheRunAndHarmsNobody) {
     EXPECT_EQ(got.stopped, "the host refused a process: Resource temporarily unavailable");
 }
 
+void* end_at_once(void*) { return nullptr; }
+void* sleep_for_ever(void*) {
+    for (;;)
+        platform::sleep_ms(1000);
+}
+
+void start_threads(int count, void* (*body)(void*)) {
+    for (int i = 0; i < count; ++i) {
+        pthread_t thread;
+        platform::create_thread(&thread, body);
+        platform::sleep_ms(1);
+    }
+}
+
+void fork_children(int count, const std::function<void()>& body) {
+    for (int i = 0; i < count; ++i) {
+        if (platform::fork() == 0) {
+            body();
+            platform::exit_at_once(0);
+        }
+        platform::sleep_ms(1);
+    }
+}
+
+void open_files(int count) {
+    for (int i = 0; i < count; ++i)
+        platform::open("/dev/zebio", O_RDWR);
+}
+
+void feed_serial_line(int bytes) {
+    const int control = platform::open("/dev/zebio", O_RDWR);
+    platform::ioctl_value(control, 0x07, 1);
+    platform::ioctl_value(control, 0x08, 1);
+    const int line = platform::open("/dev/ttyS0", O_RDWR);
+    const std::string block(1024, 'x');
+    for (; bytes > 0; bytes -= 1024) {
+        platform::write(line, block.data(), static_cast<std::size_t>(std::min(bytes, 1024)));
+        platform::sleep_ms(1100);
+    }
+}
+
+// Each capacity of the simulated board: at its limit, and one beyond. Slots are used again.
+TEST(Simulation, CapacityThatARunExceedsEndsItWithAMessage) {
+    const auto stopped = [](const std::function<void()>& program) {
+        return run_on("control.present = true\nrs485.present = true", program).stopped;
+    };
+    const auto sleeps = [] { platform::sleep_ms(100'000); };
+    EXPECT_EQ(stopped([] { start_threads(200, end_at_once); }), "");
+    EXPECT_EQ(stopped([] { start_threads(63, sleep_for_ever); }), "");
+    const char* actors = "more than 64 threads and processes";
+    EXPECT_EQ(stopped([] { start_threads(64, sleep_for_ever); }), actors);
+    EXPECT_EQ(stopped([] {
+                  for (int i = 0; i < 200; ++i) {
+                      fork_children(1, [] { open_files(100); });
+                      platform::waitpid(-1, nullptr, 1);
+                  }
+              }),
+              "");
+    EXPECT_EQ(stopped([&] { fork_children(63, sleeps); }), "");
+    EXPECT_EQ(stopped([&] { fork_children(64, sleeps); }), "more than 64 processes");
+    const auto opens_all = [&] {
+        open_files(1021);
+        sleeps();
+    };
+    EXPECT_EQ(stopped([&] {
+                  fork_children(8, opens_all);
+                  open_files(21);
+              }),
+              "");
+    EXPECT_EQ(stopped([&] {
+                  fork_children(8, opens_all);
+                  open_files(22);
+              }),
+              "more than 8192 open files");
+    EXPECT_EQ(stopped([] { feed_serial_line(131'072); }), "");
+    EXPECT_EQ(stopped([] { feed_serial_line(131'073); }),
+              "more than 131072 bytes on a serial line");
+    const auto sleep_often = [](int count) {
+        for (int i = 0; i < count; ++i)
+            platform::sleep_ms(1);
+    };
+    EXPECT_EQ(stopped([&] { sleep_often(399'999); }), "");
+    EXPECT_EQ(stopped([&] { sleep_often(400'000); }), "more than 400000 events");
+}
+
+TEST(Simulation, ProcessHasAsManyDescriptorsAsOnARealKernel) {
+    const Outcome got = run_on("control.present = true", [] {
+        open_files(1020);
+        show(platform::open("/dev/zebio", O_RDWR));
+        show(platform::open("/dev/zebio", O_RDWR));
+    });
+    EXPECT_EQ(got.console, "1023 -1 EMFILE ");
+}
+
 TEST(Simulation, CrashIsNoticed) {
     EXPECT_EQ(run_on("", [] { ::raise(SIGKILL); }).signal, SIGKILL);
 }

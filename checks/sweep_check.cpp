@@ -130,7 +130,7 @@ void sweep_faults(const Board& healthy_board, const std::string& words) {
     std::uint32_t ordinal = 0;
     int runs = 0;
     for (const sim::Event& event : healthy.world->log()) {
-        if (event.actor < 0) continue;
+        if (event.actor == 0) continue;
         const std::string path(healthy.world->path_of(event));
         const std::uint32_t matching = ++calls_so_far[event.function + path];
         for (const Fault& fault : faults_of(path, event, ++ordinal, matching)) {
@@ -188,7 +188,7 @@ TEST(InterruptSweep, EveryWaitEndsByTheInterruptAndPrintsItsCountsOnce) {
                               "-o 9", "-o 10", "-o 11", "", "netQ7test"}) {
         const Outcome healthy_run = run(words);
         for (const sim::Event& event : healthy_run.world->log()) {
-            if (event.actor < 0 || event.ended <= event.at) continue;
+            if (event.actor == 0 || event.ended <= event.at) continue;
             Board board = healthy();
             board.person.interrupts = {static_cast<double>(event.at + event.ended) / 2e6};
             const Outcome got = run(board, words);

@@ -135,10 +135,8 @@ std::string firmware_image(std::uint32_t size) {
 void bridge_start() {
     BridgeState* state = world->bridges;
     for (const auto& [name, bridge] : scenario->bridges) {
-        if (state == std::end(world->bridges)) {
-            stop_run("more than %zu bridges", std::size(world->bridges));
-            return;
-        }
+        if (state == std::end(world->bridges))
+            stop_here("more than %zu bridges", std::size(world->bridges));
         std::memset(state->flash.cells, 0xFF, sizeof state->flash.cells);
         std::memcpy(state->flash.cells, bridge.flash.data(),
                     std::min(bridge.flash.size(), sizeof state->flash.cells));

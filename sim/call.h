@@ -65,9 +65,4 @@ class Call {
 // Standard output of the product, as the calling process knows it.
 extern int console_stream;
 
-// Descriptors of the running process.
-OpenFile* open_file(int fd);
-long new_descriptor(int device_row, int index, std::string_view path);  // the lowest free one
-long close_descriptor(int fd);
-
 }  // namespace sim

@@ -13,11 +13,11 @@ namespace {
 
 void add_input(Microseconds at, std::string_view text) {
     auto& queue = world->console;
-    if (queue.tail == std::size(queue.items)) {
-        stop_run("more than %zu lines of the operator", std::size(queue.items));
+    if (queue.is_full()) {
+        stop_run("more than %zu lines typed and not read", std::size(queue.items));
         return;
     }
-    queue.items[queue.tail++] = {at, keep(text), static_cast<std::uint32_t>(text.size())};
+    queue[queue.tail++] = {at, keep(text), static_cast<std::uint32_t>(text.size())};
 }
 
 class Console final : public Device {
@@ -36,8 +36,8 @@ class Console final : public Device {
 
     long read(OpenFile&, void* data, std::size_t size) const override {
         auto& queue = world->console;
-        if (queue.head == queue.tail || queue.items[queue.head].at > world->now) return -EAGAIN;
-        ConsoleInput& input = queue.items[queue.head];
+        if (queue.is_empty() || queue.front().at > world->now) return -EAGAIN;
+        ConsoleInput& input = queue[queue.head];
         const std::size_t count = std::min<std::size_t>(size, input.size);
         std::memcpy(data, world->text + input.text, count);
         input.text += static_cast<std::uint32_t>(count);
@@ -53,7 +53,7 @@ class Console final : public Device {
     Microseconds ready_at(const OpenFile&, Direction direction) const override {
         const auto& queue = world->console;
         if (direction == Direction::write) return world->now;
-        return queue.head == queue.tail ? kNever : std::max(queue.items[queue.head].at, world->now);
+        return queue.is_empty() ? kNever : std::max(queue.front().at, world->now);
     }
 };
 

@@ -1,7 +1,7 @@
 // An open /dev: every device lists its nodes, in directory order. Each opening is a scan, by which
 // the operator plugs and unplugs USB devices.
-#include "sim/call.h"
 #include "sim/devices.h"
+#include "sim/process.h"
 
 namespace sim {
 namespace {

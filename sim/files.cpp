@@ -24,6 +24,8 @@ std::string bytes_of(int index) {
 class Files final : public Device {
   public:
     void start() const override {
+        if (scenario->files.size() > std::size(world->tree))
+            stop_here("more than %zu files", std::size(world->tree));
         int index = 0;
         for (const auto& [path, file] : scenario->files)
             world->tree[index++].present = file.present;

@@ -84,13 +84,16 @@ void press_key(const std::string& key) {
     auto& queue = world->lines[kPanelLine].arriving;
     const std::string frame = key_frame(key, true);
     const auto size = static_cast<std::uint32_t>(frame.size());
-    if (!scenario->panel.connected || queue.tail + size > std::size(queue.items)) return;
-    ArrivingByte* const end = queue.items + queue.tail;
-    ArrivingByte* place = std::find_if(queue.items + queue.head, end,
-                                       [](const auto& byte) { return byte.readable > world->now; });
-    std::move_backward(place, end, end + size);
+    if (!scenario->panel.connected) return;
+    if (queue.tail - queue.head + size > std::size(queue.items)) {
+        stop_run("more than %zu bytes on a serial line", std::size(queue.items));
+        return;
+    }
+    std::uint32_t place = queue.tail;
+    for (; place != queue.head && queue[place - 1].readable > world->now; --place)
+        queue[place - 1 + size] = queue[place - 1];
     for (const char byte : frame)
-        *place++ = {world->now + (size + 4) * kByteTime, static_cast<std::uint8_t>(byte)};
+        queue[place++] = {world->now + (size + 4) * kByteTime, static_cast<std::uint8_t>(byte)};
     queue.tail += size;
 }
 

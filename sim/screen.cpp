@@ -39,7 +39,7 @@ bool is_record(const Event& event) {
 // What a person beside the board would see or hear of a change; empty = nothing.
 std::string telling(const Event& event) {
     const std::string_view device = event.function, state = world->sent(event);
-    if (event.actor >= 0) return "";
+    if (event.actor != 0) return "";
     if (device == "panel" && state.starts_with("record")) {
         return "[LEDs] " + std::string(state) + "\n";
     }

@@ -61,9 +61,8 @@ class SerialNode final : public Device {
         auto& queue = world->lines[file.index].arriving;
         auto* bytes = static_cast<std::uint8_t*>(data);
         std::size_t count = 0;
-        while (count < size && queue.head < queue.tail
-               && queue.items[queue.head].readable <= world->now) {
-            const std::uint8_t value = queue.items[queue.head++].value;
+        while (count < size && !queue.is_empty() && queue.front().readable <= world->now) {
+            const std::uint8_t value = queue[queue.head++].value;
             bytes[count++] = is_set_up(file.index) ? value : garbled(value);
         }
         return count > 0 ? static_cast<long>(count) : -EAGAIN;
@@ -93,8 +92,7 @@ class SerialNode final : public Device {
         if (direction == Direction::write) {
             return port(file.index).blocked ? hang_up : std::min(hang_up, has_room_at(line));
         }
-        if (queue.head == queue.tail) return hang_up;
-        return std::min(hang_up, queue.items[queue.head].readable);
+        return queue.is_empty() ? hang_up : std::min(hang_up, queue.front().readable);
     }
 };
 
@@ -117,20 +115,16 @@ bool is_set_up(int line) {
 void arrive(int number, std::uint8_t byte, Microseconds at, std::uint32_t group_size) {
     SerialLine& line = world->lines[number];
     auto& queue = line.arriving;
-    if (queue.tail == std::size(queue.items)) {
-        stop_run("more than %zu bytes on a serial line", std::size(queue.items));
-        return;
-    }
+    if (queue.is_full()) stop_here("more than %zu bytes on a serial line", std::size(queue.items));
     at = std::max(at, line.received_until + kByteTime);
     const bool after_a_gap = at > line.received_until + 4 * kByteTime;
     if (after_a_gap || line.group >= group_size) line.group = 0;
     line.received_until = at;
-    queue.items[queue.tail++] = {at, byte};
+    queue[queue.tail++] = {at, byte};
     ++line.group;
     const Microseconds readable = line.group >= group_size ? at : at + 4 * kByteTime;
-    for (std::uint32_t i = queue.tail - line.group; i < queue.tail; ++i) {
-        queue.items[i].readable = readable;
-    }
+    for (std::uint32_t i = 1; i <= line.group; ++i)
+        queue[queue.tail - i].readable = readable;
 }
 
 }  // namespace sim

@@ -24,12 +24,12 @@ std::string hexadecimal(std::string_view bytes) {
 std::string to_json(const World& state, const Event& event) {
     nlohmann::ordered_json line;
     line["at"] = seconds(event.at);
-    if (event.actor < 0) {
+    if (event.actor == 0) {
         line["device"] = event.function;
         line["state"] = state.sent(event);
         return line.dump();
     }
-    line["actor"] = state.actors[event.actor].name;
+    line["actor"] = state.text + event.actor;
     line["call"] = event.function;
     if (event.fd >= 0) line["fd"] = event.fd;
     if (event.path != 0) line["path"] = state.path_of(event);

@@ -6,6 +6,7 @@
 #include <sys/vfs.h>
 
 #include <algorithm>
+#include <iterator>
 
 #include "sim/board.h"
 #include "sim/devices.h"
@@ -86,7 +87,7 @@ long make_directory(std::string_view path) {
         point = {keep(path), -1};
         return 0;
     }
-    return -ENOSPC;
+    stop_here("more than %zu directories under /mnt", std::size(world->usb.points));
 }
 
 long remove_directory(std::string_view path) {

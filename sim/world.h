@@ -8,6 +8,7 @@
 #include <sys/types.h>
 #include <termios.h>
 
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <span>
@@ -27,22 +28,30 @@ enum class Direction : std::uint8_t { read, write };
 // One flow of control: the main thread, a thread that it started, a process that it forked.
 struct Actor {
     enum class State : std::uint8_t { unused, alive, ended } state;
-    std::uint8_t process;
-    bool interruptible;    // what it waits for ends early when an interrupt comes
-    Direction direction;   // of the wait for a descriptor
+    bool interruptible;   // what it waits for ends early when an interrupt comes
+    Direction direction;  // of the wait for a descriptor
+    std::int16_t process;
     std::int16_t file;     // open file that it waits for, -1 = none
     Microseconds until;    // end of its wait
+    std::uint64_t order;   // of its wait among all; of those that end together the first begun ends
     Microseconds instant;  // time of its latest call
     std::uint32_t calls_at_instant;
-    char name[12];  // "main", "thread1", "child1" ...
+    std::uint32_t name;  // in the text arena: "main", "thread1", "child1" ...
     sem_t turn;
+
+    bool is_used() const { return state != State::unused; }
 };
 
 struct Process {
-    pid_t pid;  // on the host
-    bool alive, collected, interrupt_pending;
+    enum class State : std::uint8_t { unused, alive, ended } state;
+    bool interrupt_pending;
     std::int16_t main_actor;
-    std::int16_t files[64];  // open file of each descriptor, -1 = closed
+    std::int16_t parent;       // -1 = it has ended
+    pid_t pid;                 // on the host; 0 = not forked yet
+    std::uint32_t number;      // in the order of their start, from 0
+    std::int16_t files[1024];  // open file of each descriptor, -1 = closed
+
+    bool is_used() const { return state != State::unused; }
 };
 
 struct OpenFile {
@@ -51,6 +60,8 @@ struct OpenFile {
     std::int16_t users;   // descriptors that refer to it; 0 = free
     std::uint32_t path;   // in the text arena
     std::int64_t offset;
+
+    bool is_used() const { return users > 0; }
 };
 
 // A platform call, or a change on a device (function "panel", "watchdog" ...; text in sent).
@@ -64,14 +75,21 @@ struct Event {
     std::uint32_t path;                            // in the text arena; 0 = none
     std::uint32_t sent, sent_size, got, got_size;  // bytes in and out, in the text arena
     std::uint32_t printed;                         // bytes on standard output before the call
-    std::int16_t actor;                            // -1 = the board itself
+    std::uint32_t actor;                           // its name, in the text arena; 0 = the board
 };
 
-// Bytes that arrive from outside, in order; those from head to tail have not been read.
+// What arrives from outside, in order; from head to tail it has not been read.
 template <class Item, std::uint32_t kCapacity>
 struct Queue {
+    static_assert(std::has_single_bit(kCapacity), "or the counters must not wrap");
     std::uint32_t head, tail;
     Item items[kCapacity];
+
+    Item& operator[](std::uint32_t place) { return items[place % kCapacity]; }
+    const Item& operator[](std::uint32_t place) const { return items[place % kCapacity]; }
+    bool is_empty() const { return head == tail; }
+    bool is_full() const { return tail - head == kCapacity; }
+    const Item& front() const { return (*this)[head]; }
 };
 
 struct ConsoleInput {
@@ -149,7 +167,8 @@ struct BridgeState {
 struct World {
     Microseconds now;
     std::int16_t running;  // actor that holds the turn
-    std::uint32_t actors_used, processes_used;
+    std::uint32_t threads_started, children_started;
+    std::uint64_t waits_begun;
     pid_t supervisor;
     int wake_supervisor;  // event descriptor, inherited by every process
     bool paced;           // the supervisor moves the clock
@@ -162,7 +181,7 @@ struct World {
 
     Actor actors[64];
     Process processes[64];
-    OpenFile files[256];
+    OpenFile files[8192];
 
     Queue<ConsoleInput, 1024> console;
     Control control;
@@ -179,8 +198,7 @@ struct World {
     Event events[400'000];
     char text[32'000'000];
 
-    std::span<Actor> all_actors() { return {actors, actors_used}; }
-    std::span<Process> all_processes() { return {processes, processes_used}; }
+    const char* name_of(const Actor& actor) const { return text + actor.name; }
     std::string_view path_of(const Event& event) const { return text + event.path; }
     std::string_view sent(const Event& event) const { return {text + event.sent, event.sent_size}; }
     std::string_view got(const Event& event) const { return {text + event.got, event.got_size}; }
@@ -196,7 +214,9 @@ extern World* world;  // of this run; set before the product starts
 // Adds bytes to the text arena; returns their place.
 std::uint32_t keep(std::string_view bytes);
 
-// Marks the run as stopped, with the reason, and wakes the supervisor, which ends it.
+// Marks the run as stopped, with the reason, and wakes the supervisor, which ends it. stop_here does
+// not return to the product; before the run, it throws.
 [[gnu::format(printf, 1, 2)]] void stop_run(const char* format, ...);
+[[noreturn, gnu::format(printf, 1, 2)]] void stop_here(const char* format, ...);
 
 }  // namespace sim
