@@ -6,7 +6,6 @@
 
 #include "checks/harness.h"
 #include "checks/programs.h"
-#include "sim/scenario.h"
 
 namespace {
 
@@ -83,10 +82,6 @@ TEST(OperatorPage, ExplainsEveryTextThatIsShownAndNoOther) {
         EXPECT_TRUE(!is_message(text) || listed.count(text) != 0) << "not explained: " << text;
     for (const std::string& text : listed)
         EXPECT_EQ(in_sources.count(text), 1u) << "not in the sources: " << text;
-}
-
-TEST(SimulatorPage, EndsWithTheKeysOfAScenario) {
-    EXPECT_THAT(content_of(Q7_SOURCE "/docs/simulator.md"), EndsWith(sim::key_reference()));
 }
 
 // The fenced blocks of a page that are in this language, with what stands between the fences.

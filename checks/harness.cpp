@@ -10,7 +10,7 @@
 
 #include "device/capability.h"
 #include "driver/q7.h"
-#include "sim/scenario.h"
+#include "sim/scenario/scenario.h"
 #include "sim/text.h"
 
 namespace checks {

@@ -12,7 +12,7 @@
 
 #include "checks/harness.h"
 #include "platform/platform.h"
-#include "sim/scenario.h"
+#include "sim/scenario/scenario.h"
 #include "sim/text.h"
 
 namespace {
@@ -235,6 +235,34 @@ TEST(Simulation, CapacityThatARunExceedsEndsItWithAMessage) {
     EXPECT_EQ(stopped([&] { sleep_often(400'000); }), "more than 400000 events");
 }
 
+// One that a check describes, beyond what a scenario file can.
+TEST(Simulation, DescriptionBeyondACapacityIsRefused) {
+    const auto refused = [](const Board& board) -> std::string {
+        try {
+            run_piece(board, [] {});
+            return "";
+        } catch (const std::length_error& error) {
+            return error.what();
+        }
+    };
+    Board board;
+    for (int i = 0; i < 8; ++i)
+        board.files[std::to_string(i)] = {};
+    board.faults.resize(64);
+    for (int i = 0; i < 4; ++i)
+        board.bridges[std::to_string(i)] = {};
+    EXPECT_EQ(refused(board), "");
+    Board more = board;
+    more.files["more"] = {};
+    EXPECT_EQ(refused(more), "more than 8 files");
+    more = board;
+    more.faults.resize(65);
+    EXPECT_EQ(refused(more), "more than 64 faults");
+    more = board;
+    more.bridges["more"] = {};
+    EXPECT_EQ(refused(more), "more than 4 bridges");
+}
+
 TEST(Simulation, ProcessHasAsManyDescriptorsAsOnARealKernel) {
     const Outcome got = run_on("control.present = true", [] {
         open_files(1020);
@@ -268,12 +296,13 @@ TEST(Simulation, WorldIsClosedAndDescriptorsAreHandedOutLowestFirst) {
 
 TEST(Simulation, FaultsTakeThePlaceOfTheCallsThatTheyName) {
     const char* board = R"(
-files = {'/a' = {text = 'more than three times four'}, '/b' = {}}
-faults = [{call = 'open', path = '/b', nth = 2, errno = 'EACCES'},
-          {call = 'read', path = '/a', nth = 2, onwards = true, effect = 'short', count = 3}])";
+files = {'/dav2/devCfg.bin' = {text = 'more than three times four'}, '/dav0/zeb321.bin' = {}}
+faults = [{call = 'open', path = '/dav0/zeb321.bin', nth = 2, errno = 'EACCES'},
+          {call = 'read', path = '/dav2/devCfg.bin', nth = 2, onwards = true, effect = 'short', count = 3}])";
     const Outcome got = run_on(board, [] {
         char bytes[8];
-        for (const char* path : {"/b", "/b", "/b", "/a"})
+        const char *one = "/dav0/zeb321.bin", *other = "/dav2/devCfg.bin";
+        for (const char* path : {one, one, one, other})
             show(platform::open(path, O_RDONLY));
         for (int i = 0; i < 3; ++i)
             show(platform::read(5, bytes, 4));

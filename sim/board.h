@@ -9,6 +9,8 @@
 #include <string>
 #include <vector>
 
+#include "sim/scenario/node.h"
+
 namespace sim {
 
 // Takes the place of the n-th platform call that matches, or, from then on, of each.
@@ -24,6 +26,7 @@ struct Fault {
     Effect effect = Effect::error;
     int error = 5;            // errno, with Effect::error
     std::uint32_t count = 0;  // bytes that remain, with Effect::shorten
+    std::string place{};      // in the scenario: "board.toml:12"
 };
 
 // A field of the 256-byte block that request 0x04 of the control device answers, little endian.
@@ -52,9 +55,16 @@ struct FifoReader {
 
 constexpr double kNeverSeconds = 1e9;
 
-struct UnixTime {
-    std::int64_t seconds;  // since 1970 UTC
-};
+// The most that a board can have.
+constexpr std::size_t kMostFaults = 64;
+constexpr std::size_t kMostFrames = 1024;  // of the panel
+constexpr std::size_t kMostLines = 1024;   // that the operator types
+constexpr std::size_t kMostFiles = 8;
+constexpr std::size_t kMostFileBytes = 1 << 20;
+constexpr std::size_t kMostBridges = 4;
+constexpr std::size_t kFlashSize = 1 << 17;
+constexpr std::size_t kMostSticks = 32;
+constexpr std::size_t kMostDirectories = 8;  // under /mnt, left from earlier
 
 struct SerialPort {
     bool present = false;
@@ -70,6 +80,7 @@ struct PanelFrame {
 
 // The frame of a key by its name, as it is on the line; empty for a name that no key has.
 std::string key_frame(const std::string& key, bool pressed);
+std::string key_names();  // with commas
 
 struct Panel {  // on /dev/ttyS2
     SerialPort port;

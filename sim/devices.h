@@ -17,6 +17,9 @@ extern const Device& socket_device;     // datagram sockets, and the network por
 extern const Device& rtc_device;        // /dev/rtc
 extern const Device& usb_device;        // disks, mice and the device tree
 
+// Lets the reader of a FIFO of the host, open for writing, be that of the run; -1 = none.
+void use_host_fifo(int fd);
+
 // Adds what the operator types at the present instant; empty = end of input.
 void type_line(std::string_view text);
 

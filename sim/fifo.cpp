@@ -4,7 +4,9 @@
 // more: the pipe fills up to 65,536 bytes, then a write fails with EAGAIN. At the record at which
 // it leaves it closes its end: that write, and each after it, fails with EPIPE and SIGPIPE.
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include "sim/board.h"
 #include "sim/devices.h"
@@ -13,6 +15,13 @@ namespace sim {
 namespace {
 
 constexpr std::uint32_t kPipeCapacity = 65'536;
+
+int host_fifo = -1;
+
+bool host_has_reader() {
+    pollfd file{host_fifo, POLLOUT, 0};
+    return ::poll(&file, 1, 0) >= 0 && (file.revents & POLLERR) == 0;
+}
 
 bool reached(std::uint32_t record) { return record != 0 && world->fifo.records + 1 >= record; }
 
@@ -24,10 +33,15 @@ class Fifo final : public Device {
 
     long open(int, int flags) const override {
         if ((flags & O_ACCMODE) != O_WRONLY) return -EACCES;
-        return scenario->fifo.reader ? 0 : -ENXIO;
+        const bool has_reader = host_fifo < 0 ? scenario->fifo.reader : host_has_reader();
+        return has_reader ? 0 : -ENXIO;
     }
 
-    long write(OpenFile&, const void*, std::size_t size) const override {
+    long write(OpenFile&, const void* data, std::size_t size) const override {
+        if (host_fifo >= 0) {
+            const ssize_t count = ::write(host_fifo, data, size);
+            return count < 0 ? -errno : count;
+        }
         ReportFifo& fifo = world->fifo;
         if (reached(scenario->fifo.leaves_at)) {
             ::raise(SIGPIPE);
@@ -47,5 +61,7 @@ const Fifo fifo;
 }  // namespace
 
 const Device& fifo_device = fifo;
+
+void use_host_fifo(int fd) { host_fifo = fd; }
 
 }  // namespace sim

@@ -68,6 +68,13 @@ std::string key_frame(const std::string& key, bool pressed) {
     return frame + static_cast<char>(std::accumulate(frame.begin(), frame.end(), 0));
 }
 
+std::string key_names() {
+    std::string names;
+    for (const std::string key : kKeys)
+        if (!key.empty()) names += (names.empty() ? "" : ", ") + key;
+    return names;
+}
+
 void panel_start() {
     if (!scenario->panel.connected) return;
     for (const PanelFrame& frame : scenario->panel.frames) {
@@ -89,11 +96,12 @@ void press_key(const std::string& key) {
         stop_run("more than %zu bytes on a serial line", std::size(queue.items));
         return;
     }
+    const Microseconds readable = world->now + (size + 4) * kByteTime;
     std::uint32_t place = queue.tail;
-    for (; place != queue.head && queue[place - 1].readable > world->now; --place)
+    for (; place != queue.head && queue[place - 1].readable > readable; --place)
         queue[place - 1 + size] = queue[place - 1];
     for (const char byte : frame)
-        queue[place++] = {world->now + (size + 4) * kByteTime, static_cast<std::uint8_t>(byte)};
+        queue[place++] = {readable, static_cast<std::uint8_t>(byte)};
     queue.tail += size;
 }
 

@@ -92,6 +92,7 @@ class Run {
         world->wake_supervisor = wake_.get();
         world->paced = live.pace > 0;
         start_first_process();
+        if (description.faults.size() > kMostFaults) stop_here("more than %zu faults", kMostFaults);
         start_devices();
         if (world->stopped) throw std::length_error(world->stop_reason);
         ::prctl(PR_SET_CHILD_SUBREAPER, 1);

@@ -15,6 +15,8 @@
 #include <string_view>
 #include <type_traits>
 
+#include "sim/board.h"
+
 namespace sim {
 
 using Microseconds = std::int64_t;  // virtual time since the start of the run
@@ -138,7 +140,7 @@ struct MountPoint {
 
 struct UsbState {
     std::uint32_t scans;  // of /dev
-    MountPoint points[16];
+    MountPoint points[32];
 };
 
 struct ReportFifo {
@@ -152,7 +154,7 @@ struct File {
 };
 
 struct Flash {
-    std::uint8_t cells[1 << 17];
+    std::uint8_t cells[kFlashSize];
     bool write_enabled;
     std::uint8_t protection;
     Microseconds busy_until;
@@ -160,7 +162,7 @@ struct Flash {
 
 struct BridgeState {
     Flash flash;
-    std::uint8_t running[1 << 17];  // the firmware that it was last reset with
+    std::uint8_t running[kFlashSize];  // the firmware that it was last reset with
     std::uint32_t resets, programmed_words;
 };
 
@@ -177,13 +179,13 @@ struct World {
 
     std::uint32_t interrupts_delivered;  // of the scenario's list
     Microseconds typed_interrupt;        // by the person in front of q7-sim; kNever = none
-    std::uint32_t fault_matches[64];
+    std::uint32_t fault_matches[kMostFaults];
 
     Actor actors[64];
     Process processes[64];
     OpenFile files[8192];
 
-    Queue<ConsoleInput, 1024> console;
+    Queue<ConsoleInput, kMostLines> console;
     Control control;
     ReportFifo fifo;
     SerialLine lines[2];
@@ -191,8 +193,8 @@ struct World {
     FixtureState rs485;
     AlarmState alarm;
     UsbState usb;
-    BridgeState bridges[4];
-    File tree[64];
+    BridgeState bridges[kMostBridges];
+    File tree[kMostFiles];
 
     std::uint32_t events_used, text_used;
     Event events[400'000];

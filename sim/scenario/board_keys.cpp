@@ -1,15 +1,27 @@
-#include "sim/keys.h"
+#include "sim/scenario/board_keys.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <numeric>
+#include <set>
 
 namespace sim {
 namespace {
 
 constexpr int kLastErrno = 133;
+
+std::string errno_names() {
+    std::string names;
+    for (int number = 1; number <= kLastErrno; ++number) {
+        const char* known = strerrorname_np(number);
+        if (known != nullptr) names += (names.empty() ? "" : ", ") + std::string(known);
+    }
+    return names;
+}
 
 bool set_errno(int& error, const std::string& name) {
     for (int number = 1; number <= kLastErrno; ++number) {
@@ -30,6 +42,7 @@ const std::set<std::string> kCalls = {
     "uname",   "wait_readable", "wait_writable",  "waitpid",   "write"};
 
 void describe_fault(Keys& keys, Fault& fault) {
+    fault.place = keys.place();
     std::string calls;
     for (const std::string& call : kCalls)
         calls += (calls.empty() ? "" : ", ") + call;
@@ -47,16 +60,22 @@ void describe_fault(Keys& keys, Fault& fault) {
     keys.key("onwards", fault.onwards, "that call and each matching one after it");
     keys.key(
         "effect",
-        one_of(fault.effect, {{"error", Fault::Effect::error},
+        choice(fault.effect, {{"error", Fault::Effect::error},
                               {"short", Fault::Effect::shorten},
                               {"interrupt", Fault::Effect::interrupt},
                               {"power cut", Fault::Effect::power_cut}}),
         "what happens: it fails, transfers `count` bytes at most, Ctrl-C comes, the power goes");
     keys.key("errno",
-             Word{"name of an error", "\"EIO\"",
+             Word{"one of " + errno_names(), "\"EIO\"",
                   [&](const std::string& name) { return set_errno(fault.error, name); }},
              "with which it fails");
     keys.key("count", fault.count, "bytes that a short transfer takes at most");
+    const bool transfers = fault.call.empty() || fault.call == "read" || fault.call == "pread"
+                           || fault.call == "write";
+    keys.only_if(transfers, {"count"}, "call = \"read\", \"pread\" or \"write\"");
+    keys.only_if(fault.effect == Fault::Effect::error, {"errno"}, "effect = \"error\"");
+    keys.only_if(fault.effect == Fault::Effect::shorten, {"count"}, "effect = \"short\"");
+    keys.only_if(fault.call.empty() || fault.call == "ioctl", {"request"}, "call = \"ioctl\"");
 }
 
 void describe_control(Keys& keys, ControlDevice& control) {
@@ -74,6 +93,7 @@ void describe_fifo(Keys& keys, FifoReader& fifo) {
     keys.key("stalls_at", fifo.stalls_at, "record from which it reads no more; 0 = never");
     keys.key("leaves_at", fifo.leaves_at, "record at which it closes its end; 0 = never");
     keys.key("unread", fifo.unread, "bytes that lie in the pipe when it stalls", {0, 65'536});
+    keys.only_if(fifo.stalls_at != 0, {"unread"}, "stalls_at");
 }
 
 void describe_port(Keys& keys, SerialPort& port) {
@@ -97,14 +117,17 @@ bool set_bytes(std::string& bytes, const std::string& text) {
     return true;
 }
 
-Word hexadecimal(std::string& bytes) {
-    return {"bytes in hexadecimal, such as \"FF 07\"", "\"\"",
-            [&](const std::string& text) { return set_bytes(bytes, text); }};
+Word hexadecimal(std::string& bytes, std::size_t most = SIZE_MAX) {
+    std::string accepts = "bytes in hexadecimal, such as \"FF 07\"";
+    if (most != SIZE_MAX) accepts += ", at most " + std::to_string(most);
+    return {accepts, "\"\"", [&bytes, most](const std::string& text) {
+                return set_bytes(bytes, text) && bytes.size() <= most;
+            }};
 }
 
 // A key's frame, as it is on the line.
 Word panel_key(std::string& bytes, bool pressed) {
-    return {"name of a key, such as \"UP\"", "", [&bytes, pressed](const std::string& name) {
+    return {"one of " + key_names(), "", [&bytes, pressed](const std::string& name) {
                 bytes = key_frame(name, pressed);
                 return !bytes.empty();
             }};
@@ -116,12 +139,25 @@ void describe_panel_frame(Keys& keys, PanelFrame& frame) {
     keys.key("release", panel_key(frame.bytes, false), "it sends that this key is released");
     keys.key("bytes", hexadecimal(frame.bytes), "it sends these bytes");
     keys.key("whole", frame.whole, "they become readable all at once");
+    keys.one_of({"key", "release", "bytes"});
+}
+
+// Items of a list come in the order of their times.
+template <class Item>
+void refuse_descending(const Keys& keys, const char* name, const std::vector<Item>& items) {
+    const auto earlier = [](const Item& one, const Item& other) { return one.at < other.at; };
+    const auto wrong = std::is_sorted_until(items.begin(), items.end(), earlier);
+    if (wrong == items.end()) return;
+    throw ScenarioError(keys.place_of(name, wrong - items.begin()) + ": " + name
+                        + " take ascending times: at " + std::to_string(wrong->at)
+                        + " comes after at " + std::to_string(std::prev(wrong)->at));
 }
 
 void describe_panel(Keys& keys, Panel& panel) {
     describe_port(keys, panel.port);
     keys.key("connected", panel.connected, "false: the panel neither sends nor receives");
-    keys.list("frames", panel.frames, describe_panel_frame);
+    keys.list("frames", panel.frames, describe_panel_frame, kMostFrames);
+    refuse_descending(keys, "frames", panel.frames);
 }
 
 void describe_rs485(Keys& keys, Rs485& rs485) {
@@ -130,7 +166,7 @@ void describe_rs485(Keys& keys, Rs485& rs485) {
     keys.key("corrupt", rs485.corrupt, "bytes that come back changed, counted from 0");
     keys.key("drop", rs485.drop, "bytes that do not come back");
     keys.key("delay", rs485.delay, "seconds from a byte to its echo");
-    keys.key("pieces", rs485.pieces, "sizes in which the echo becomes readable, in turn");
+    keys.key("pieces", rs485.pieces, "sizes in which the echo becomes readable, in turn", {1});
 }
 
 void describe_link(Keys& keys, Link& link) {
@@ -148,6 +184,8 @@ void describe_network_port(Keys& keys, NetworkPort& port) {
 
 void describe_alarm(Keys& keys, Alarm& alarm) {
     keys.key("wiring", alarm.wiring, "inputs that each alarm output drives", {1, 16});
+    if (alarm.wiring.size() > 32)
+        throw ScenarioError(keys.place_of("wiring", 32) + ": more than 32 outputs");
     keys.key("stuck", alarm.stuck, "inputs that are always active", {1, 16});
     keys.key("dead", alarm.dead, "inputs that are never active", {1, 16});
     keys.key("slow", alarm.slow, "outputs that follow after slow_time", {1, 32});
@@ -166,11 +204,38 @@ void describe_presence(Keys& keys, Presence& presence) {
     keys.key("until_scan", presence.until_scan, "scan from which on it is not; 0 = stays");
 }
 
+bool is_letter(char character) { return character >= 'a' && character <= 'z'; }
+bool is_digit(char character) { return character >= '0' && character <= '9'; }
+
+bool are_digits(std::string_view text) { return std::all_of(text.begin(), text.end(), is_digit); }
+
+bool is_stick(const std::string& name) {
+    return name.size() > 2 && name.size() < 8 && name.starts_with("ms") && is_letter(name[2])
+           && are_digits(std::string_view(name).substr(3));
+}
+
+bool is_usb_device(const std::string& name) {
+    const std::string form = "0-0:0.0";
+    return name.size() == form.size()
+           && std::equal(name.begin(), name.end(), form.begin(), [](char said, char meant) {
+                  return meant == '0' ? is_digit(said) : said == meant;
+              });
+}
+
+Word matching(std::string& text, const char* accepts, bool (*is_known)(const std::string&)) {
+    return {accepts, "", [&text, is_known](const std::string& said) {
+                text = said;
+                return is_known(said);
+            }};
+}
+
 void describe_usb_disk(Keys& keys, UsbDisk& disk) {
-    keys.key("node", disk.node, "its name in /dev, such as \"msa1\"");
+    keys.key("node",
+             matching(disk.node, "ms, a letter and perhaps a number, such as \"msa1\"", is_stick),
+             "its name in /dev");
     describe_presence(keys, disk.presence);
     keys.key("mount",
-             one_of(disk.mount, {{"works", UsbDisk::Mount::works},
+             choice(disk.mount, {{"works", UsbDisk::Mount::works},
                                  {"by shell", UsbDisk::Mount::by_shell},
                                  {"never", UsbDisk::Mount::never}}),
              "what can mount it");
@@ -179,30 +244,40 @@ void describe_usb_disk(Keys& keys, UsbDisk& disk) {
 }
 
 void describe_usb_device(Keys& keys, UsbDevice& device) {
-    keys.key("name", device.name, "in /sys/bus/usb/devices, such as \"4-1:1.0\"");
+    keys.key("name",
+             matching(device.name, "bus, port and interface, such as \"4-1:1.0\"", is_usb_device),
+             "in /sys/bus/usb/devices");
     describe_presence(keys, device.presence);
 }
 
 void describe_usb(Keys& keys, Usb& usb) {
-    keys.list("disks", usb.disks, describe_usb_disk);
-    keys.list("devices", usb.devices, describe_usb_device);
-    keys.key("mice", usb.mice, "nodes /dev/input/mouse0 and up");
+    keys.list("disks", usb.disks, describe_usb_disk, kMostSticks);
+    keys.list("devices", usb.devices, describe_usb_device, kMostSticks);
+    keys.key("mice", usb.mice, "nodes /dev/input/mouse0 and up", {0, 10});
     keys.key("directories", usb.directories, "directories under /mnt, left from earlier");
+    for (const std::string& path : usb.directories) {
+        if (!path.starts_with("/mnt/") || path.find('/', 5) != std::string::npos
+            || usb.directories.size() > kMostDirectories)
+            throw ScenarioError(keys.place_of("directories") + ": directories takes at most "
+                                + std::to_string(kMostDirectories) + " paths under /mnt and not \""
+                                + path + "\"");
+    }
     keys.key("mount_time", usb.mount_time, "seconds that a mount takes");
     keys.key("shell_time", usb.shell_time, "seconds that a shell command takes");
     keys.key("host_free_blocks", usb.host_free_blocks,
              "free blocks, of 1 KiB, of the file system that holds /mnt");
 }
 
-bool set_from_file(std::string& bytes, const std::string& path) {
+bool set_from_file(std::string& bytes, const std::string& path, std::size_t most) {
     std::ifstream file(path, std::ios::binary);
     bytes.assign(std::istreambuf_iterator<char>(file), {});
-    return file.is_open() && !file.bad();
+    return file.is_open() && !file.bad() && bytes.size() <= most;
 }
 
-Word from_file(std::string& bytes, const std::string& folder) {
-    return {"path of a file that can be read", "", [&bytes, folder](const std::string& path) {
-                return set_from_file(bytes, folder + path);
+Word from_file(std::string& bytes, const std::string& folder, std::size_t most) {
+    return {"path of a file that can be read, of at most " + std::to_string(most) + " bytes", "",
+            [&bytes, folder, most](const std::string& path) {
+                return set_from_file(bytes, folder + path, most);
             }};
 }
 
@@ -217,25 +292,40 @@ void describe_file(Keys& keys, FileContent& file, const std::string& folder) {
     keys.key("present", file.present, "false: the board does not have this file of its base");
     keys.key("bytes", hexadecimal(file.bytes), "its content");
     keys.key("text", file.bytes, "its content, as text");
-    keys.key("from", from_file(file.bytes, folder), "a file of this machine with its content");
+    keys.key("from", from_file(file.bytes, folder, kMostFileBytes),
+             "a file of this machine with its content");
     describe_image(keys, file.bytes);
+    keys.one_of({"bytes", "text", "from", "image"});
     keys.key("resized_at_read", file.resized_at_read,
              "read, counted from 1, at which somebody changes its size; 0 = never");
     keys.key("resized_to", file.resized_to, "its size from then on");
+    keys.only_if(file.resized_at_read != 0, {"resized_to"}, "resized_at_read");
 }
 
-void describe_disk(Keys& keys, Disk& disk) {
+// The bridges of this board, as read so far.
+Word bridge_of(const Board& board, Disk& disk) {
+    std::string names = "\"\"";
+    for (const auto& [name, bridge] : board.bridges)
+        names += " or \"" + name + "\"";
+    return {"\"\" or the name of a bridge of this board: " + names, "\"\"",
+            [&](const std::string& name) {
+                disk.bridge = name;
+                return name.empty() || board.bridges.count(name) != 0;
+            }};
+}
+
+void describe_disk(Keys& keys, Disk& disk, const Board& board) {
     keys.key("present", disk.present, "the disk's node exists");
     keys.key("identify", disk.identify, "it answers IDENTIFY DEVICE");
     keys.key("size64", disk.size64, "it answers BLKGETSIZE64");
     keys.key("size", disk.size, "it answers BLKGETSIZE, which ends at 2 TiB");
-    keys.key("identify_data", hexadecimal(disk.identify_data),
+    keys.key("identify_data", hexadecimal(disk.identify_data, 512),
              "the data of its answer from byte 0, in place of its texts");
-    keys.key("model", disk.model, "model number");
-    keys.key("serial", disk.serial, "serial number");
-    keys.key("firmware", disk.firmware, "firmware revision");
+    keys.key("model", disk.model, "model number", {0, 40});
+    keys.key("serial", disk.serial, "serial number", {0, 20});
+    keys.key("firmware", disk.firmware, "firmware revision", {0, 8});
     keys.key("bytes", disk.bytes, "its size");
-    keys.key("bridge", disk.bridge, "bridge that it lies behind; \"\" = none");
+    keys.key("bridge", bridge_of(board, disk), "bridge that it lies behind; \"\" = none");
 }
 
 void describe_bridge(Keys& keys, Bridge& bridge, const std::string& folder) {
@@ -252,9 +342,11 @@ void describe_bridge(Keys& keys, Bridge& bridge, const std::string& folder) {
     keys.key("unlocks", bridge.unlocks, "writing the status changes them");
     keys.key("erases", bridge.erases, "the flash obeys the erase");
     keys.key("programs", bridge.programs, "the flash obeys the programming");
-    keys.key("flash", hexadecimal(bridge.flash), "content of the flash from address 0");
-    keys.key("from", from_file(bridge.flash, folder), "a file of this machine with its content");
+    keys.key("flash", hexadecimal(bridge.flash, kFlashSize), "content of the flash from address 0");
+    keys.key("from", from_file(bridge.flash, folder, kFlashSize),
+             "a file of this machine with its content");
     describe_image(keys, bridge.flash);
+    keys.one_of({"flash", "from", "image"});
     const auto set_save = [&bridge, folder](const std::string& path) {
         bridge.save = folder + path;
         return true;
@@ -269,17 +361,57 @@ void describe_line(Keys& keys, TypedLine& line) {
 }
 
 void describe_operator(Keys& keys, Operator& person) {
-    keys.list("lines", person.lines, describe_line);
+    keys.list("lines", person.lines, describe_line, kMostLines);
+    refuse_descending(keys, "lines", person.lines);
     keys.key("interrupts", person.interrupts, "seconds at which Ctrl-C is pressed, in order");
+    if (!std::is_sorted(person.interrupts.begin(), person.interrupts.end()))
+        throw ScenarioError(keys.place_of("interrupts") + ": interrupts takes ascending times");
 }
+
+// A zone of the host's data base, or a rule of its own: "CET-1CEST,M3.5.0,M10.5.0/3".
+bool is_time_zone(const std::string& zone) {
+    const bool is_rule = zone.find_first_of("0123456789") != std::string::npos;
+    return is_rule || zone == "UTC"
+           || (!zone.empty() && std::filesystem::is_regular_file("/usr/share/zoneinfo/" + zone));
+}
+
+const Names kPorts{"NAME", "eth0 to eth3", [](const std::string& name) {
+                       return name.size() == 4 && name.starts_with("eth") && name[3] >= '0'
+                              && name[3] <= '3';
+                   }};
+const Names kDisks{
+    "NODE", "sda to sdz, esda to esdz, or sas and a number, such as sas1",
+    [](const std::string& name) {
+        const bool single = name.size() == 3 && name.starts_with("sd") && is_letter(name[2]);
+        const bool external = name.size() == 4 && name.starts_with("esd") && is_letter(name[3]);
+        const bool minisas = name.starts_with("sas") && name.size() < 256;
+        return single || external
+               || (minisas && std::all_of(name.begin(), name.end(), [](char each) {
+                       return is_letter(each) || is_digit(each);
+                   }));
+    }};
+const Names kBridges{"NAME", "1 to 4", [](const std::string& name) {
+                         return name.size() == 1 && name[0] >= '1' && name[0] <= '4';
+                     }};
+const Names kFiles{"PATH", "/dav0/zeb321.bin, /dav2/devCfg.bin or /dav2/devCfg_backup.bin",
+                   [](const std::string& path) {
+                       return path == "/dav0/zeb321.bin" || path == "/dav2/devCfg.bin"
+                              || path == "/dav2/devCfg_backup.bin";
+                   }};
 
 }  // namespace
 
 void describe(Keys& keys, Board& board, const std::string& folder) {
     keys.key("story", board.story, "one line: what this board is, and what is wrong with it");
     keys.key("start", board.start, "system time at the start");
-    keys.key("time_zone", board.time_zone, "TZ of the board, such as \"Asia/Shanghai\"");
-    keys.key("kernel_release", board.kernel_release, "release of the running kernel");
+    keys.key("time_zone",
+             Word{"TZ that this machine knows, such as \"Asia/Shanghai\" or \"CST-8\"", "\"UTC\"",
+                  [&](const std::string& zone) {
+                      board.time_zone = zone;
+                      return is_time_zone(zone);
+                  }},
+             "TZ of the board");
+    keys.key("kernel_release", board.kernel_release, "release of the running kernel", {0, 64});
     keys.key("end", board.end, "second of virtual time after which the run is stopped");
     keys.key("root", board.root, "q7 can become the super-user");
     keys.table("hardware", [&](Keys& sub) {
@@ -293,20 +425,21 @@ void describe(Keys& keys, Board& board, const std::string& folder) {
     keys.table("rs485", [&](Keys& sub) { describe_rs485(sub, board.rs485); });
     keys.table("alarm", [&](Keys& sub) { describe_alarm(sub, board.alarm); });
     keys.table("rtc", [&](Keys& sub) { describe_rtc(sub, board.rtc); });
-    keys.named("ports", "NAME", [&](Keys& sub, const std::string& name) {
+    keys.named("ports", kPorts, [&](Keys& sub, const std::string& name) {
         describe_network_port(sub, board.ports[name]);
     });
     keys.table("usb", [&](Keys& sub) { describe_usb(sub, board.usb); });
-    keys.named("disks", "NODE",
-               [&](Keys& sub, const std::string& node) { describe_disk(sub, board.disks[node]); });
-    keys.named("bridges", "NAME", [&](Keys& sub, const std::string& name) {
+    keys.named("bridges", kBridges, [&](Keys& sub, const std::string& name) {
         describe_bridge(sub, board.bridges[name], folder);
     });
-    keys.named("files", "PATH", [&](Keys& sub, const std::string& path) {
+    keys.named("disks", kDisks, [&](Keys& sub, const std::string& node) {
+        describe_disk(sub, board.disks[node], board);
+    });
+    keys.named("files", kFiles, [&](Keys& sub, const std::string& path) {
         describe_file(sub, board.files[path], folder);
     });
     keys.table("operator", [&](Keys& sub) { describe_operator(sub, board.person); });
-    keys.list("faults", board.faults, describe_fault);
+    keys.list("faults", board.faults, describe_fault, kMostFaults);
 }
 
 }  // namespace sim

@@ -11,6 +11,7 @@
 namespace sim {
 
 extern const char kKeyboardHelp[];  // a line
+std::string panel_key_help();       // each character with the panel key that it presses
 
 class Keyboard {
   public:
@@ -19,6 +20,8 @@ class Keyboard {
     ~Keyboard();
     Keyboard(const Keyboard&) = delete;
     Keyboard& operator=(const Keyboard&) = delete;
+
+    bool is_terminal() const { return is_terminal_; }
 
     // Passes on what can be read; false at the end of input.
     bool take_input();

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <optional>
@@ -17,9 +18,10 @@
 
 #include "driver/q7.h"
 #include "sim/clock.h"
-#include "sim/keyboard.h"
-#include "sim/scenario.h"
-#include "sim/screen.h"
+#include "sim/devices.h"
+#include "sim/program/keyboard.h"
+#include "sim/program/screen.h"
+#include "sim/scenario/scenario.h"
 #include "sim/supervisor.h"
 #include "sim/trace.h"
 
@@ -27,12 +29,13 @@ namespace {
 
 constexpr int kBadUsage = 2;
 constexpr int kStopped = 120;
+constexpr int kNeverCame = 121;  // with --strict
 
 struct Options {
     std::string board = "healthy";
     double pace = 0;
     std::optional<std::string> trace, fifo;
-    bool gbk = false;
+    bool gbk = false, strict = false, script = false;
     std::vector<std::string> q7_arguments;
 };
 
@@ -47,16 +50,33 @@ void list_boards() {
     }
 }
 
+// The words behind the options, which are q7's. What follows -- is not looked at.
+std::vector<std::string> q7_words(const CLI::App& app) {
+    std::vector<std::string> words = app.remaining();
+    if (words.empty()) return words;
+    if (words.front() == "--") return {words.begin() + 1, words.end()};
+    if (words.front().starts_with("--"))
+        refuse(words.front() + " is no option of q7-sim (see --help); words for q7 can follow --");
+    for (const std::string& word : words) {
+        const std::string name = word.substr(0, word.find('='));
+        if (name.starts_with("--") && app.get_option_no_throw(name) != nullptr)
+            refuse(name + " is an option of q7-sim: it belongs before " + words.front());
+    }
+    return words;
+}
+
 Options parse_options(int argc, char** argv) {
     Options options;
     bool list = false, keys = false;
     CLI::App app("Runs q7, with the arguments that follow, on a simulated board in virtual time.",
                  "q7-sim");
     app.footer(
-        "The first word that is none of these begins q7's own arguments; so does what\n"
-        "follows --. Exit status: that of q7; 2 for bad arguments or a bad scenario, 120\n"
-        "for a run that had to be stopped.\nWith --pace at a terminal, "
-        + std::string(sim::kKeyboardHelp) + ".");
+        "The first word that is none of these begins q7's own arguments; what follows -- is not\n"
+        "looked at. Exit status: that of q7; 2 for bad arguments or a bad scenario, 120 for a run\n"
+        "that had to be stopped, 121 with --strict for a fault that never came.\n"
+        "With --pace at a terminal these keys drive the panel, besides the arrows, Esc, F1 and "
+        "F2:\n"
+        + sim::panel_key_help());
     app.prefix_command();
     app.set_help_flag("--help", "Show this text");
     app.set_version_flag("--version", "q7-sim " Q7_VERSION, "Show the version");
@@ -68,12 +88,17 @@ Options parse_options(int argc, char** argv) {
                    "Ctrl-C is the operator's interrupt")
         ->type_name("N")
         ->check(CLI::Range(1e-3, 1e6));
+    app.add_flag("--script", options.script,
+                 "With --pace at a terminal, let the scenario press the panel's keys as well");
     app.add_option("--trace", options.trace, "Write the event log, one JSON object a line")
         ->type_name("FILE");
     app.add_option("--fifo", options.fifo,
                    "Write the report records of a net-mode run, as q7 sends them (without it "
-                   "their texts are shown on standard error)")
+                   "their texts are shown on standard error); the reader of a real FIFO is the "
+                   "run's reader")
         ->type_name("FILE");
+    app.add_flag("--strict", options.strict,
+                 "End with 121 when a fault of the scenario never came");
     app.add_flag("--gbk", options.gbk, "Leave q7's texts in GBK");
     app.add_flag("--list", list, "Show the built-in boards");
     app.add_flag("--keys", keys, "Show every key of a scenario file");
@@ -86,9 +111,7 @@ Options parse_options(int argc, char** argv) {
     if (list) list_boards();
     if (keys) std::fputs(sim::key_reference().c_str(), stdout);
     if (list || keys) std::exit(0);
-    options.q7_arguments = app.remaining();
-    auto& words = options.q7_arguments;
-    if (!words.empty() && words.front() == "--") words.erase(words.begin());
+    options.q7_arguments = q7_words(app);
     return options;
 }
 
@@ -96,6 +119,37 @@ std::ofstream open_output(const std::string& path) {
     std::ofstream file(path, std::ios::binary | std::ios::trunc);
     if (!file) refuse(path + ": cannot be written: " + std::strerror(errno));
     return file;
+}
+
+// Where the report records go: nowhere, to a file, or to a FIFO, whose reader is then the run's.
+struct Records {
+    std::ofstream file;
+    int fifo = -1;
+};
+
+int open_fifo(const std::string& path) {
+    int fifo = ::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fifo < 0 && errno == ENXIO) {
+        std::cerr << "q7-sim: waiting for a reader of " << path << std::endl;
+        fifo = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+    }
+    if (fifo < 0 || ::fcntl(fifo, F_SETFL, O_WRONLY | O_NONBLOCK) < 0)
+        refuse(path + ": cannot be written: " + std::strerror(errno));
+    return fifo;
+}
+
+Records open_records(const std::string& path, const sim::Board& board) {
+    Records records;
+    if (!std::filesystem::is_fifo(path)) {
+        records.file = open_output(path);
+        return records;
+    }
+    const sim::FifoReader& reader = board.fifo;
+    if (!reader.reader || reader.stalls_at != 0 || reader.leaves_at != 0)
+        refuse(path
+               + " is a FIFO with a reader of its own, and the scenario describes one as well");
+    records.fifo = open_fifo(path);
+    return records;
 }
 
 // Ctrl-C as a descriptor, so that it becomes the operator's interrupt.
@@ -174,14 +228,33 @@ int end_like(const sim::Outcome& outcome) {
     return 128 + outcome.signal;
 }
 
+// What the scenario said and the run did not show; whether there was any.
+bool tell_what_never_came(const sim::Board& board, const sim::World& state) {
+    bool any = false;
+    for (std::size_t i = 0; i < board.faults.size(); ++i) {
+        const sim::Fault& fault = board.faults[i];
+        const std::uint32_t matches = state.fault_matches[i];
+        if (matches >= fault.nth) continue;
+        std::fprintf(stderr,
+                     "q7-sim: %s: this fault never came: %u calls matched, it waits for %u\n",
+                     fault.place.c_str(), matches, fault.nth);
+        any = true;
+    }
+    return any;
+}
+
 // The whole run, with everything written that was asked for.
-sim::Outcome simulate(const sim::Board& board, const Options& options) {
-    std::ofstream trace, records;
+sim::Outcome simulate(sim::Board& board, const Options& options) {
+    std::ofstream trace;
+    Records records;
     if (options.trace) trace = open_output(*options.trace);
-    if (options.fifo) records = open_output(*options.fifo);
+    if (options.fifo) records = open_records(*options.fifo, board);
+    sim::use_host_fifo(records.fifo);
     const bool paced = options.pace > 0;
-    sim::Screen screen(records, options.gbk ? sim::Texts::gbk : sim::Texts::utf8, paced);
     sim::Keyboard keyboard(paced);
+    if (keyboard.is_terminal() && !options.script) board.panel.frames.clear();
+    sim::Screen screen(records.file, records.fifo < 0 ? sim::Records::shown : sim::Records::sent,
+                       options.gbk ? sim::Texts::gbk : sim::Texts::utf8, paced);
     sim::Outcome outcome =
         sim::simulate(board, {[&] { return run_q7(options); }}, live(options, screen, keyboard));
     screen.finish();
@@ -190,7 +263,7 @@ sim::Outcome simulate(const sim::Board& board, const Options& options) {
     }
     save_flashes(board, *outcome.world);
     if (options.trace) close_output(trace, *options.trace);
-    if (options.fifo) close_output(records, *options.fifo);
+    if (records.file.is_open()) close_output(records.file, *options.fifo);
     return outcome;
 }
 
@@ -200,7 +273,11 @@ int main(int argc, char** argv) {
     ::signal(SIGPIPE, SIG_IGN);  // whoever reads may leave before the end
     try {
         const Options options = parse_options(argc, argv);
-        return end_like(simulate(sim::load_board(options.board), options));
+        sim::Board board = sim::load_board(options.board);
+        const sim::Outcome outcome = simulate(board, options);
+        const bool incomplete = tell_what_never_came(board, *outcome.world);
+        const int status = end_like(outcome);
+        return incomplete && options.strict && !outcome.stopped ? kNeverCame : status;
     } catch (const std::exception& error) {
         refuse(error.what());
     }

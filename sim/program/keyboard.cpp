@@ -1,4 +1,4 @@
-#include "sim/keyboard.h"
+#include "sim/program/keyboard.h"
 
 #include <unistd.h>
 
@@ -13,20 +13,38 @@ namespace {
 
 constexpr char kEndOfInput = 4;  // Ctrl-D
 
+struct PanelKey {
+    std::string_view typed;
+    const char* key;
+};
+
 // The longer ones first: an arrow key begins as the Escape key does.
-constexpr std::pair<std::string_view, const char*> kPanelKeys[] = {
+constexpr PanelKey kPanelKeys[] = {
     {"\x1B[A", "UP"}, {"\x1B[B", "DOWN"}, {"\x1B[C", "RIGHT"}, {"\x1B[D", "LEFT"},
     {"\x1BOA", "UP"}, {"\x1BOB", "DOWN"}, {"\x1BOC", "RIGHT"}, {"\x1BOD", "LEFT"},
-    {"\x1B", "ESC"},  {"x", "ESC"},       {"e", "ENTER"},      {"u", "UP"},
-    {"d", "DOWN"},    {"l", "LEFT"},      {"r", "RIGHT"},      {"a", "A"},
-    {"#", "#"},
+    {"\x1BOP", "F1"}, {"\x1BOQ", "F2"},   {"\x1B", "ESC"},     {"x", "ESC"},
+    {"e", "ENTER"},   {"u", "UP"},        {"d", "DOWN"},       {"l", "LEFT"},
+    {"r", "RIGHT"},   {"a", "A"},         {"#", "#"},          {"m", "MENU"},
+    {"t", "EDIT"},    {"v", "VOIP"},      {"p", "PLAY"},       {"c", "REC"},
+    {"n", "PAN"},     {"i", "INFO"},      {"o", "POWER"},      {"f", "F1"},
+    {"g", "F2"},      {"0", "AN0"},       {"1", "AN1"},        {"2", "AN2"},
+    {"3", "AN3"},     {"4", "AN4"},       {"5", "AN5"},        {"6", "AN6"},
+    {"7", "AN7"},     {"8", "AN8"},       {"9", "AN9"},        {"A", "AN10"},
+    {"B", "AN11"},    {"C", "AN12"},      {"D", "AN13"},       {"E", "AN14"},
+    {"F", "AN15"},    {"G", "AN16"},
 };
 
 }  // namespace
 
-const char kKeyboardHelp[] =
-    "keys: e ENTER, x or Esc ESC, u d l r or arrows, a A, # on the panel; Enter answers the "
-    "console; Ctrl-C interrupts";
+const char kKeyboardHelp[] = "keys drive the panel (--help shows which), Enter answers the console";
+
+std::string panel_key_help() {
+    std::string text;
+    for (const auto& [typed, key] : kPanelKeys) {
+        if (typed[0] != '\x1B') text += "  " + std::string(typed) + " " + key;
+    }
+    return text;
+}
 
 Keyboard::Keyboard(bool used) : is_terminal_(used && ::tcgetattr(STDIN_FILENO, &before_) == 0) {
     if (!is_terminal_) return;

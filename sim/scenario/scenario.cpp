@@ -1,10 +1,10 @@
-#include "sim/scenario.h"
+#include "sim/scenario/scenario.h"
 
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 
-#include "sim/keys.h"
+#include "sim/scenario/board_keys.h"
 
 namespace sim {
 namespace {
@@ -34,14 +34,8 @@ void apply_file(Board& board, const std::string& name, int depth) {
 
 void apply(Board& board, const std::string& text, const std::string& name,
            const std::string& folder, int depth) {
-    toml::table table;
-    try {
-        table = toml::parse(text, name);
-    } catch (const toml::parse_error& error) {
-        throw ScenarioError(name + ":" + std::to_string(error.source().begin.line) + ": "
-                            + std::string(error.description()));
-    }
-    Keys keys(&table, name);
+    const Node table = parse_toml(text, name);
+    Keys keys(&table);
     std::string base;
     keys.key("base", base, "");
     if (!base.empty()) {
@@ -69,7 +63,7 @@ Board parse_board(const std::string& text, const std::string& name) {
 
 std::string key_reference() {
     Board board;
-    Keys keys(nullptr, "");
+    Keys keys(nullptr);
     std::string base;
     keys.key("base", base, "scenario to start from, a file or a name; this one says what differs");
     describe(keys, board, "");

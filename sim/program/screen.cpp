@@ -1,4 +1,4 @@
-#include "sim/screen.h"
+#include "sim/program/screen.h"
 
 #include <unistd.h>
 
@@ -9,15 +9,6 @@
 
 namespace sim {
 namespace {
-
-void write_all(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t count = ::write(fd, bytes.data(), bytes.size());
-        if (count < 0 && errno == EINTR) continue;
-        if (count < 0) return;  // whoever read this has gone
-        bytes.remove_prefix(static_cast<std::size_t>(count));
-    }
-}
 
 std::string read_from(int fd, std::size_t& position, std::size_t limit) {
     std::string text;
@@ -50,8 +41,17 @@ std::string telling(const Event& event) {
 
 }  // namespace
 
-Screen::Screen(std::ofstream& records, Texts texts, bool tells_devices)
-    : records_(records), tells_devices_(tells_devices) {
+void write_all(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t count = ::write(fd, bytes.data(), bytes.size());
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) return;  // whoever read this has gone
+        bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+}
+
+Screen::Screen(std::ofstream& file, Records records, Texts texts, bool tells_devices)
+    : file_(file), records_(records), tells_devices_(tells_devices), leds_(tells_devices) {
     if (texts == Texts::utf8) decoders_.emplace();
 }
 
@@ -62,10 +62,11 @@ void Screen::show(int console, int errors) {
         if (told.empty() && !is_record(event)) continue;
         if (event.ended < 0) break;
         print(console, event.printed);
-        write_all(STDERR_FILENO, told);
+        if (!leds_.is_shown()) write_all(STDERR_FILENO, told);
         if (told.empty() && event.result >= 0) show_record(world->sent(event));
     }
     print(console, SIZE_MAX);
+    if (leds_.is_shown()) leds_.draw(world->panel, world->control.level[4] == 0);
     const std::string text = read_from(errors, errors_shown_, SIZE_MAX);
     write_all(STDERR_FILENO, decoders_ ? decoders_->errors.decode(text) : text);
 }
@@ -82,8 +83,9 @@ void Screen::print(int console, std::size_t limit) {
 }
 
 void Screen::show_record(std::string_view record) {
-    if (records_.is_open()) {
-        records_ << record << std::flush;
+    if (records_ == Records::sent) return;
+    if (file_.is_open()) {
+        file_ << record << std::flush;
         return;
     }
     const std::string_view bytes = record.substr(8);
