@@ -179,6 +179,17 @@ void open_files(int count) {
         platform::open("/dev/zebio", O_RDWR);
 }
 
+void open_pipes(int count) {
+    int ends[2];
+    for (int i = 0; i < 100; ++i) {
+        platform::open_pipe(ends, O_NONBLOCK);
+        platform::close(ends[0]);
+        platform::close(ends[1]);
+    }
+    for (int i = 0; i < count; ++i)
+        platform::open_pipe(ends, O_NONBLOCK);
+}
+
 void feed_serial_line(int bytes) {
     const int control = platform::open("/dev/zebio", O_RDWR);
     platform::ioctl_value(control, 0x07, 1);
@@ -224,6 +235,8 @@ TEST(Simulation, CapacityThatARunExceedsEndsItWithAMessage) {
                   open_files(22);
               }),
               "more than 8192 open files");
+    EXPECT_EQ(stopped([] { open_pipes(64); }), "");
+    EXPECT_EQ(stopped([] { open_pipes(65); }), "more than 64 pipes");
     EXPECT_EQ(stopped([] { feed_serial_line(131'072); }), "");
     EXPECT_EQ(stopped([] { feed_serial_line(131'073); }),
               "more than 131072 bytes on a serial line");

@@ -148,6 +148,14 @@ struct ReportFifo {
     bool reader_left;
 };
 
+struct Pipe {
+    bool open[2];  // its ends: of reading, of writing
+    std::uint32_t size;
+    std::uint8_t bytes[65'536];  // written and not yet read
+
+    bool is_used() const { return open[0] || open[1]; }
+};
+
 struct File {
     bool present;
     std::uint32_t reads;
@@ -195,6 +203,7 @@ struct World {
     UsbState usb;
     BridgeState bridges[kMostBridges];
     File tree[kMostFiles];
+    Pipe pipes[64];
 
     std::uint32_t events_used, text_used;
     Event events[400'000];
