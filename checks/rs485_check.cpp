@@ -157,9 +157,9 @@ TEST(Rs485, AfterTheTestInterruptHasItsDefaultActionAgain) {
 int sleeps_before_sending() {
     const Outcome got = run("");
     int sleeps = 0;
-    for (const sim::Event& event : got.world->log()) {
-        if (got.world->path_of(event) == "/dev/ttyS0" && event.result == 1024) break;
-        const bool of_main = got.world->text + event.actor == std::string_view("main");
+    for (const sim::Event& event : got.world->log.all()) {
+        if (got.world->log.path_of(event) == "/dev/ttyS0" && event.result == 1024) break;
+        const bool of_main = got.world->log.actor_of(event) == std::string_view("main");
         sleeps += of_main && event.function == std::string_view("sleep") ? 1 : 0;
     }
     return sleeps;

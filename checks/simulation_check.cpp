@@ -12,8 +12,8 @@
 
 #include "checks/harness.h"
 #include "platform/platform.h"
+#include "sim/program/text.h"
 #include "sim/scenario/scenario.h"
-#include "sim/text.h"
 
 namespace {
 
@@ -75,7 +75,7 @@ TEST(Simulation, ForkThreadAndInterruptGiveTheSameBytesTwice) {
     EXPECT_EQ(first.status, 7);
     EXPECT_EQ(first.end_s, 51.25);
     EXPECT_EQ(second.console, first.console);
-    EXPECT_EQ(second.world->events_used, first.world->events_used);
+    EXPECT_EQ(second.world->log.events_used, first.world->log.events_used);
 }
 
 TEST(Simulation, SpinningAndOverrunAreStoppedAndExplained) {

@@ -9,7 +9,9 @@
 #include <cstring>
 
 #include "sim/clock.h"
+#include "sim/event_log.h"
 #include "sim/process.h"
+#include "sim/world.h"
 
 #ifdef __SANITIZE_THREAD__
 extern "C" {
@@ -36,41 +38,7 @@ void stop_if_spinning(const char* function) {
               kSpinning, static_cast<double>(world->now) / 1e6, function);
 }
 
-Event& new_event(const char* function) {
-    if (world->events_used == std::size(world->events)) {
-        stop_here("more than %zu events", std::size(world->events));
-    }
-    Event& event = world->events[world->events_used++];
-    event.at = world->now;
-    event.ended = -1;
-    event.function = function;
-    event.fd = -1;
-    event.printed = static_cast<std::uint32_t>(::lseek(console_stream, 0, SEEK_CUR));
-    event.actor = self < 0 ? 0 : world->actors[self].name;
-    return event;
-}
-
-bool concerns(const Fault& fault, const Event& event) {
-    return (fault.call.empty() || fault.call == event.function)
-           && (fault.path.empty() || fault.path == world->path_of(event))
-           && (fault.request == 0 || fault.request == event.request)
-           && (fault.actor.empty() || fault.actor == world->name_of(world->actors[self]));
-}
-
-const Fault* matching_fault(const Event& event) {
-    const Fault* found = nullptr;
-    for (std::size_t i = 0; i < scenario->faults.size(); ++i) {
-        const Fault& fault = scenario->faults[i];
-        if (!concerns(fault, event)) continue;
-        const std::uint32_t match = ++world->fault_matches[i];
-        if (match == fault.nth || (fault.onwards && match > fault.nth)) found = &fault;
-    }
-    return found;
-}
-
 }  // namespace
-
-int console_stream = STDOUT_FILENO;
 
 HiddenFromThreadSanitizer::HiddenFromThreadSanitizer() {
 #ifdef __SANITIZE_THREAD__
@@ -86,30 +54,6 @@ HiddenFromThreadSanitizer::~HiddenFromThreadSanitizer() {
     AnnotateIgnoreWritesEnd(__FILE__, __LINE__);
     AnnotateIgnoreReadsEnd(__FILE__, __LINE__);
 #endif
-}
-
-std::uint32_t keep(std::string_view bytes) {
-    if (bytes.size() + 1 > sizeof world->text - world->text_used) {
-        stop_here("more than %zu bytes in the event log", sizeof world->text);
-    }
-    if (world->text_used == 0) world->text_used = 1;  // place 0 is the empty text
-    const std::uint32_t place = world->text_used;
-    std::memcpy(world->text + place, bytes.data(), bytes.size());
-    world->text_used += static_cast<std::uint32_t>(bytes.size()) + 1;
-    return place;
-}
-
-void note(const char* device, const char* format, ...) {
-    char text[256];
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    Event& event = new_event(device);
-    event.actor = 0;
-    event.ended = world->now;
-    event.sent = keep(text);
-    event.sent_size = static_cast<std::uint32_t>(std::strlen(text));
 }
 
 Call::Call(const char* function, std::string_view path, std::int64_t argument) {

@@ -6,8 +6,9 @@
 #include <cstdint>
 #include <string_view>
 
-#include "sim/board.h"
-#include "sim/world.h"
+#include "sim/event_log.h"
+#include "sim/fault.h"
+#include "sim/process.h"
 
 namespace sim {
 
@@ -61,8 +62,5 @@ class Call {
     const Fault* fault_ = nullptr;
     int saved_errno_ = errno;
 };
-
-// Standard output of the product, as the calling process knows it.
-extern int console_stream;
 
 }  // namespace sim

@@ -16,6 +16,7 @@
 #include "sim/device.h"
 #include "sim/process.h"
 #include "sim/supervisor.h"
+#include "sim/world.h"
 
 namespace sim {
 
@@ -71,9 +72,10 @@ std::string wait_of(const Actor& actor) {
         std::snprintf(text, sizeof text, "\n  %s: until %.6f s", world->name_of(actor), until);
         return text;
     }
-    int length = std::snprintf(text, sizeof text, "\n  %s: for %s to become %s",
-                               world->name_of(actor), world->text + world->files[actor.file].path,
-                               actor.direction == Direction::read ? "readable" : "writable");
+    int length =
+        std::snprintf(text, sizeof text, "\n  %s: for %s to become %s", world->name_of(actor),
+                      world->log.text + world->files[actor.file].path,
+                      actor.direction == Direction::read ? "readable" : "writable");
     if (actor.until != kNever && length < static_cast<int>(sizeof text)) {
         std::snprintf(text + length, sizeof text - static_cast<std::size_t>(length),
                       ", until %.6f s", until);

@@ -3,7 +3,8 @@
 // first is the first.
 #pragma once
 
-#include "sim/world.h"
+#include "sim/process.h"
+#include "sim/time.h"
 
 namespace sim {
 

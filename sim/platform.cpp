@@ -16,9 +16,13 @@
 
 #include "sim/call.h"
 #include "sim/clock.h"
-#include "sim/devices.h"
+#include "sim/devices/directory.h"
+#include "sim/devices/files.h"
+#include "sim/devices/pipe.h"
+#include "sim/devices/usb.h"
 #include "sim/process.h"
 #include "sim/supervisor.h"
+#include "sim/world.h"
 
 using namespace sim;
 

@@ -1,4 +1,5 @@
 #include "sim/process.h"
+#include "sim/world.h"
 
 #include <algorithm>
 #include <atomic>

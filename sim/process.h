@@ -1,11 +1,56 @@
 // Actors, processes and descriptors of a run: the slots of what has ended are used again.
 #pragma once
 
+#include <semaphore.h>
+#include <sys/types.h>
+
+#include <cstdint>
 #include <string_view>
 
-#include "sim/world.h"
+#include "sim/time.h"
 
 namespace sim {
+
+enum class Direction : std::uint8_t { read, write };
+
+// One flow of control: the main thread, a thread that it started, a process that it forked.
+struct Actor {
+    enum class State : std::uint8_t { unused, alive, ended } state;
+    bool interruptible;   // what it waits for ends early when an interrupt comes
+    Direction direction;  // of the wait for a descriptor
+    std::int16_t process;
+    std::int16_t file;     // open file that it waits for, -1 = none
+    Microseconds until;    // end of its wait
+    std::uint64_t order;   // of its wait among all; of those that end together the first begun ends
+    Microseconds instant;  // time of its latest call
+    std::uint32_t calls_at_instant;
+    std::uint32_t name;  // in the text arena: "main", "thread1", "child1" ...
+    sem_t turn;
+
+    bool is_used() const { return state != State::unused; }
+};
+
+struct Process {
+    enum class State : std::uint8_t { unused, alive, ended } state;
+    bool interrupt_pending;
+    std::int16_t main_actor;
+    std::int16_t parent;       // -1 = it has ended
+    pid_t pid;                 // on the host; 0 = not forked yet
+    std::uint32_t number;      // in the order of their start, from 0
+    std::int16_t files[1024];  // open file of each descriptor, -1 = closed
+
+    bool is_used() const { return state != State::unused; }
+};
+
+struct OpenFile {
+    std::uint8_t device;  // row of the device table
+    std::int16_t index;   // which one of its kind
+    std::int16_t users;   // descriptors that refer to it; 0 = free
+    std::uint32_t path;   // in the text arena
+    std::int64_t offset;
+
+    bool is_used() const { return users > 0; }
+};
 
 extern constinit thread_local int self;  // the actor that this thread is; -1 = the supervisor
 

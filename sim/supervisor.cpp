@@ -22,6 +22,7 @@
 #include "sim/clock.h"
 #include "sim/device.h"
 #include "sim/process.h"
+#include "sim/world.h"
 
 #ifdef Q7_COVERAGE
 extern "C" void __gcov_dump();

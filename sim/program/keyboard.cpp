@@ -5,8 +5,9 @@
 #include <cstdio>
 #include <utility>
 
-#include "sim/devices.h"
-#include "sim/serial.h"
+#include "sim/devices/console.h"
+#include "sim/devices/fifo.h"
+#include "sim/devices/panel.h"
 
 namespace sim {
 namespace {

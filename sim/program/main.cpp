@@ -18,12 +18,14 @@
 
 #include "driver/q7.h"
 #include "sim/clock.h"
-#include "sim/devices.h"
+#include "sim/devices/console.h"
+#include "sim/devices/fifo.h"
+#include "sim/devices/panel.h"
+#include "sim/event_log.h"
 #include "sim/program/keyboard.h"
 #include "sim/program/screen.h"
 #include "sim/scenario/scenario.h"
 #include "sim/supervisor.h"
-#include "sim/trace.h"
 
 namespace {
 
@@ -258,8 +260,8 @@ sim::Outcome simulate(sim::Board& board, const Options& options) {
     sim::Outcome outcome =
         sim::simulate(board, {[&] { return run_q7(options); }}, live(options, screen, keyboard));
     screen.finish();
-    for (const sim::Event& event : outcome.world->log()) {
-        if (trace.is_open()) trace << sim::to_json(*outcome.world, event) << '\n';
+    for (const sim::Event& event : outcome.world->log.all()) {
+        if (trace.is_open()) trace << sim::to_json(outcome.world->log, event) << '\n';
     }
     save_flashes(board, *outcome.world);
     if (options.trace) close_output(trace, *options.trace);

@@ -23,13 +23,9 @@ std::string read_from(int fd, std::size_t& position, std::size_t limit) {
     return text;
 }
 
-bool is_record(const Event& event) {
-    return std::string_view(event.function) == "write" && world->path_of(event) == "/var/q7.fifo";
-}
-
 // What a person beside the board would see or hear of a change; empty = nothing.
 std::string telling(const Event& event) {
-    const std::string_view device = event.function, state = world->sent(event);
+    const std::string_view device = event.function, state = world->log.sent(event);
     if (event.actor != 0) return "";
     if (device == "panel" && state.starts_with("record")) {
         return "[LEDs] " + std::string(state) + "\n";
@@ -56,14 +52,14 @@ Screen::Screen(std::ofstream& file, Records records, Texts texts, bool tells_dev
 }
 
 void Screen::show(int console, int errors) {
-    for (; next_event_ < world->events_used; ++next_event_) {
-        const Event& event = world->events[next_event_];
+    for (; next_event_ < world->log.events_used; ++next_event_) {
+        const Event& event = world->log.events[next_event_];
         const std::string told = tells_devices_ ? telling(event) : "";
-        if (told.empty() && !is_record(event)) continue;
-        if (event.ended < 0) break;
+        const bool is_report = world->log.is_report(event);
+        if (told.empty() && !is_report) continue;
         print(console, event.printed);
         if (!leds_.is_shown()) write_all(STDERR_FILENO, told);
-        if (told.empty() && event.result >= 0) show_record(world->sent(event));
+        if (is_report) show_record(world->log.sent(event));
     }
     print(console, SIZE_MAX);
     if (leds_.is_shown()) leds_.draw(world->panel, world->control.level[4] == 0);

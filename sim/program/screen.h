@@ -10,7 +10,7 @@
 #include <string_view>
 
 #include "sim/program/led_view.h"
-#include "sim/text.h"
+#include "sim/program/text.h"
 #include "sim/world.h"
 
 namespace sim {
