@@ -28,6 +28,8 @@ namespace {
 
 using platform::Descriptor;
 
+static_assert(sizeof(time_t) == 8 && sizeof(off_t) == 8);
+
 int holding = 0, failing = 0;
 
 void expect(bool holds, int line = __builtin_LINE()) {
