@@ -205,7 +205,9 @@ int main(int argc, char** argv) {
     print("real time of the console sequence on the simulated board", 1e3 * real["console"], 20,
           "ms");
     print("real time of the net-mode sequence", 1e3 * real["net"], 20, "ms");
-    print("size for the board, hard float", size_kb(hard + "/q7"), 100, "kB");
-    print("size for the board, soft float", size_kb(soft + "/q7"), 100, "kB");
+    print("size of q7 for the board, hard float", size_kb(hard + "/q7"), 100, "kB");
+    print("size of q7 for the board, soft float", size_kb(soft + "/q7"), 100, "kB");
+    print("size of q7-agent, hard float", size_kb(hard + "/q7-agent"), 200, "kB");
+    print("size of q7-agent, soft float", size_kb(soft + "/q7-agent"), 200, "kB");
     return kept ? 0 : 1;
 }
