@@ -58,7 +58,8 @@ pid_t start(const std::vector<std::string>& words, int output) {
         pointers.push_back(const_cast<char*>(word.c_str()));
     pointers.push_back(nullptr);
     const pid_t child = ::fork();
-    if (child != 0) return child;
+    if (child < 0) std::abort();
+    if (child > 0) return child;
     ::dup2(output, STDOUT_FILENO);
     ::dup2(::open("/dev/null", O_WRONLY), STDERR_FILENO);
     ::execv(pointers[0], pointers.data());
@@ -83,7 +84,7 @@ Times time_of(const std::vector<std::string>& words) {
     while ((count = ::read(ends[0], buffer, sizeof buffer)) > 0) {
         if (times.first_byte == 0) times.first_byte = passed();
     }
-    ::waitpid(child, nullptr, 0);
+    if (::waitpid(child, nullptr, 0) != child) std::abort();
     ::close(ends[0]);
     times.end = passed();
     return times;

@@ -9,6 +9,7 @@
 int main(int argc, char** argv) {
     if (argc == 1) return ::write(STDOUT_FILENO, "\n", 1) == 1 ? 0 : 1;
     const pid_t child = ::fork();
+    if (child < 0) return 1;
     if (child == 0) {
         std::freopen("/dev/null", "w", stdout);
         ::execv(argv[1], argv + 1);

@@ -1,6 +1,10 @@
 // The simulation's own promises, shown with small programs that have nothing to do with q7.
 #include <fcntl.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
 #include <pthread.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -119,6 +123,31 @@ TEST(Simulation, InterruptWithoutHandlerEndsTheProcessAndTheOthersGoOn) {
     EXPECT_EQ(got.signal, SIGINT);
     EXPECT_EQ(got.console, "cut short\nchild ends\n");
     EXPECT_EQ(got.end_s, 4);
+}
+
+// From here on the host starts no process for the caller.
+void refuse_processes() {
+    const sock_filter filter[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, __NR_clone, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EAGAIN),
+        BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+    };
+    const sock_fprog program{std::size(filter), const_cast<sock_filter*>(filter)};
+    ASSERT_EQ(::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
+    ASSERT_EQ(::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), 0);
+}
+
+TEST(Simulation, ForkThatTheHostRefusesStopsTheRunAndHarmsNobody) {
+    const Outcome got = run_on("", [] {
+        refuse_processes();
+        platform::fork();
+        platform::waitpid(-1, nullptr, 1);
+        platform::sleep_ms(1000);
+        std::printf("goes on");
+    });
+    EXPECT_EQ(got.console, "");
+    EXPECT_EQ(got.stopped, "the host refused a process: Resource temporarily unavailable");
 }
 
 TEST(Simulation, CrashIsNoticed) {

@@ -1,13 +1,17 @@
 // q7-sim in front of a person: on a terminal of its own, in paced time.
+#include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
 #include <sys/wait.h>
 #include <termios.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <system_error>
 
 #include "checks/harness.h"
 
@@ -34,6 +38,7 @@ Session at_terminal(std::vector<std::string> options, const std::vector<Typed>& 
         words.push_back(option.data());
     words.push_back(nullptr);
     const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+    if (child < 0) throw std::system_error(errno, std::generic_category(), "forkpty");
     if (child == 0) {
         ::execv(words[0], words.data());
         ::_exit(127);
@@ -42,6 +47,7 @@ Session at_terminal(std::vector<std::string> options, const std::vector<Typed>& 
     auto next = typing.begin();
     for (char buffer[4096];;) {
         pollfd file{terminal, POLLIN, 0};
+        // The child has not been waited for: its pid is its own, even if it has ended.
         if (::poll(&file, 1, 20'000) <= 0) ::kill(child, SIGKILL);
         const ssize_t count = ::read(terminal, buffer, sizeof buffer);
         if (count <= 0) break;
@@ -55,11 +61,24 @@ Session at_terminal(std::vector<std::string> options, const std::vector<Typed>& 
     termios attributes{};
     session.restored =
         ::tcgetattr(own_end, &attributes) == 0 && (attributes.c_lflag & (ECHO | ICANON)) != 0;
-    ::waitpid(child, &session.status, 0);
+    EXPECT_EQ(::waitpid(child, &session.status, 0), child);
     ::close(own_end);
     ::close(terminal);
     return session;
 }
+
+// Skips each of its cases, by name, where the machine has no pseudo-terminals.
+class Terminal : public testing::Test {
+  protected:
+    void SetUp() override {
+        const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
+        const bool usable = terminal >= 0 && ::grantpt(terminal) == 0 && ::unlockpt(terminal) == 0
+                            && ::ptsname(terminal) != nullptr
+                            && ::access(::ptsname(terminal), R_OK | W_OK) == 0;
+        if (terminal >= 0) ::close(terminal);
+        if (!usable) GTEST_SKIP() << "no pseudo-terminal can be opened here";
+    }
+};
 
 const std::string kNoPresses = "base = \"healthy\"\n[panel]\nframes = []\n";
 
@@ -69,7 +88,7 @@ std::string write_board(const std::string& text) {
     return path;
 }
 
-TEST(Terminal, KeysDriveThePanelAndLedsAreTold) {
+TEST_F(Terminal, KeysDriveThePanelAndLedsAreTold) {
     const Session session =
         at_terminal({"--pace", "5", "--board", write_board(kNoPresses), "-o", "3"},
                     {{"record AAAA AAAA network 0000", "u"},
@@ -80,7 +99,7 @@ TEST(Terminal, KeysDriveThePanelAndLedsAreTold) {
     EXPECT_TRUE(session.restored);
 }
 
-TEST(Terminal, CtrlCEndsTheRunAndNothingWrittenIsLost) {
+TEST_F(Terminal, CtrlCEndsTheRunAndNothingWrittenIsLost) {
     const std::string log = testing::TempDir() + "terminal.jsonl";
     const Session session =
         at_terminal({"--pace", "10", "--trace", log, "--board", write_board(kNoPresses), "-o", "3"},
@@ -95,7 +114,7 @@ TEST(Terminal, CtrlCEndsTheRunAndNothingWrittenIsLost) {
     EXPECT_NE(text.find("\"device\":\"operator\",\"state\":\"interrupt\""), std::string::npos);
 }
 
-TEST(Terminal, EnterAnswersTheConsoleAndTheBuzzerIsTold) {
+TEST_F(Terminal, EnterAnswersTheConsoleAndTheBuzzerIsTold) {
     const Session session = at_terminal({"--pace", "20"}, {{"10s", "\n"}});
     EXPECT_EQ(session.status, 0);
     EXPECT_NE(session.screen.find("[buzzer] on"), std::string::npos);

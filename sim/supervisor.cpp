@@ -97,6 +97,7 @@ class Run {
         if (pid < 0) fail("fork");
         if (pid == 0) become_product(program);
         ::setpgid(pid, pid);
+        leader_ = pid;
         world->processes[0].pid = pid;
     }
 
@@ -104,7 +105,9 @@ class Run {
         watch_new_processes();
         while (!all_dead() && !world->stopped)
             attend();
-        ::kill(-watched_.front().pid, SIGKILL);
+        // The group's leader is our child and has not been waited for: nobody else can have the
+        // number of its group.
+        ::kill(-leader_, SIGKILL);
         for (const Watched& process : watched_)
             collect(process);
         outcome_.stopped = world->stopped && !(world->restarted && exited_);
@@ -143,7 +146,7 @@ class Run {
     void watch_new_processes() {
         for (auto i = watched_.size(); i < world->processes_used; ++i) {
             const pid_t pid = world->processes[i].pid;
-            if (pid == 0) return;  // not forked yet
+            if (pid <= 0) return;  // not forked yet
             const int handle = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
             if (handle < 0 && errno != ESRCH) fail("pidfd_open");
             // None left: it has ended in good order, and its parent has collected it already.
@@ -172,7 +175,7 @@ class Run {
     void collect(const Watched& process) {
         int status = 0;
         if (::waitpid(process.pid, &status, 0) != process.pid) return;  // its parent did
-        if (process.pid != watched_.front().pid) return;
+        if (process.pid != leader_) return;
         if (WIFEXITED(status)) outcome_.status = WEXITSTATUS(status);
         if (WIFSIGNALED(status)) outcome_.signal = WTERMSIG(status);
     }
@@ -227,6 +230,7 @@ class Run {
     Outcome outcome_;
     RealFile console_, errors_, wake_;
     std::vector<Watched> watched_;
+    pid_t leader_ = 0;     // the main process, which leads a group of all processes of the run
     bool exited_ = false;  // the main process, by itself
     RealClock::time_point start_ = RealClock::now();
 };
