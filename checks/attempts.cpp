@@ -68,7 +68,10 @@ std::string attempt_line(const JournalText& attempt) {
 }  // namespace
 
 Played play(const Board& board, const std::string& words) {
-    const Outcome got = run(board, words);
+    return played_of(run(board, words), words);
+}
+
+Played played_of(const Outcome& got, const std::string& words) {
     Played played;
     played.words = words;
     played.status = got.status;
