@@ -96,6 +96,92 @@ TEST(StationEscape, NoDefectThatPassesQ7PassesTheStation) {
                 verdicts[Verdict::pass], verdicts[Verdict::not_proven], verdicts[Verdict::fail]);
 }
 
+// A healthy board as the line sees it: other people, sticks, disks, days and delays.
+class HealthyVariant {
+  public:
+    explicit HealthyVariant(unsigned seed) : random_(seed) {}
+
+    Board of(Board board) {
+        press_keys(board);
+        move_stick(board);
+        for (auto& [node, disk] : board.disks) {
+            disk.serial = text(8, 20);
+            disk.model = text(6, 40);
+            disk.firmware = text(3, 8);
+            disk.bytes = 1'000'000'000ull * number(2, 18'000);
+        }
+        for (sim::UsbDisk& disk : board.usb.disks)
+            disk.free_blocks = number(100'000, 30'000'000);
+        board.usb.mount_time = fraction(0, 8);
+        board.usb.shell_time = fraction(0, 2);
+        board.rs485.delay = fraction(0, 1.5);
+        for (std::size_t i = 0; i < number(0, 6); ++i)
+            board.rs485.pieces.push_back(static_cast<std::uint32_t>(number(1, 600)));
+        board.start.seconds = static_cast<std::int64_t>(number(946'684'800, 2'145'000'000));
+        board.time_zone = number(0, 1) == 0 ? "UTC" : "Asia/Shanghai";
+        board.rtc.offset_s = static_cast<std::int64_t>(number(0, 2)) - 1;
+        return board;
+    }
+
+  private:
+    std::uint64_t number(std::uint64_t low, std::uint64_t high) {
+        return std::uniform_int_distribution<std::uint64_t>(low, high)(random_);
+    }
+    double fraction(double low, double high) {
+        return std::uniform_real_distribution<double>(low, high)(random_);
+    }
+    std::string text(std::size_t shortest, std::size_t longest) {
+        std::string text(number(shortest, longest), ' ');
+        for (char& character : text)
+            character = static_cast<char>(number(' ', '~'));
+        text.front() = text.back() = static_cast<char>(number('A', 'Z'));
+        return text;
+    }
+    void press_keys(Board& board) {
+        double at_s = fraction(4, 10);
+        for (sim::PanelFrame& frame : board.panel.frames) {
+            frame.at = at_s;
+            at_s += fraction(0.5, 4.5);
+        }
+    }
+    // The upper rear port: a 2.0 stick from the first scan of /dev, from the second, or never.
+    void move_stick(Board& board) {
+        for (sim::UsbDevice& device : board.usb.devices) {
+            const std::uint64_t when = number(0, 2);
+            if (device.name == "4-1:1.0" && when != 1) moved_ = when;
+        }
+        std::erase_if(board.usb.devices, [&](const sim::UsbDevice& device) {
+            return (moved_ == 0 && device.name == "4-1:1.0")
+                   || (moved_ == 2 && device.name == "3-1:1.0");
+        });
+        for (sim::UsbDevice& device : board.usb.devices) {
+            if (moved_ != 1 && device.name.ends_with("-1:1.0")) device.presence = {};
+        }
+    }
+
+    std::mt19937 random_;
+    std::uint64_t moved_ = 1;
+};
+
+TEST(StationFalseAlarm, HealthyBoardsPassWhateverThePeopleAndTheFixtureDo) {
+    const struct {
+        const char *plan, *board, *serial;
+    } rows[] = {{"healthy", "healthy", "45270-2648-0413"},
+                {"dvs", "dvs", "45270S-2648-0413"},
+                {"nvr", "nvr", "45270N-2648-0413"}};
+    const unsigned runs = full_form() ? 1000 : 60;
+    for (const auto& row : rows) {
+        const Board board = sim::parse_board("base = \"" + std::string(row.board) + "\"\n", "base");
+        const Station station(row.plan, row.serial, board);
+        for (unsigned seed = 1; seed <= runs; ++seed) {
+            const Judgement judgement = station.judge(HealthyVariant(seed).of(board), {});
+            ASSERT_EQ(judgement.verdict, Verdict::pass)
+                << row.plan << " " << seed << reasons_of(judgement);
+        }
+    }
+    std::printf("%u runs of each healthy board pass\n", runs);
+}
+
 }  // namespace
 
 namespace checks {
