@@ -5,7 +5,7 @@
 #include <random>
 
 #include "checks/attempts.h"
-#include "sim/scenario.h"
+#include "sim/scenario/scenario.h"
 #include "station/evidence.h"
 #include "station/learn.h"
 

@@ -4,7 +4,7 @@
 #include <random>
 
 #include "checks/attempts.h"
-#include "sim/scenario.h"
+#include "sim/scenario/scenario.h"
 #include "station/catalogue.h"
 #include "station/learn.h"
 
