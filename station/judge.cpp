@@ -242,9 +242,7 @@ class Judge {
         fill(give(owner, "wrong", Verdict::fail, fact.line), fact, wanted_text(rule, fact.unit));
     }
 
-    static bool is_list_of_steps(const Fact& fact) {
-        return fact.name.ends_with("sequence.steps");
-    }
+    static bool is_list_of_steps(const Fact& fact) { return fact.name.ends_with("sequence.steps"); }
 
     static void fill(Reason& reason, const Fact& fact, string wanted) {
         reason.fact = fact.name;
