@@ -1,9 +1,11 @@
 #include "station/index/database.h"
 
-#include <soci/postgresql/soci-postgresql.h>
-#include <soci/sqlite3/soci-sqlite3.h>
-
 #include <stdexcept>
+
+// As soci-postgresql.h and soci-sqlite3.h declare them, without their need for the headers of the
+// databases.
+extern "C" const soci::backend_factory* factory_postgresql();
+extern "C" const soci::backend_factory* factory_sqlite3();
 
 namespace station::index {
 namespace {
@@ -11,7 +13,29 @@ namespace {
 // The lock of PostgreSQL that makes writers of an index take turns; any number of our own.
 constexpr const char* kWriterLock = "7101";
 
-// The length of the UTF-8 character that begins here; 0 = there is none.
+int hexadecimal(char digit) {
+    if (digit >= '0' && digit <= '9') return digit - '0';
+    if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
+    return -1;
+}
+
+// The limits that hold before a first statement can set them.
+std::string bounded(const std::string& url) {
+    const std::string limit = std::to_string(kPatience_s);
+    return url + (url.find('?') == std::string::npos ? "?" : "&") + "connect_timeout=" + limit
+         + "&tcp_user_timeout=" + limit + "000";
+}
+
+soci::session connect(const std::string& url) {
+    if (is_postgresql(url)) return {*factory_postgresql(), bounded(url)};
+    if (url.find_first_of("\" ") != std::string::npos) {
+        throw std::runtime_error("no blanks or quotes are possible in an index's name");
+    }
+    return {*factory_sqlite3(), "db=" + url + " timeout=" + std::to_string(kPatience_s)};
+}
+
+}  // namespace
+
 std::size_t character_length(std::string_view text) {
     const auto byte = [&](std::size_t i) -> unsigned {
         return i < text.size() ? static_cast<unsigned char>(text[i]) : 0;
@@ -32,36 +56,6 @@ std::size_t character_length(std::string_view text) {
     }
     return length;
 }
-
-int hexadecimal(char digit) {
-    if (digit >= '0' && digit <= '9') return digit - '0';
-    if (digit >= 'a' && digit <= 'f') return digit - 'a' + 10;
-    return -1;
-}
-
-std::string replaced(std::string text, std::string_view word, std::string_view by) {
-    for (std::size_t at = 0; (at = text.find(word, at)) != std::string::npos; at += by.size()) {
-        text.replace(at, word.size(), by);
-    }
-    return text;
-}
-
-// The limits that hold before a first statement can set them.
-std::string bounded(const std::string& url) {
-    const std::string limit = std::to_string(kPatience_s);
-    return url + (url.find('?') == std::string::npos ? "?" : "&") + "connect_timeout=" + limit
-         + "&tcp_user_timeout=" + limit + "000";
-}
-
-soci::session connect(const std::string& url) {
-    if (is_postgresql(url)) return {soci::postgresql, bounded(url)};
-    if (url.find_first_of("\" ") != std::string::npos) {
-        throw std::runtime_error("no blanks or quotes are possible in an index's name");
-    }
-    return {soci::sqlite3, "db=" + url + " timeout=" + std::to_string(kPatience_s)};
-}
-
-}  // namespace
 
 std::string encode(std::string_view bytes) {
     static constexpr char kDigits[] = "0123456789abcdef";

@@ -1,6 +1,9 @@
 // One connection to the index's database, SQLite or PostgreSQL, and what the two do differently.
 #pragma once
 
+// Debian's SOCI was built with Boost; its headers need Boost only for types that are not used here.
+#include <soci/soci-config.h>
+#undef SOCI_HAVE_BOOST
 #include <soci/soci.h>
 
 #include <string>
@@ -15,6 +18,8 @@ namespace station::index {
 // backslash \\; anything else stays. decode undoes it.
 std::string encode(std::string_view bytes);
 std::string decode(std::string_view text);
+// The length of the UTF-8 character at the beginning; 0 = there is none.
+std::size_t character_length(std::string_view text);
 
 // How long a statement waits for a database that is away or locked.
 constexpr int kPatience_s = 2;
@@ -52,6 +57,15 @@ std::vector<std::vector<std::string>> schema_steps(bool sqlite);
 
 using Value = std::variant<long long, std::string>;
 
+inline long long encoded(long long value) { return value; }
+inline std::string encoded(const std::string& value) { return encode(value); }
+
+inline void decode_in_place(long long&) {}
+inline void decode_in_place(int&) {}
+inline void decode_in_place(std::string& text) {
+    if (text.find('\\') != std::string::npos) text = decode(text);
+}
+
 // Calls `row` with the columns of each row. The text names the values in their order: :v1, :v2 ...
 template <class... Columns, class Row>
 void select(Database& database, const std::string& text, const std::vector<Value>& values, Row row) {
@@ -71,22 +85,16 @@ void select(Database& database, const std::string& text, const std::vector<Value
     statement.prepare(text);
     statement.define_and_bind();
     statement.execute(false);
-    const auto decoded = [](auto& column) -> auto& {
-        if constexpr (std::is_same_v<std::decay_t<decltype(column)>, std::string>) {
-            if (column.find('\\') != std::string::npos) column = decode(column);
-        }
-        return column;
-    };
     while (statement.fetch()) {
-        std::apply([&](auto&... column) { row(decoded(column)...); }, columns);
+        std::apply([](auto&... column) { (decode_in_place(column), ...); }, columns);
+        std::apply(row, columns);
     }
 }
 
-// A statement that is prepared once and executed with other values again and again.
+// A statement without a result, prepared once and executed with other values again and again.
 template <class... Values>
 class Command {
   public:
-    // `text` ends where the list of values belongs, or holds :v1, :v2 ... itself.
     Command(Database& database, const std::string& text) : statement_(database.session()) {
         statement_.alloc();
         std::apply([&](auto&... value) { (statement_.exchange(soci::use(value)), ...); }, values_);
@@ -100,9 +108,39 @@ class Command {
     }
 
   private:
-    static long long encoded(long long value) { return value; }
-    static std::string encoded(const std::string& value) { return encode(value); }
+    std::tuple<Values...> values_;
+    soci::statement statement_;
+};
 
+// The same with a row as the result.
+template <class Row, class... Values>
+class Prepared {
+  public:
+    Prepared(Database& database, const std::string& text) : statement_(database.session()) {
+        statement_.alloc();
+        std::apply([&](auto&... column) { (statement_.exchange(soci::into(column)), ...); },
+                   columns_);
+        std::apply([&](auto&... value) { (statement_.exchange(soci::use(value)), ...); }, values_);
+        statement_.prepare(text);
+        statement_.define_and_bind();
+    }
+
+    // Returns whether there is such a row.
+    bool operator()(const Values&... values) {
+        values_ = std::make_tuple(encoded(values)...);
+        const bool found = statement_.execute(true);
+        row_ = columns_;
+        // A statement that is not read to its end keeps SQLite's snapshot, and the next writer out.
+        while (statement_.fetch()) {
+        }
+        std::apply([](auto&... column) { (decode_in_place(column), ...); }, row_);
+        return found;
+    }
+    // The latest row that was found.
+    const Row& row() const { return row_; }
+
+  private:
+    Row columns_, row_;
     std::tuple<Values...> values_;
     soci::statement statement_;
 };

@@ -58,6 +58,7 @@ struct DriftCell {
     std::int64_t value = 0, boards = 0;
 };
 
+// A fact with measurements.
 struct MeasuredFact {
     std::string fact, unit;
 };

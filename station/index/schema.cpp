@@ -25,7 +25,7 @@ constexpr const char* kTables[] = {
     " indexed INT NOT NULL)",
     "CREATE INDEX attempts_of_board ON attempts(serial, model, started, id)",
     "CREATE INDEX attempts_in_time ON attempts(started, id)",
-    "CREATE INDEX attempts_left_out ON attempts(day)"
+    "CREATE INDEX attempts_left_out ON attempts(day, started)"
     " WHERE verdict = 'INCOMPLETE' OR mark <> 'production'",
 
     "CREATE TABLE items ("
@@ -64,11 +64,14 @@ constexpr const char* kTables[] = {
     "CREATE INDEX boards_not_final ON boards(day) WHERE final <> 'PASS'",
 
     // Numbers of boards by their first attempt (kinds board, item, cause, drift), and of attempts
-    // that no yield counts (left-out).
+    // that no yield counts (left-out). Of drift, `final` is the unit. The key has the order in
+    // which the yield page groups.
     "CREATE TABLE tallies ("
-    " kind TEXT, day INT, model TEXT, station TEXT, plan INT, name TEXT, verdict TEXT, final TEXT,"
+    " kind TEXT, name TEXT, station TEXT, day INT, model TEXT, plan INT, verdict TEXT, final TEXT,"
     " value INT, boards INT NOT NULL,"
-    " PRIMARY KEY(kind, day, model, station, plan, name, verdict, final, value)) CLUSTERED",
+    " PRIMARY KEY(kind, name, station, day, model, plan, verdict, final, value)) CLUSTERED",
+    // The models, stations and measured facts that there are.
+    "CREATE TABLE choices (kind TEXT, name TEXT, unit TEXT, PRIMARY KEY(kind, name, unit)) CLUSTERED",
 };
 
 constexpr const char* kKept[] = {"plans",        "attempts", "items",    "reasons", "causes",
