@@ -82,8 +82,8 @@ pid_t start(const std::string& command, int input, int output) {
         && posix_spawnattr_setpgroup(&attributes, 0) == 0
         && posix_spawnattr_setsigmask(&attributes, &none) == 0
         && posix_spawnattr_setsigdefault(&attributes, &defaults) == 0
-        && posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK
-                                                     | POSIX_SPAWN_SETSIGDEF)
+        && posix_spawnattr_setflags(
+               &attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF)
                == 0;
     if (!ready
         || posix_spawn(&pid, "/bin/sh", &actions, &attributes, const_cast<char**>(words), environ)
@@ -133,7 +133,7 @@ HookResult run_hook(const std::string& command, const std::string& input,
         result.end = HookResult::End::late;
         return result;
     }
-    listen(from, result.said);    // what it said last
+    listen(from, result.said);     // what it said last
     if (ended < 0) return result;  // somebody else has waited for it
     result.end = WIFEXITED(status) ? HookResult::End::exited : HookResult::End::signalled;
     result.status = WIFEXITED(status) ? WEXITSTATUS(status) : WTERMSIG(status);

@@ -56,7 +56,7 @@ std::string shown(const std::string& text) {
         const std::size_t length = character_length(rest);
         const auto first = static_cast<unsigned char>(rest[0]);
         const bool control = first < 0x20 || first == 0x7F
-                          || (first == 0xC2 && static_cast<unsigned char>(rest[1]) < 0xA0);
+                             || (first == 0xC2 && static_cast<unsigned char>(rest[1]) < 0xA0);
         safe += length == 0 || control ? std::string_view("?") : rest.substr(0, length);
         at += std::max<std::size_t>(length, 1);
     }
@@ -119,7 +119,8 @@ void show_history(const Options& options) {
     const auto attempts = open_existing(options).history(options.serial, options.model);
     if (options.json) {
         Exporter exporter(std::cout, Format::json);
-        for (const AttemptRecord& record : attempts) exporter.add(record);
+        for (const AttemptRecord& record : attempts)
+            exporter.add(record);
         exporter.finish();
         return;
     }
@@ -133,20 +134,19 @@ void show_history(const Options& options) {
 }
 
 void print_yield(const std::string& key, const Yield& yield) {
-    std::printf("%-14s %8lld %9s %9s %8lld %12lld %12lld %11lld %7lld\n", shown(key).c_str(),
-                static_cast<long long>(yield.boards),
-                percent(yield.first_pass, yield.boards).c_str(),
-                percent(yield.final_pass, yield.boards).c_str(),
-                static_cast<long long>(yield.first_fail),
-                static_cast<long long>(yield.first_not_proven),
-                static_cast<long long>(yield.incomplete), static_cast<long long>(yield.reference),
-                static_cast<long long>(yield.trial));
+    std::printf(
+        "%-14s %8lld %9s %9s %8lld %12lld %12lld %11lld %7lld\n", shown(key).c_str(),
+        static_cast<long long>(yield.boards), percent(yield.first_pass, yield.boards).c_str(),
+        percent(yield.final_pass, yield.boards).c_str(), static_cast<long long>(yield.first_fail),
+        static_cast<long long>(yield.first_not_proven), static_cast<long long>(yield.incomplete),
+        static_cast<long long>(yield.reference), static_cast<long long>(yield.trial));
 }
 
 void show_failing_items(Index& index, const Filter& filter) {
     const auto items = index.failing_items(filter);
     std::int64_t all = 0, so_far = 0;
-    for (const FailingItem& item : items) all += item.fail + item.not_proven;
+    for (const FailingItem& item : items)
+        all += item.fail + item.not_proven;
     std::printf("%-14s %8s %8s %12s %12s\n", "first failing", "boards", "FAIL", "NOT PROVEN",
                 "cumulative");
     for (const FailingItem& item : items) {
@@ -246,8 +246,8 @@ void add_commands(CLI::App& app) {
     index->add_option("--grant", options->role,
                       "Let this role of PostgreSQL add and read, and delete nothing");
 
-    auto* history = add_command(app, "history", "Show all attempts of a serial number", options,
-                                show_history);
+    auto* history =
+        add_command(app, "history", "Show all attempts of a serial number", options, show_history);
     history->add_option("SERIAL", options->serial)->required();
     history->add_option("--model", options->model, "One model");
     history->add_flag("--json", options->json, "As export does");
@@ -258,8 +258,8 @@ void add_commands(CLI::App& app) {
         ->check(CLI::IsMember({"day", "model", "station", "item"}))
         ->capture_default_str();
 
-    auto* out = add_command(app, "export", "Write attempts for other programs", options,
-                            export_attempts);
+    auto* out =
+        add_command(app, "export", "Write attempts for other programs", options, export_attempts);
     add_filter(*out, options);
     out->add_option("--format", options->format, "Format")
         ->required()

@@ -23,7 +23,7 @@ int hexadecimal(char digit) {
 std::string bounded(const std::string& url) {
     const std::string limit = std::to_string(kPatience_s);
     return url + (url.find('?') == std::string::npos ? "?" : "&") + "connect_timeout=" + limit
-         + "&tcp_user_timeout=" + limit + "000";
+           + "&tcp_user_timeout=" + limit + "000";
 }
 
 soci::session connect(const std::string& url) {
@@ -41,11 +41,11 @@ std::size_t character_length(std::string_view text) {
         return i < text.size() ? static_cast<unsigned char>(text[i]) : 0;
     };
     const unsigned first = byte(0);
-    const std::size_t length = first < 0x80                    ? 1
-                             : first >= 0xC2 && first <= 0xDF  ? 2
-                             : first >= 0xE0 && first <= 0xEF  ? 3
-                             : first >= 0xF0 && first <= 0xF4  ? 4
-                                                               : 0;
+    const std::size_t length = first < 0x80                     ? 1
+                               : first >= 0xC2 && first <= 0xDF ? 2
+                               : first >= 0xE0 && first <= 0xEF ? 3
+                               : first >= 0xF0 && first <= 0xF4 ? 4
+                                                                : 0;
     for (std::size_t i = 1; i < length; ++i) {
         if ((byte(i) & 0xC0) != 0x80) return 0;
     }
@@ -109,20 +109,21 @@ std::string without_password(std::string url) {
 
 std::string placeholders(int count) {
     std::string list = "(";
-    for (int i = 1; i <= count; ++i) list += (i == 1 ? ":v" : ",:v") + std::to_string(i);
+    for (int i = 1; i <= count; ++i)
+        list += (i == 1 ? ":v" : ",:v") + std::to_string(i);
     return list + ")";
 }
 
-Database::Database(const std::string& url) try : sqlite_(!is_postgresql(url)),
-                                                 session_(connect(url)) {
+Database::Database(const std::string& url) try
+    : sqlite_(!is_postgresql(url)), session_(connect(url)) {
     if (sqlite_) {
         session_ << "PRAGMA journal_mode=WAL";
-        session_ << "PRAGMA synchronous=FULL";  // a commit is on the disk
+        session_ << "PRAGMA synchronous=FULL";       // a commit is on the disk
         session_ << "PRAGMA recursive_triggers=ON";  // REPLACE would delete without them
     } else {
         const std::string limit = std::to_string(kPatience_s) + "s'";
         session_ << "SET client_encoding='UTF8'";
-        session_ << "SET client_min_messages=warning";
+        session_ << "SET client_min_messages=error";  // the rest would go to standard error
         session_ << "SET lock_timeout='" + limit;
         std::string encoding;
         session_ << "SHOW server_encoding", soci::into(encoding);
@@ -171,7 +172,8 @@ void Database::migrate() {
             throw std::runtime_error("made by a newer program, version " + std::to_string(now));
         }
         for (; now < latest; ++now) {
-            for (const std::string& statement : steps[std::size_t(now)]) session_ << statement;
+            for (const std::string& statement : steps[std::size_t(now)])
+                session_ << statement;
             session_ << "INSERT INTO q7_schema(version) VALUES (" << now + 1 << ")";
         }
         commit();
@@ -191,7 +193,8 @@ void Database::grant(const std::string& role) {
     try {
         session_ << "GRANT SELECT ON q7_schema" + to;
         session_ << "GRANT SELECT, INSERT ON plans, attempts, items, reasons, causes, measurements,"
-                    " repairs, addresses" + to;
+                    " repairs, addresses, choices"
+                        + to;
         session_ << "GRANT SELECT, INSERT, UPDATE ON boards, tallies" + to;
         commit();
     } catch (...) {

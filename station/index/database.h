@@ -68,7 +68,8 @@ inline void decode_in_place(std::string& text) {
 
 // Calls `row` with the columns of each row. The text names the values in their order: :v1, :v2 ...
 template <class... Columns, class Row>
-void select(Database& database, const std::string& text, const std::vector<Value>& values, Row row) {
+void select(Database& database, const std::string& text, const std::vector<Value>& values,
+            Row row) {
     std::tuple<Columns...> columns;
     std::vector<Value> bound = values;
     soci::statement statement(database.session());

@@ -17,12 +17,13 @@ bool is_number(std::string_view text) {
     const std::size_t dot = std::min(text.find('.'), text.size());
     const auto whole = text.substr(0, dot), part = text.substr(std::min(dot + 1, text.size()));
     return !whole.empty() && std::all_of(whole.begin(), whole.end(), is_digit)
-        && std::all_of(part.begin(), part.end(), is_digit);
+           && std::all_of(part.begin(), part.end(), is_digit);
 }
 
 std::string csv_row(std::initializer_list<std::string> fields) {
     std::string row;
-    for (const std::string& field : fields) row += csv_field(field) + ",";
+    for (const std::string& field : fields)
+        row += csv_field(field) + ",";
     row.pop_back();
     return row + "\r\n";
 }
@@ -86,12 +87,12 @@ std::vector<Case> cases_of(const AttemptRecord& record) {
 
 std::string junit_case(const AttemptRecord& record, const Case& each) {
     std::string text = "    <testcase classname=\"" + xml_text(record.model) + "\" name=\""
-                     + xml_text(each.name + " [" + record.serial + "]") + "\" time=\"0\"";
+                       + xml_text(each.name + " [" + record.serial + "]") + "\" time=\"0\"";
     if (each.verdict == "PASS") return text + "/>\n";
     const std::string kind = each.verdict == "FAIL" ? "failure" : "error";
     return text + ">\n      <" + kind + " type=\"" + each.verdict + "\" message=\""
-         + xml_text(each.message) + "\">" + xml_text(each.details) + "</" + kind
-         + ">\n    </testcase>\n";
+           + xml_text(each.message) + "\">" + xml_text(each.details) + "</" + kind
+           + ">\n    </testcase>\n";
 }
 
 std::string junit_suite(const AttemptRecord& record) {
@@ -104,9 +105,9 @@ std::string junit_suite(const AttemptRecord& record) {
     std::snprintf(time, sizeof time, "%lld.%03d", static_cast<long long>(seconds / 1000),
                   int(seconds % 1000));
     std::string text =
-        "  <testsuite name=\"" + xml_text(record.id) + "\" tests=\""
-        + std::to_string(cases.size()) + "\" failures=\""
-        + count([](const Case& each) { return each.verdict == "FAIL"; }) + "\" errors=\""
+        "  <testsuite name=\"" + xml_text(record.id) + "\" tests=\"" + std::to_string(cases.size())
+        + "\" failures=\"" + count([](const Case& each) { return each.verdict == "FAIL"; })
+        + "\" errors=\""
         + count([](const Case& each) { return each.verdict != "FAIL" && each.verdict != "PASS"; })
         + "\" skipped=\"0\" time=\"" + time + "\" timestamp=\""
         + to_iso({record.start.utc_ms, 0}).substr(0, 19) + "\" hostname=\""
@@ -129,22 +130,23 @@ std::string junit_suite(const AttemptRecord& record) {
         {"q7", record.q7_hash}};
     for (const auto& [name, value] : properties) {
         text += std::string("      <property name=\"") + name + "\" value=\"" + xml_text(value)
-              + "\"/>\n";
+                + "\"/>\n";
     }
     text += "    </properties>\n";
-    for (const Case& each : cases) text += junit_case(record, each);
+    for (const Case& each : cases)
+        text += junit_case(record, each);
     return text + "  </testsuite>\n";
 }
 
 }  // namespace
 
 std::string csv_field(std::string_view text) {
+    static constexpr std::string_view kFormula[] = {"=",  "+",  "-",  "@",  "\t", "\r",
+                                                    "\n", "＝", "＋", "－", "＠"};
     std::string field(text);
-    constexpr std::string_view kFormula = "=+-@\t\r\n";
-    if (!text.empty() && kFormula.find(text.front()) != std::string_view::npos
-        && !is_number(text)) {
-        field.insert(0, "'");
-    }
+    const bool formula = std::any_of(std::begin(kFormula), std::end(kFormula),
+                                     [&](std::string_view sign) { return text.starts_with(sign); });
+    if (formula && !is_number(text)) field.insert(0, "'");
     if (field.find_first_of(",\"\r\n\t'") == std::string::npos) return field;
     for (std::size_t at = 0; (at = field.find('"', at)) != std::string::npos; at += 2) {
         field.insert(at, "\"");
@@ -167,12 +169,23 @@ std::string xml_text(std::string_view text) {
             continue;
         }
         switch (rest.front()) {
-        case '&': safe += "&amp;"; break;
-        case '<': safe += "&lt;"; break;
-        case '>': safe += "&gt;"; break;
-        case '"': safe += "&quot;"; break;
-        case '\n': safe += "&#10;"; break;
-        default: safe += rest.substr(0, length);
+        case '&':
+            safe += "&amp;";
+            break;
+        case '<':
+            safe += "&lt;";
+            break;
+        case '>':
+            safe += "&gt;";
+            break;
+        case '"':
+            safe += "&quot;";
+            break;
+        case '\n':
+            safe += "&#10;";
+            break;
+        default:
+            safe += rest.substr(0, length);
         }
         at += length;
     }
@@ -187,12 +200,14 @@ Exporter::Exporter(std::ostream& out, Format format) : out_(out), format_(format
         break;
     // The mark at the beginning tells spreadsheets that the bytes are UTF-8.
     case Format::csv_runs:
-        out_ << "\xEF\xBB\xBF"
-                "id,serial,model,station,operator,start,end,verdict,mark,attempt,first failing item,"
-                "first cause,program,agent,q7,plan,plan revision,plan hash\r\n";
+        out_
+            << "\xEF\xBB\xBF"
+               "id,serial,model,station,operator,start,end,verdict,mark,attempt,first failing item,"
+               "first cause,program,agent,q7,plan,plan revision,plan hash\r\n";
         break;
     case Format::csv_items:
-        out_ << "\xEF\xBB\xBF" "id,item,verdict,fact,text,value,unit,wanted,low,high\r\n";
+        out_ << "\xEF\xBB\xBF"
+                "id,item,verdict,fact,text,value,unit,wanted,low,high\r\n";
         break;
     case Format::junit:
         out_ << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites name=\"q7-station\">\n";
@@ -206,9 +221,15 @@ void Exporter::add(const AttemptRecord& record) {
         out_ << (first_ ? "\n" : ",\n")
              << to_json(record).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
         break;
-    case Format::csv_runs: out_ << csv_runs(record); break;
-    case Format::csv_items: out_ << csv_items(record); break;
-    case Format::junit: out_ << junit_suite(record); break;
+    case Format::csv_runs:
+        out_ << csv_runs(record);
+        break;
+    case Format::csv_items:
+        out_ << csv_items(record);
+        break;
+    case Format::junit:
+        out_ << junit_suite(record);
+        break;
     }
     first_ = false;
 }

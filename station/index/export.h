@@ -30,8 +30,8 @@ class Exporter {
     bool first_ = true;
 };
 
-// A field of CSV. A spreadsheet takes a text that begins with = + - @, a tab or a line end for a
-// formula: it gets an apostrophe in front, unless it is a plain number.
+// A field of CSV. A spreadsheet takes a text that begins with = + - @ (of full width, too), a tab or
+// a line end for a formula: it gets an apostrophe in front, unless it is a plain number.
 std::string csv_field(std::string_view text);
 // A text of XML, also within quotes. What XML cannot hold becomes \xNN.
 std::string xml_text(std::string_view text);

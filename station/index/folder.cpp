@@ -102,9 +102,11 @@ FolderResult index_folder(Index& index, const fs::path& folder,
     };
     for (const fs::path& day : entries(folder)) {
         if (day.filename() == "unsent") continue;
-        for (const fs::path& file : entries(day, ".judgement.json")) add(file, {});
+        for (const fs::path& file : entries(day, ".judgement.json"))
+            add(file, {});
     }
-    for (const fs::path& copy : entries(folder / "unsent", ".json")) add(copy, copy);
+    for (const fs::path& copy : entries(folder / "unsent", ".json"))
+        add(copy, copy);
     batch.commit();
     return result;
 }

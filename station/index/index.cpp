@@ -26,7 +26,7 @@ struct Board {
     Integer last_started = 0;
     bool operator==(const Board& other) const {
         return serial == other.serial && model == other.model && first.id == other.first.id
-            && last_id == other.last_id && final == other.final;
+               && last_id == other.last_id && final == other.final;
     }
 };
 
@@ -67,8 +67,8 @@ void count_board(Tallies& tallies, const Board& board, int times) {
     tallies[cause] += times;
 }
 
-void count_drift(Tallies& tallies, const Board& board,
-                 const std::vector<Measurement>& measurements, int times) {
+void count_drift(Tallies& tallies, const Board& board, const std::vector<Measurement>& measurements,
+                 int times) {
     for (const Measurement& each : measurements) {
         Tally tally = tally_of(board, "drift");
         tally.name = each.fact;
@@ -93,8 +93,7 @@ void count_left_out(Tallies& tallies, const Counted& attempt, const std::string&
 // A board's first and last attempt do not depend on the order of arrival.
 void take_in(Board& board, const Counted& attempt) {
     if (board.first.id.empty() || attempt.in_time() < board.first.in_time()) board.first = attempt;
-    if (board.last_id.empty()
-        || attempt.in_time() > std::tie(board.last_started, board.last_id)) {
+    if (board.last_id.empty() || attempt.in_time() > std::tie(board.last_started, board.last_id)) {
         board.last_id = attempt.id;
         board.last_started = attempt.started;
         board.final = attempt.verdict;
@@ -136,26 +135,27 @@ struct Index::Writer {
 
     Prepared<std::tuple<Text>, Text> journal_of{database,
                                                 "SELECT journal FROM attempts WHERE id = :v1"};
-    Prepared<std::tuple<Integer, Text, Integer, Integer, Text, Integer, Text, Text, Text, Text, Text,
-                        Integer, Text>,
+    Prepared<std::tuple<Integer, Text, Integer, Integer, Text, Integer, Text, Text, Text, Text,
+                        Text, Integer, Text>,
              Text, Text>
         board_of{database,
                  "SELECT first, first_id, first_started, day, station, plan, verdict, item,"
                  " item_verdict, cause, last_id, last_started, final FROM boards"
                  " WHERE serial = :v1 AND model = :v2"};
-    Command<Integer, Text, Text, Text, Text, Text, Integer, Integer, Integer, Integer, Integer, Text,
-            Text, Text, Integer, Text, Text, Text, Text, Integer, Text, Text, Integer>
+    Command<Integer, Text, Text, Text, Text, Text, Integer, Integer, Integer, Integer, Integer,
+            Text, Text, Text, Integer, Text, Text, Text, Text, Integer, Text, Text, Integer>
         insert_attempt{database, insert_into("attempts", 23)};
     Command<Integer, Integer, Text, Text> insert_item{database, insert_into("items", 4)};
-    Command<Integer, Integer, Integer, Text, Text, Text, Text, Text, Text, Text, Text, Text, Integer>
+    Command<Integer, Integer, Integer, Text, Text, Text, Text, Text, Text, Text, Text, Text,
+            Integer>
         insert_reason{database, insert_into("reasons", 13)};
     Command<Integer, Integer, Text, Integer, Text> insert_cause{database, insert_into("causes", 5)};
     Command<Integer, Text, Integer, Text> insert_measurement{
         database, insert_into("measurements", 4) + " ON CONFLICT DO NOTHING"};
     Command<Integer, Integer, Text, Text, Text, Text, Integer, Integer> insert_repair{
         database, insert_into("repairs", 8)};
-    Command<Text, Text, Integer> insert_address{
-        database, insert_into("addresses", 3) + " ON CONFLICT DO NOTHING"};
+    Command<Integer, Text> insert_address{database,
+                                          insert_into("addresses", 2) + " ON CONFLICT DO NOTHING"};
     Command<Text, Text, Integer, Text, Integer, Integer, Text, Integer, Text, Text, Text, Text, Text,
             Integer, Text>
         put_board{database,
@@ -236,17 +236,17 @@ void Index::Writer::add_details(const AttemptRecord& record) {
                       each.time.zone_min);
     }
     for (const std::string& address : record.addresses) {
-        insert_address(address, record.serial, number);
+        insert_address(number, address);
     }
 }
 
 std::vector<Measurement> Index::Writer::measurements_of(Integer attempt) {
     std::vector<Measurement> measurements;
-    select<Text, Text, Integer>(
-        database, "SELECT fact, unit, value FROM measurements WHERE attempt = :v1", {attempt},
-        [&](const Text& fact, const Text& unit, Integer value) {
-            measurements.push_back({fact, unit, value});
-        });
+    select<Text, Text, Integer>(database,
+                                "SELECT fact, unit, value FROM measurements WHERE attempt = :v1",
+                                {attempt}, [&](const Text& fact, const Text& unit, Integer value) {
+                                    measurements.push_back({fact, unit, value});
+                                });
     return measurements;
 }
 
@@ -318,7 +318,8 @@ std::vector<Added> Index::add(std::span<const AttemptRecord> records) {
     database_->begin_write();
     try {
         writer_->number = attempts();
-        for (const AttemptRecord& record : records) added.push_back(writer_->add(record));
+        for (const AttemptRecord& record : records)
+            added.push_back(writer_->add(record));
         writer_->store_tallies();
         database_->commit();
     } catch (...) {
@@ -353,7 +354,8 @@ void count_again(Database& database, Tallies& tallies,
         each(board);
         count_board(tallies, board, +1);
     };
-    select<Integer, Text, Text, Text, Text, Integer, Integer, Integer, Text, Text, Text, Text, Text>(
+    select<Integer, Text, Text, Text, Text, Integer, Integer, Integer, Text, Text, Text, Text,
+           Text>(
         database,
         "SELECT a.number, a.id, a.serial, a.model, a.station, a.started, a.day, a.plan, a.verdict,"
         " a.mark, a.first_item, COALESCE(i.verdict, ''), COALESCE(c.defect, '') FROM attempts a"
@@ -365,7 +367,7 @@ void count_again(Database& database, Tallies& tallies,
         [&](Integer number, Text& id, Text& serial, Text& model, Text& station, Integer started,
             Integer day, Integer plan, Text& verdict, Text& mark, Text& item, Text& item_verdict,
             Text& cause) {
-            const Counted attempt{number, started, day,  plan,         id,
+            const Counted attempt{number,  started, day,  plan,         id,
                                   station, verdict, item, item_verdict, cause};
             if (!is_counted(mark, verdict)) {
                 count_left_out(tallies, attempt, model, mark);
@@ -413,7 +415,7 @@ bool Index::recount() {
         count_again(*database_, writer_->tallies, [&](const Board& board) {
             const auto found = boards.find({board.serial, board.model});
             differs |= found == boards.end()
-                    || found->second != Row{board.first.id, board.last_id, board.final};
+                       || found->second != Row{board.first.id, board.last_id, board.final};
             if (found != boards.end()) boards.erase(found);
             writer_->store(board);
         });

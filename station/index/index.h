@@ -65,11 +65,11 @@ struct MeasuredFact {
 
 // The boards behind a number. Empty texts stand for all.
 struct Behind {
-    std::string first, final;  // verdicts; "not PASS" = any other than PASS
-    std::string item;
-    std::string cause;
+    std::string first = {}, final = {};  // verdicts; "not PASS" = any other than PASS
+    std::string item = {};
+    std::string cause = {};
     bool cause_unknown = false;
-    std::string fact;  // with this value at the first attempt
+    std::string fact = {};  // with this value at the first attempt
     std::int64_t value = 0;
     int limit = 100, offset = 0;
 };
@@ -121,8 +121,8 @@ class Index {
 
     Yield yield(const Filter& filter);
     std::vector<Yield> yield_by(By by, const Filter& filter);
-    std::vector<FailingItem> failing_items(const Filter& filter);   // most boards first
-    std::vector<LikelyCause> likely_causes(const Filter& filter);   // most boards first
+    std::vector<FailingItem> failing_items(const Filter& filter);  // most boards first
+    std::vector<LikelyCause> likely_causes(const Filter& filter);  // most boards first
     std::vector<DriftCell> drift(const std::string& fact, const Filter& filter);
     std::vector<BoardLine> boards(const Filter& filter, const Behind& behind);  // newest day first
     // Attempts that no yield counts: INCOMPLETE, reference or trial; newest first.

@@ -74,7 +74,7 @@ std::vector<fs::path> waiting_copies(const fs::path& folder) {
 fs::path waiting_copy(const fs::path& folder, const std::string& id) {
     const bool plain = !id.empty() && std::all_of(id.begin(), id.end(), [](char c) {
         return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z')
-            || c == '-';
+               || c == '-';
     });
     if (!plain) throw std::invalid_argument("no attempt's id: " + id);
     return folder / (id + ".json");
@@ -83,8 +83,9 @@ fs::path waiting_copy(const fs::path& folder, const std::string& id) {
 void write_waiting_copy(const fs::path& folder, const AttemptRecord& record) {
     const fs::path copy = waiting_copy(folder, record.id);
     const fs::path unfinished = copy.string() + "." + std::to_string(getpid());
-    write_whole(unfinished,
-                to_json(record).dump(-1, ' ', true, nlohmann::json::error_handler_t::replace) + "\n");
+    write_whole(
+        unfinished,
+        to_json(record).dump(-1, ' ', true, nlohmann::json::error_handler_t::replace) + "\n");
     if (rename(unfinished.c_str(), copy.c_str()) != 0) {
         const int error = errno;
         unlink(unfinished.c_str());
@@ -210,9 +211,9 @@ Outbox::Stored Outbox::store(const AttemptRecord& record) {
     sender_->awaited.insert(record.id);
     sender_->wake = true;
     sender_->changed.notify_all();
-    const bool committed =
-        sender_->changed.wait_for(lock, std::chrono::seconds(kPatience_s),
-                                  [&] { return !sender_->awaited.contains(record.id); });
+    const bool committed = sender_->changed.wait_for(lock, std::chrono::seconds(kPatience_s), [&] {
+        return !sender_->awaited.contains(record.id);
+    });
     sender_->awaited.erase(record.id);
     lock.unlock();
     return {committed, unsent()};

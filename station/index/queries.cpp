@@ -52,9 +52,12 @@ Where tallies_of(const char* kind, const Filter& filter) {
 
 const char* column_of(By by) {
     switch (by) {
-    case By::day: return "day";
-    case By::model: return "model";
-    case By::station: return "station";
+    case By::day:
+        return "day";
+    case By::model:
+        return "model";
+    case By::station:
+        return "station";
     }
     return "";
 }
@@ -161,13 +164,15 @@ void add_items(Database& database, std::unordered_map<Integer, AttemptRecord*>& 
     select<Integer, Integer, Text, Text, Text, Text, Text, Text, Text, Text, Text, Integer>(
         database,
         "SELECT attempt, item, code, verdict, fact, text, value, wanted, unit, low, high, line"
-        " FROM reasons" + among + " ORDER BY attempt, item, place",
+        " FROM reasons"
+            + among + " ORDER BY attempt, item, place",
         {},
         [&](Integer attempt, Integer item, Text& code, Text& verdict, Text& fact, Text& text,
             Text& value, Text& wanted, Text& unit, Text& low, Text& high, Integer line) {
-            records[attempt]->items.at(std::size_t(item))
-                .reasons.push_back({code, verdict, fact, text, value, wanted, unit, low, high,
-                                    line});
+            records[attempt]
+                ->items.at(std::size_t(item))
+                .reasons.push_back(
+                    {code, verdict, fact, text, value, wanted, unit, low, high, line});
         });
 }
 
@@ -193,12 +198,10 @@ void add_the_rest(Database& database, std::unordered_map<Integer, AttemptRecord*
         [&](Integer attempt, Text& of, Text& defect, Text& text, Text& by, Integer at, int zone) {
             records[attempt]->repairs.push_back({of, defect, text, by, {at, zone}});
         });
-    select<Integer, Text>(database,
-                          "SELECT attempt, address FROM addresses" + among
-                              + " ORDER BY attempt, address",
-                          {}, [&](Integer attempt, Text& address) {
-                              records[attempt]->addresses.push_back(address);
-                          });
+    select<Integer, Text>(
+        database, "SELECT attempt, address FROM addresses" + among + " ORDER BY attempt, address",
+        {},
+        [&](Integer attempt, Text& address) { records[attempt]->addresses.push_back(address); });
 }
 
 std::vector<AttemptRecord> attempts_where(Database& database, const Where& where,
@@ -216,7 +219,8 @@ std::vector<AttemptRecord> attempts_where(Database& database, const Where& where
     add_items(database, records, among);
     add_the_rest(database, records, among);
     attempts.reserve(found.size());
-    for (Numbered& each : found) attempts.push_back(std::move(each.record));
+    for (Numbered& each : found)
+        attempts.push_back(std::move(each.record));
     return attempts;
 }
 
@@ -268,8 +272,8 @@ void Index::for_each(const Filter& filter, const std::function<bool(const Attemp
 
 std::int64_t Index::next_attempt(const std::string& serial, const std::string& model) {
     return 1
-         + number(*database_, "SELECT COUNT(*) FROM attempts WHERE serial = :v1 AND model = :v2",
-                  {serial, model});
+           + number(*database_, "SELECT COUNT(*) FROM attempts WHERE serial = :v1 AND model = :v2",
+                    {serial, model});
 }
 
 std::int64_t Index::same_failures(const std::string& serial, const std::string& model,
@@ -284,7 +288,8 @@ std::vector<std::string> Index::other_serials(const std::string& address,
                                               const std::string& serial) {
     return all<std::string, Text>(
         *database_,
-        "SELECT DISTINCT serial FROM addresses WHERE address = :v1 AND serial <> :v2 ORDER BY 1",
+        "SELECT DISTINCT serial FROM attempts WHERE number IN"
+        " (SELECT attempt FROM addresses WHERE address = :v1) AND serial <> :v2 ORDER BY 1",
         {address, serial});
 }
 
@@ -327,20 +332,20 @@ std::vector<FailingItem> Index::failing_items(const Filter& filter) {
 std::vector<LikelyCause> Index::likely_causes(const Filter& filter) {
     const Where where = tallies_of("cause", filter);
     std::map<std::string, LikelyCause> causes;
-    select<Text, Text, Integer>(
-        *database_,
-        "SELECT name, station, " + kSum + " FROM tallies" + where.text()
-            + " GROUP BY name, station HAVING SUM(boards) <> 0",
-        where.values(), [&](Text& defect, Text& station, Integer count) {
-            LikelyCause& cause = causes[defect];
-            cause.defect = defect;
-            cause.boards += count;
-            if (count <= cause.boards_there) return;
-            cause.station = station;
-            cause.boards_there = count;
-        });
+    select<Text, Text, Integer>(*database_,
+                                "SELECT name, station, " + kSum + " FROM tallies" + where.text()
+                                    + " GROUP BY name, station HAVING SUM(boards) <> 0",
+                                where.values(), [&](Text& defect, Text& station, Integer count) {
+                                    LikelyCause& cause = causes[defect];
+                                    cause.defect = defect;
+                                    cause.boards += count;
+                                    if (count <= cause.boards_there) return;
+                                    cause.station = station;
+                                    cause.boards_there = count;
+                                });
     std::vector<LikelyCause> list;
-    for (auto& [defect, cause] : causes) list.push_back(std::move(cause));
+    for (auto& [defect, cause] : causes)
+        list.push_back(std::move(cause));
     std::stable_sort(list.begin(), list.end(), [](const LikelyCause& a, const LikelyCause& b) {
         return a.boards > b.boards;
     });
@@ -381,8 +386,9 @@ std::vector<BoardLine> Index::boards(const Filter& filter, const Behind& behind)
     return all<BoardLine, Text, Text, Text, Text, Text, int, Text, Text, Text, Text>(
         *database_,
         "SELECT serial, model, station, first_id, last_id, day, verdict, final, item, cause"
-        " FROM boards" + where.text() + " ORDER BY day DESC, serial LIMIT "
-            + std::to_string(behind.limit) + " OFFSET " + std::to_string(behind.offset),
+        " FROM boards"
+            + where.text() + " ORDER BY day DESC, serial LIMIT " + std::to_string(behind.limit)
+            + " OFFSET " + std::to_string(behind.offset),
         where.values());
 }
 
@@ -410,11 +416,13 @@ Hits Index::cause_hits() {
 }
 
 std::vector<std::string> Index::models() {
-    return all<std::string, Text>(*database_, "SELECT name FROM choices WHERE kind = 'model' ORDER BY 1");
+    return all<std::string, Text>(*database_,
+                                  "SELECT name FROM choices WHERE kind = 'model' ORDER BY 1");
 }
 
 std::vector<std::string> Index::stations() {
-    return all<std::string, Text>(*database_, "SELECT name FROM choices WHERE kind = 'station' ORDER BY 1");
+    return all<std::string, Text>(*database_,
+                                  "SELECT name FROM choices WHERE kind = 'station' ORDER BY 1");
 }
 
 std::vector<PlanLine> Index::plans() {
@@ -433,8 +441,9 @@ std::int64_t Index::attempts() {
 }
 
 Time Index::indexed_until() {
-    return {number(*database_, "SELECT indexed FROM attempts WHERE number ="
-                               " (SELECT MAX(number) FROM attempts)"),
+    return {number(*database_,
+                   "SELECT indexed FROM attempts WHERE number ="
+                   " (SELECT MAX(number) FROM attempts)"),
             0};
 }
 

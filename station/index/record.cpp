@@ -86,7 +86,8 @@ std::vector<Cause> causes_of(const json& object) {
 std::vector<Measurement> measurements_of(const json& object) {
     std::vector<Measurement> measurements;
     for (const json& each : list(object, "drift")) {
-        measurements.push_back({each.at("fact"), field<std::string>(each, "unit"), each.at("value")});
+        measurements.push_back(
+            {each.at("fact"), field<std::string>(each, "unit"), each.at("value")});
     }
     return measurements;
 }
@@ -154,8 +155,7 @@ int local_day(Time time) {
     using namespace std::chrono;
     const sys_time<milliseconds> local{milliseconds(time.utc_ms) + minutes(time.zone_min)};
     const year_month_day date(floor<days>(local));
-    return int(date.year()) * 10000 + int(unsigned(date.month())) * 100
-         + int(unsigned(date.day()));
+    return int(date.year()) * 10000 + int(unsigned(date.month())) * 100 + int(unsigned(date.day()));
 }
 
 const Item* first_failing(const AttemptRecord& record) {
@@ -172,7 +172,8 @@ std::string failing_set(const AttemptRecord& record) {
     }
     std::sort(names.begin(), names.end());
     std::string set;
-    for (const std::string& name : names) set += (set.empty() ? "" : " ") + name;
+    for (const std::string& name : names)
+        set += (set.empty() ? "" : " ") + name;
     return set;
 }
 
@@ -228,7 +229,8 @@ ordered_json to_json(const AttemptRecord& record) {
         items.push_back({{"name", item.name}, {"verdict", item.verdict}, {"reasons", reasons}});
     }
     for (const Cause& cause : record.causes) {
-        causes.push_back({{"defect", cause.defect}, {"exact", cause.exact}, {"check", cause.check}});
+        causes.push_back(
+            {{"defect", cause.defect}, {"exact", cause.exact}, {"check", cause.check}});
     }
     for (const Measurement& each : record.measurements) {
         drift.push_back({{"fact", each.fact}, {"value", each.value}, {"unit", each.unit}});
@@ -240,31 +242,30 @@ ordered_json to_json(const AttemptRecord& record) {
                            {"operator", each.by},
                            {"at", to_iso(each.time)}});
     }
-    return {{"id", record.id},
-            {"serial", record.serial},
-            {"model", record.model},
-            {"attempt", record.attempt},
-            {"station", record.station},
-            {"operator", record.operator_id},
-            {"start", to_iso(record.start)},
-            {"end", to_iso(record.end)},
-            {"verdict", record.verdict},
-            {"mark", record.mark},
-            {"shift", record.proof},
-            {"plan",
-             {{"name", record.plan},
-              {"revision", record.plan_revision},
-              {"sha256", record.plan_hash}}},
-            {"journal", {{"sha256", record.journal_hash}}},
-            {"program", record.station_version},
-            {"agent", record.agent_version},
-            {"q7", record.q7_hash},
-            {"unexplained", record.unexplained},
-            {"items", items},
-            {"causes", causes},
-            {"drift", drift},
-            {"repairs", repairs},
-            {"addresses", record.addresses}};
+    return {
+        {"id", record.id},
+        {"serial", record.serial},
+        {"model", record.model},
+        {"attempt", record.attempt},
+        {"station", record.station},
+        {"operator", record.operator_id},
+        {"start", to_iso(record.start)},
+        {"end", to_iso(record.end)},
+        {"verdict", record.verdict},
+        {"mark", record.mark},
+        {"shift", record.proof},
+        {"plan",
+         {{"name", record.plan}, {"revision", record.plan_revision}, {"sha256", record.plan_hash}}},
+        {"journal", {{"sha256", record.journal_hash}}},
+        {"program", record.station_version},
+        {"agent", record.agent_version},
+        {"q7", record.q7_hash},
+        {"unexplained", record.unexplained},
+        {"items", items},
+        {"causes", causes},
+        {"drift", drift},
+        {"repairs", repairs},
+        {"addresses", record.addresses}};
 }
 
 }  // namespace station::index

@@ -10,7 +10,8 @@ constexpr const char* kTables[] = {
     "CREATE TABLE q7_schema (version INT PRIMARY KEY)",
 
     "CREATE TABLE plans ("
-    " number INT PRIMARY KEY, name TEXT NOT NULL, revision INT NOT NULL, hash TEXT NOT NULL UNIQUE)",
+    " number INT PRIMARY KEY, name TEXT NOT NULL, revision INT NOT NULL, hash TEXT NOT NULL "
+    "UNIQUE)",
 
     // `number` counts in the order of arrival. Times are milliseconds of UTC since 1970, zones
     // minutes east, `day` is 20261123 by the station's calendar. `failing`: all items that are not
@@ -46,9 +47,8 @@ constexpr const char* kTables[] = {
     " attempt INT, place INT, of_id TEXT NOT NULL, defect TEXT NOT NULL, text TEXT NOT NULL,"
     " operator TEXT NOT NULL, at INT NOT NULL, at_zone INT NOT NULL,"
     " PRIMARY KEY(attempt, place)) CLUSTERED",
-    "CREATE TABLE addresses ("
-    " address TEXT, serial TEXT, attempt INT NOT NULL,"
-    " PRIMARY KEY(address, serial, attempt)) CLUSTERED",
+    "CREATE TABLE addresses (attempt INT, address TEXT, PRIMARY KEY(attempt, address)) CLUSTERED",
+    "CREATE INDEX addresses_seen ON addresses(address, attempt)",
 
     // Made from the tables above, and can be made again. A board is a serial number and model with
     // its first and its last counted attempt: of production, and not INCOMPLETE.
@@ -71,11 +71,12 @@ constexpr const char* kTables[] = {
     " value INT, boards INT NOT NULL,"
     " PRIMARY KEY(kind, name, station, day, model, plan, verdict, final, value)) CLUSTERED",
     // The models, stations and measured facts that there are.
-    "CREATE TABLE choices (kind TEXT, name TEXT, unit TEXT, PRIMARY KEY(kind, name, unit)) CLUSTERED",
+    "CREATE TABLE choices (kind TEXT, name TEXT, unit TEXT, PRIMARY KEY(kind, name, unit)) "
+    "CLUSTERED",
 };
 
-constexpr const char* kKept[] = {"plans",        "attempts", "items",    "reasons", "causes",
-                                 "measurements", "repairs",  "addresses"};
+constexpr const char* kKept[] = {"plans",  "attempts",     "items",   "reasons",
+                                 "causes", "measurements", "repairs", "addresses"};
 
 // Nothing is deleted or overwritten, by mistake at least: who owns the database can drop these.
 std::vector<std::string> guards(bool sqlite) {
@@ -104,8 +105,7 @@ std::vector<std::string> guards(bool sqlite) {
 
 std::string for_database(std::string text, bool sqlite) {
     const auto replace = [&](const std::string& word, const std::string& by) {
-        for (std::size_t at = 0; (at = text.find(word, at)) != std::string::npos;
-             at += by.size()) {
+        for (std::size_t at = 0; (at = text.find(word, at)) != std::string::npos; at += by.size()) {
             text.replace(at, word.size(), by);
         }
     };
@@ -118,8 +118,10 @@ std::string for_database(std::string text, bool sqlite) {
 
 std::vector<std::vector<std::string>> schema_steps(bool sqlite) {
     std::vector<std::string> first;
-    for (const char* table : kTables) first.push_back(for_database(table, sqlite));
-    for (std::string& guard : guards(sqlite)) first.push_back(std::move(guard));
+    for (const char* table : kTables)
+        first.push_back(for_database(table, sqlite));
+    for (std::string& guard : guards(sqlite))
+        first.push_back(std::move(guard));
     return {std::move(first)};
 }
 
