@@ -19,7 +19,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "checks/attempts.h"
+#include "checks/index_attempts.h"
 #include "checks/postgres.h"
 #include "checks/programs.h"
 #include "station/index/database.h"

@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "checks/attempts.h"
+#include "checks/index_attempts.h"
 #include "checks/programs.h"
 #include "station/index/export.h"
 

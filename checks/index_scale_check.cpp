@@ -9,7 +9,7 @@
 #include <fstream>
 #include <functional>
 
-#include "checks/attempts.h"
+#include "checks/index_attempts.h"
 #include "checks/programs.h"
 #include "station/index/folder.h"
 #include "station/index/index.h"

@@ -12,7 +12,7 @@
 #include <set>
 #include <thread>
 
-#include "checks/attempts.h"
+#include "checks/index_attempts.h"
 #include "checks/postgres.h"
 #include "checks/programs.h"
 #include "station/index/index.h"

@@ -1,4 +1,4 @@
-#include "checks/attempts.h"
+#include "checks/index_attempts.h"
 
 #include <cstdio>
 #include <nlohmann/json.hpp>
