@@ -111,6 +111,7 @@ std::string for_database(std::string text, bool sqlite) {
     };
     replace(" INT", sqlite ? " INTEGER" : " BIGINT");
     replace(" CLUSTERED", sqlite ? " WITHOUT ROWID" : "");
+    if (!sqlite) replace(" TEXT", " VARCHAR COLLATE \"C\"");  // the order of SQLite and of C++
     return text;
 }
 
