@@ -69,8 +69,8 @@ std::string shown(const std::string& text) {
 std::string percent(std::int64_t part, std::int64_t whole) {
     if (whole == 0) return "-";
     char text[32];
-    std::snprintf(text, sizeof text, "%lld.%lld %%", static_cast<long long>(part * 100 / whole),
-                  static_cast<long long>(part * 1000 / whole % 10));
+    const long long tenths = part * 1000 / whole;
+    std::snprintf(text, sizeof text, "%lld.%lld %%", tenths / 10, tenths % 10);
     return text;
 }
 
@@ -153,9 +153,9 @@ void show_failing_items(Index& index, const Filter& filter) {
     std::printf("%-14s %8s %8s %12s %12s\n", "first failing", "boards", "FAIL", "NOT PROVEN",
                 "cumulative");
     for (const FailingItem& item : items) {
-        so_far += item.fail + item.not_proven;
-        std::printf("%-14s %8lld %8lld %12lld %12s\n", shown(item.name).c_str(),
-                    static_cast<long long>(item.fail + item.not_proven),
+        const long long count = item.fail + item.not_proven;
+        so_far += count;
+        std::printf("%-14s %8lld %8lld %12lld %12s\n", shown(item.name).c_str(), count,
                     static_cast<long long>(item.fail), static_cast<long long>(item.not_proven),
                     percent(so_far, all).c_str());
     }
