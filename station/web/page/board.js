@@ -50,7 +50,7 @@ function card(attempt, t) {
     el('div', { class: 'row' }, el('b', { class: 'count' }, t.attempt(attempt.number, attempt.provisional)), stateSign(attempt.verdict, 37),
       el('b', { class: `word ${attempt.verdict}`, css: { color: `var(--${colour})` } }, t.verdicts[attempt.verdict]), el('span', { class: 'when' }, minute(attempt.time))),
     el('div', { class: 'what' }, summaryOf(attempt, t), attempt.same ? [t.comma.trim() === ',' ? ', ' : '，', el('b', {}, t.sameAsLast())] : ''),
-    el('div', { class: 'lesser who' }, t.attemptLine(t.station(attempt.station), attempt.operator, attempt.shift)),
+    el('div', { class: 'lesser who' }, t.attemptLine(t.language === 'en' ? t.stationShort(attempt.station) : t.station(attempt.station), attempt.operator, attempt.shift)),
     el('div', { class: 'lesser mono id' }, shortId(attempt.id)));
 }
 

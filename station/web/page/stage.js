@@ -116,7 +116,7 @@ function running(state, t) {
     el('div', { class: 'at', css: { right: '36px', top: '44px', height: '220px', display: 'flex', alignItems: 'baseline', fontWeight: 700 } },
       el('span', { css: { fontSize: '190px', lineHeight: '220px' } }, String(count)), el('span', { css: { fontSize: '64px', marginLeft: '18px' } }, t.seconds())),
     el('div', { class: 'at lesser', css: { right: '36px', top: '249px', fontSize: '24px' } }, t.latest(progress.silent)),
-    asks ? keyPicture(470, 62, 0.78) : '',
+    asks ? keyPicture(494, 76, 0.72) : '',
     bar(state, 1232));
   root.querySelector('.bar').style.top = '296px';
   return [root];

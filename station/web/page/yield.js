@@ -83,7 +83,8 @@ function tiles(t) {
 
 // ---- yield over days, stations or models -------------------------------------------------------
 
-const CHART = { left: 62, width: 554, top: 40, height: 182, room: 748 };
+// Where the chart's area lies in its box; 100 % is its upper edge.
+const CHART = { left: 62, width: 546, top: 61, height: 164, margin: 12 };
 
 // Places of the points: days without a test leave a gap as wide as they are, up to a weekend.
 function places(rows, by) {
@@ -99,12 +100,12 @@ function yieldBox(t) {
   const at = places(rows, by), last = Math.max(1, at.at(-1) ?? 1);
   const lowest = Math.min(100, ...rows.map((row) => 100 * row.first_good / Math.max(1, row.first)));
   const floor = Math.max(0, Math.floor((lowest - 3) / 2) * 2);
-  const canvas = el('canvas', { class: 'chart', width: CHART.width + 60, height: CHART.height + 20, css: { left: '0px', top: `${CHART.top}px` } });
+  const canvas = el('canvas', { class: 'chart', width: CHART.left + CHART.width, height: CHART.height + 2 * CHART.margin });
   const box = el('section', { class: 'white yield-box', css: { left: '24px', top: '212px', width: '748px', height: '286px' } },
     el('div', { class: 'box-head' }, el('b', {}, t.yieldTitle()), el('span', { class: 'lesser' }, floor ? t.axisFrom(floor) : '')),
     el('div', { class: 'by' }, ['day', 'station', 'model'].map((one) => el('button', { type: 'button', tabindex: -1, class: one === by ? 'here' : '', on: { click: () => set('by', one) } }, t.by[one]))),
-    el('div', { css: { position: 'absolute', left: '0', top: `${CHART.top}px`, width: '620px', height: '196px' } }, canvas),
-    el('div', { class: 'at', css: { left: '596px', top: '70px', fontSize: '18px', lineHeight: '28px' } },
+    el('div', { css: { position: 'absolute', left: '0', top: `${CHART.top - CHART.margin}px` } }, canvas),
+    el('div', { class: 'at', css: { left: '606px', top: '70px', fontSize: t.language === 'en' ? '15px' : '18px', lineHeight: '28px' } },
       legendRow('square', t.finalYield()), legendRow('circle', t.firstYield())));
   const x = (i) => CHART.left + 20 + at[i] / last * (CHART.width - 40);
   rows.forEach((row, i) => {
@@ -116,7 +117,7 @@ function yieldBox(t) {
   const worst = rows.reduce((best, row, i) => (best < 0 || row.first_good / row.first < rows[best].first_good / rows[best].first ? i : best), -1);
   if (data.series.low && rows[worst]?.key === data.series.low.key) {
     const { low } = data.series;
-    const y = CHART.top + 8 + (100 - 100 * rows[worst].first_good / rows[worst].first) / (100 - floor) * (CHART.height - 16) + 9;
+    const y = CHART.top + (100 - 100 * rows[worst].first_good / rows[worst].first) / (100 - floor) * CHART.height + 8;
     box.append(el('div', { class: 'at', css: { left: `${x(worst) - 28}px`, top: `${y}px`, fontSize: '19px' } }, el('b', {}, `${percent(rows[worst].first_good, rows[worst].first)} %`),
       el('span', { class: 'lesser', css: { marginLeft: '10px', fontSize: '17px' } }, opens(t.lowDay(low.not, low.some, t.stationShort(low.station), low.name?.[t.language] ?? low.cause), { list: 'first-not', on: low.key, station: low.station, cause: low.cause }, t))));
   }
@@ -147,11 +148,11 @@ function drawChart(canvas, rows, at, last, floor, t) {
     ] },
     options: {
       animation: false, responsive: false, devicePixelRatio: 2, parsing: false, events: [],
-      layout: { padding: { left: 0, right: 0, top: 8, bottom: 8 } },
+      layout: { padding: { left: 0, right: 0, top: CHART.margin, bottom: CHART.margin } },
       plugins: { legend: { display: false }, tooltip: { enabled: false } },
       scales: {
         x: { type: 'linear', min: -last * 20 / (CHART.width - 40), max: last * (1 + 20 / (CHART.width - 40)), display: false },
-        y: { min: floor, max: 100, afterFit: (axis) => { axis.width = CHART.left; }, ticks: { color: ink, font: { size: 17, family: 'Noto Sans CJK SC, sans-serif' }, callback: (value) => `${value} %`, stepSize: 100 - floor > 40 ? 20 : 5 }, grid: { color: '#AEB9C0', drawBorder: false, drawTicks: false } },
+        y: { min: floor, max: 100, afterFit: (axis) => { axis.width = CHART.left; }, ticks: { color: ink, font: { size: 17, family: 'Noto Sans CJK SC, sans-serif' }, callback: (value) => (value % 5 ? '' : `${value} %`), stepSize: 100 - floor > 40 ? 20 : 1, autoSkip: false }, grid: { color: (one) => (one.tick.value % 5 ? 'transparent' : '#AEB9C0'), drawBorder: false, drawTicks: false } },
       },
     },
   });
