@@ -52,7 +52,27 @@ need() {
         as_root=(sudo)
     fi
     echo "Installing ${missing[*]}" >&2
-    "${as_root[@]}" apt-get update -qq >/dev/null
+    install_packages "${missing[@]}"
+}
+
+# install_packages PACKAGE...: as root, or with the words of the array as_root in front. A package
+# list that cannot be fetched matters only where a package cannot be had without it.
+install_packages() {
+    local package lists reason failed=()
+    apt_install "$@" >/dev/null 2>&1 && return
+    lists=$("${as_root[@]}" apt-get update -qq 2>&1 >/dev/null) || true
+    apt_install "$@" >/dev/null 2>&1 && return
+    for package; do
+        reason=$(apt_install "$package" 2>&1 >/dev/null) && continue
+        failed+=("$package: $(grep '^E:' <<<"$reason" | head -n 1)")
+    done
+    [ ${#failed[@]} -eq 0 ] && return
+    grep '^[EW]:' <<<"$lists" >&2 || true
+    printf 'setup: cannot install %s\n' "${failed[@]}" >&2
+    exit 1
+}
+
+apt_install() {
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
-        apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+        apt-get install -y -qq --no-install-recommends "$@"
 }
