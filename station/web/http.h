@@ -1,8 +1,7 @@
 // A small HTTP server that bounds what a client can take: connections, live streams, the size of a
 // request and the time for it to arrive. One thread, one request a connection.
 
-#ifndef STATION_WEB_HTTP_H
-#define STATION_WEB_HTTP_H
+#pragma once
 
 #include <chrono>
 #include <cstddef>
@@ -68,5 +67,3 @@ class HttpServer {
 };
 
 }  // namespace station::web
-
-#endif

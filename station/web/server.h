@@ -1,7 +1,6 @@
 // The routes of docs/api.md: who may ask, what is served, and the pages themselves.
 
-#ifndef STATION_WEB_SERVER_H
-#define STATION_WEB_SERVER_H
+#pragma once
 
 #include <filesystem>
 #include <functional>
@@ -79,5 +78,3 @@ struct Asset {
 const Asset* find_asset(std::string_view name);
 
 }  // namespace station::web
-
-#endif
