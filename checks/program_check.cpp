@@ -32,17 +32,16 @@ TEST(Program, Q7OnAMachineWithoutControlDevice) {
 TEST(Program, Q7EndsWhenNobodyReadsItsConsole) {
     int ends[2];
     ASSERT_EQ(::pipe(ends), 0);
+    ::close(ends[0]);
     const pid_t q7 = ::fork();
     ASSERT_GE(q7, 0);
     if (q7 == 0) {
         ::signal(SIGPIPE, SIG_DFL);
         ::dup2(ends[1], STDOUT_FILENO);
-        ::close(ends[0]);
         ::close(ends[1]);
         ::execl(Q7_BINARIES "/q7", "q7", "-h", nullptr);
         ::_exit(127);
     }
-    ::close(ends[0]);
     ::close(ends[1]);
     int status = 0;
     ASSERT_EQ(::waitpid(q7, &status, 0), q7);
