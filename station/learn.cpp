@@ -227,8 +227,27 @@ class Writer {
         }
     }
 
+    // The facts of a command together, and of these the groups in the catalogue's order.
+    std::pair<int, std::size_t> place_of(const string& name) const {
+        string prefix;
+        string_view bare = bare_name(name, first_.commands, prefix);
+        int command = 0;
+        for (const CommandLine& each : first_.commands) {
+            if (!prefix.empty() && each.name + "." == prefix) command = each.number;
+        }
+        const KnownFact* known = find_known(bare);
+        const string_view group = known->name.substr(0, known->name.find('.'));
+        std::size_t place = 0;
+        while (!catalogue()[place].name.starts_with(group))
+            ++place;
+        return {command, place};
+    }
+
     void write_facts() {
         line("\n[facts]");
+        std::stable_sort(order_.begin(), order_.end(), [&](const string& a, const string& b) {
+            return place_of(a) < place_of(b);
+        });
         std::set<string> written;
         for (const string& name : order_) {
             const Seen& seen = facts_.at(name);
