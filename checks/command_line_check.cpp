@@ -1,6 +1,7 @@
 #include <ranges>
 
 #include "checks/harness.h"
+#include "platform/platform.h"
 
 namespace {
 
@@ -28,6 +29,28 @@ Outcome run_line(std::string_view line) {
     for (const auto word : std::views::split(line, ' '))
         arguments.emplace_back(word.begin(), word.end());
     return run_with(healthy(), arguments);
+}
+
+// Or what is printed would land in the FIFO, or in the control device as a mask of alarm outputs.
+TEST(CommandLine, MissingStandardDescriptorsAreTakenByNoFileOfTheRun) {
+    for (unsigned missing = 0; missing < 8; ++missing) {
+        for (const char* words : {"-h", "netQ7test"}) {
+            SCOPED_TRACE(missing);
+            const Outcome got = run_with(healthy(), {words}, [&] {
+                for (int fd = 0; fd < 3; ++fd) {
+                    if ((missing >> fd & 1) != 0) platform::close(fd);
+                }
+            });
+            const auto& files = got.world->processes[0].files;
+            for (unsigned fd = 0; fd < 3; ++fd) {
+                ASSERT_GE(files[fd], 0);
+                const char* path = got.world->text + got.world->files[files[fd]].path;
+                EXPECT_STREQ(path, (missing >> fd & 1) != 0 ? "/dev/null" : "console");
+            }
+            EXPECT_EQ(got.count("close", "/dev/null"), 1);
+            EXPECT_EQ(got.status, 0);
+        }
+    }
 }
 
 TEST(CommandLine, EachFormHasItsOutputAndStatus) {

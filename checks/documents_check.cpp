@@ -6,6 +6,7 @@
 
 #include "checks/harness.h"
 #include "checks/programs.h"
+#include "driver/test_table.h"
 #include "sim/scenario.h"
 
 namespace {
@@ -83,6 +84,34 @@ TEST(OperatorPage, ExplainsEveryTextThatIsShownAndNoOther) {
         EXPECT_TRUE(!is_message(text) || listed.count(text) != 0) << "not explained: " << text;
     for (const std::string& text : listed)
         EXPECT_EQ(in_sources.count(text), 1u) << "not in the sources: " << text;
+}
+
+TEST(OperatorPage, HasASectionForEachTest) {
+    const std::string page = content_of(Q7_SOURCE "/docs/operator.md");
+    int number = 0;
+    for (const NumberedTest& test : numbered_tests()) {
+        const std::string name = std::to_string(++number);
+        EXPECT_THAT(test.usage, StartsWith("No." + name));
+        EXPECT_THAT(page, HasSubstr("\n## Test " + name + ": "));
+    }
+}
+
+TEST(ManualPage, NamesEveryExitStatus) {
+    const std::string page = content_of(Q7_SOURCE "/man/q7.1");
+    const std::string section = page.substr(page.find(".SH EXIT STATUS"));
+    std::set<int> named, seen;
+    for (std::size_t at = 0; (at = section.find(".TP\n", at)) != std::string::npos;) {
+        at += 4;
+        std::istringstream statuses(section.substr(at, section.find('\n', at) - at));
+        for (std::string status; std::getline(statuses, status, ',');)
+            named.insert(std::stoi(status));
+    }
+    for (const char* change : {"", "control.present = false", "faults = [{request = 0x20}]",
+                               "faults = [{request = 0x20}, {request = 0x04}]"}) {
+        for (const char* words : {"-o 2", "netQ7test"})
+            seen.insert(run(words, change).status);
+    }
+    EXPECT_EQ(named, seen);
 }
 
 TEST(SimulatorPage, EndsWithTheKeysOfAScenario) {

@@ -72,7 +72,7 @@ TEST_F(Fuzz, Rs485Echo) {
         const bool damaged = first(board.rs485.corrupt) < 1024 || first(board.rs485.drop) < 1024;
         const bool good = got.console.find("正确:    1024字节") != std::string::npos;
         EXPECT_TRUE(!damaged || !good) << "run " << i;
-        EXPECT_TRUE(got.rs485_verdict == 0 || damaged) << "run " << i;
+        EXPECT_TRUE(got.results.rs485 == 0 || damaged) << "run " << i;
     }
 }
 

@@ -10,6 +10,7 @@
 
 #include "device/capability.h"
 #include "driver/q7.h"
+#include "driver/test_table.h"
 #include "sim/scenario.h"
 #include "sim/text.h"
 
@@ -19,7 +20,6 @@ namespace {
 // What the product leaves in its own memory, copied out before it exits.
 struct Remains {
     Results results;
-    std::uint32_t rs485_verdict;
     Capability capability;
 };
 
@@ -31,7 +31,6 @@ Outcome run_program(const Board& board, const std::function<int()>& program) {
     sim::Outcome got = sim::simulate(
         board, {program, [&] {
                     remains->results = results;
-                    remains->rs485_verdict = *g_rs485_verdict;
                     remains->capability = {g_bSupFrontPanel, g_iUsbNum,     g_iCordNo,
                                            g_iAlarmOutNum,   g_iAlarmInNum, g_sata_port_num,
                                            g_cESataNum,      g_cMiniSASNum, g_cSataNewRule};
@@ -41,11 +40,12 @@ Outcome run_program(const Board& board, const std::function<int()>& program) {
     outcome.signal = got.signal;
     outcome.console = sim::gbk_to_utf8(got.console);
     outcome.errors = sim::gbk_to_utf8(got.errors);
+    outcome.console_bytes = got.console;
+    outcome.error_bytes = got.errors;
     for (const char* sanitizer : {"runtime error:", "AddressSanitizer", "ThreadSanitizer"}) {
         EXPECT_EQ(outcome.errors.find(sanitizer), std::string::npos) << outcome.errors;
     }
     outcome.results = remains->results;
-    outcome.rs485_verdict = remains->rs485_verdict;
     outcome.capability = remains->capability;
     outcome.stopped = got.reason;
     outcome.end_s = static_cast<double>(got.world->now) / 1e6;
@@ -149,6 +149,13 @@ Outcome run_with(const Board& board, const std::vector<std::string>& arguments,
         if (preset) preset();
         return q7_main(static_cast<int>(words.size()), pointers.data());
     });
+}
+
+std::vector<std::string> single_tests() {
+    std::vector<std::string> words;
+    for (std::size_t number = 1; number <= numbered_tests().size(); ++number)
+        words.push_back("-o " + std::to_string(number));
+    return words;
 }
 
 Outcome run_piece(const Board& board, const std::function<void()>& piece) {

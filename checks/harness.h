@@ -38,8 +38,8 @@ struct Outcome {
     std::string console, errors;       // UTF-8
     std::vector<std::string> records;  // texts of the report records, UTF-8
     std::string record_bytes;
+    std::string console_bytes, error_bytes;  // as they were written
     Results results{};  // of the main process at its exit
-    std::uint32_t rs485_verdict = 0;
     Capability capability{};
     std::string stopped;  // why the run was stopped; empty = it was not
     double end_s = 0;
@@ -69,7 +69,10 @@ Outcome run(const Board& board, const std::string& words);
 Outcome run_with(const Board& board, const std::vector<std::string>& arguments,
                  const std::function<void()>& preset = {});
 
-// A piece of the product, with standard output as q7 sets it up.
+// "-o 1" and so on, for each test that the product's table has.
+std::vector<std::string> single_tests();
+
+// A piece of the product; what it prints by stdio stands where it prints it.
 Outcome run_piece(const Board& board, const std::function<void()>& piece);
 
 sim::Fault failing(std::string call, std::string path = {}, std::uint32_t nth = 1);

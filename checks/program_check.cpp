@@ -1,4 +1,7 @@
 // The two programs as a user runs them.
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <fstream>
 
 #include "checks/harness.h"
@@ -23,6 +26,26 @@ TEST(Program, Q7OnAMachineWithoutControlDevice) {
     expect("-x 1", start + "\xB2\xCE\xCA\xFD\xB7\xC7\xB7\xA8\n", 0);
     expect("netQ7test",
            start + "\xB4\xF2\xBF\xAA\xC3\xFC\xC3\xFB\xB9\xDC\xB5\xC0\xB3\xF6\xB4\xED\n", 0);
+}
+
+// As in a pipe to a program that has died: nobody would see how the run goes on and ends.
+TEST(Program, Q7EndsWhenNobodyReadsItsConsole) {
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    ::close(ends[0]);
+    const pid_t q7 = ::fork();
+    ASSERT_GE(q7, 0);
+    if (q7 == 0) {
+        ::signal(SIGPIPE, SIG_DFL);
+        ::dup2(ends[1], STDOUT_FILENO);
+        ::close(ends[1]);
+        ::execl(Q7_BINARIES "/q7", "q7", "-h", nullptr);
+        ::_exit(127);
+    }
+    ::close(ends[1]);
+    int status = 0;
+    ASSERT_EQ(::waitpid(q7, &status, 0), q7);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGPIPE) << status;
 }
 
 TEST(Program, SimulatorEndsWithTheStatusOrSignalOfQ7) {

@@ -99,7 +99,7 @@ TEST(Summary, NamesTheSlotThatIsSetAndPassesWithNone) {
     expect_summary([] {}, "", 6, kJudgedByPerson);
     expect_summary([] { results.network = 1; }, "网络状态    : error occured!  \n", 1,
                    "网络状态      : 失败  \n");
-    expect_summary([] { *g_rs485_verdict = 1; }, "485口       : error occured!  \n", 2,
+    expect_summary([] { results.rs485 = 1; }, "485口       : error occured!  \n", 2,
                    "485口       : 失败  \n");
     expect_summary([] { results.alarm = 1; }, "报警口      : error occured!  \n", 3,
                    "报警口      : 失败  \n");
@@ -115,8 +115,7 @@ TEST(Summary, NamesTheSlotThatIsSetAndPassesWithNone) {
 
 TEST(Summary, ListsEveryFaultInOrderAndTakesNoPointer) {
     const Outcome got = run_piece(healthy(), [] {
-        results = {1, 1, 1, 2, 0, 0xFFFFFFFF, 1};
-        *g_rs485_verdict = 1;
+        results = {1, 1, 1, 1, 2, 0, 0xFFFFFFFF, 1};
         result_summary(nullptr);
     });
     std::string ports = "1";

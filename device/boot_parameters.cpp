@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 
 #include "device/control_device.h"
+#include "platform/print.h"
 
 std::uint32_t g_rs485_step = 1;
 std::uint32_t g_alarm_io_present = 0;
@@ -29,7 +29,7 @@ std::uint16_t device_type() {
 int check_boot_parameters(int control) {
     boot_parameters.fill(0);
     if (platform::ioctl(control, ZEBIO_GET_BOOT_PARMS, boot_parameters.data()) == -1) {
-        std::puts("ioctl ZEBIO_GET_BOOT_PARMS error");
+        print_line("ioctl ZEBIO_GET_BOOT_PARMS error");
         return 0;
     }
     if (std::count(kTypesWithoutRs485.begin(), kTypesWithoutRs485.end(), device_type()) == 0) {

@@ -1,8 +1,7 @@
 #include "device/buzzer.h"
 
-#include <cstdio>
-
 #include "device/control_device.h"
+#include "platform/print.h"
 
 namespace {
 
@@ -23,7 +22,7 @@ void buzzer(int count) {
     if (count <= 0) return;
     const platform::Descriptor control = open_control_device();
     if (!control.is_open()) {
-        std::puts("open hwInfo error!");
+        print_line("open hwInfo error!");
         return;
     }
     make_output(control.get());

@@ -1,10 +1,10 @@
 #include "device/capability.h"
 
 #include <array>
-#include <cstdio>
 
 #include "device/control_device.h"
 #include "device/hardware_info.h"
+#include "platform/print.h"
 
 std::uint32_t g_bSupFrontPanel = 1;
 std::uint32_t g_iUsbNum = 0;
@@ -40,14 +40,14 @@ void fill_table(const HardwareInfo& info) {
 int sysInit() {
     platform::Descriptor control = open_control_device();
     if (!control.is_open()) {
-        std::puts("sysInit 1 Fatal");
+        print_line("sysInit 1 Fatal");
         return -1;
     }
     HardwareInfo info;
     if (read_hardware_info(control.get(), &info) != 0) return -1;
     platform::sleep_ms(100);
     fill_table(info);
-    std::printf(
+    print(
         "g_bSupFrontPanel[%d],g_iUsbNum[%d],g_iCordNo[%d],g_iAlarmOutNum[%d],g_iAlarmInNum[%d],"
         "g_sata_port_num[%d],g_cESataNum[%d],g_cMiniSASNum[%d],g_cSataNewRule[%d]\n",
         g_bSupFrontPanel, g_iUsbNum, g_iCordNo, g_iAlarmOutNum, g_iAlarmInNum, g_sata_port_num,

@@ -1,8 +1,7 @@
 #include "device/watchdog.h"
 
-#include <cstdio>
-
 #include "device/control_device.h"
+#include "platform/print.h"
 
 namespace {
 
@@ -12,9 +11,9 @@ constexpr std::uint32_t kRestartTimeout_s = 5;
 
 int watchdog_restart() {
     const platform::Descriptor control = open_control_device();
-    if (!control.is_open()) std::puts("failed to open watchdog");
+    if (!control.is_open()) print_line("failed to open watchdog");
     if (platform::ioctl_value(control.get(), ZEBIO_SET_WDT_TIMEOUT, kRestartTimeout_s) < 0) {
-        std::puts("set watchdog timeout failed");
+        print_line("set watchdog timeout failed");
     }
     return 0;
 }

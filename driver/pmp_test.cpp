@@ -8,6 +8,7 @@
 #include <iterator>
 
 #include "device/capability.h"
+#include "platform/print.h"
 #include "pmp/bridge.h"
 #include "pmp/pmpupdate.h"
 
@@ -71,10 +72,10 @@ void update_by_first_disk(const DiskLayout& layout, Chip& chip) {
         const char letter = static_cast<char>('a' + i);
         platform::Descriptor disk = open_disk(letter);
         if (!disk.is_open()) {
-            std::printf("open /dev/sd%c fail!\n", letter);
+            print("open /dev/sd%c fail!\n", letter);
             continue;
         }
-        std::printf("open /dev/sd%c success!\n", letter);
+        print("open /dev/sd%c success!\n", letter);
         update_chip(chip, disk);
         reset_if_needed(chip, kFirstReset);
         return;
@@ -88,8 +89,8 @@ void update_by_every_disk(const DiskLayout& layout, Chips& chips) {
         Chip& chip = chips[number - 1];
         platform::Descriptor disk = open_disk(letter);
         if (!disk.is_open() || chip.state != Chip::not_tested) continue;
-        std::printf("test..%zu\r\n", number);
-        std::printf("open /dev/sd%c success!\n", letter);
+        print("test..%zu\r\n", number);
+        print("open /dev/sd%c success!\n", letter);
         update_chip(chip, disk);
         if (layout.reset == Reset::at_once) {
             reset_if_needed(chip, number == 1 ? kFirstReset : kSecondReset);
@@ -105,19 +106,19 @@ void reset_pairs(Chips& chips) {
 
 void print_table(const DiskLayout& layout, const Chips& chips) {
     constexpr const char* kWords[] = {"正常", "发生错误", "未进行测试"};
-    std::puts("测试结果如下");
+    print_line("测试结果如下");
     for (std::size_t i = 0; i < layout.chips; ++i) {
-        std::printf("Chip%zu %s\n", i + 1, kWords[chips[i].state]);
+        print("Chip%zu %s\n", i + 1, kWords[chips[i].state]);
     }
 }
 
 }  // namespace
 
 void pmp_test() {
-    std::printf("sata_port_num = %d \n", g_sata_port_num);
+    print("sata_port_num = %d \n", g_sata_port_num);
     const DiskLayout* layout = layout_of_board();
     if (layout == nullptr) {
-        std::printf("硬盘个数为%d,请检查CPLD是否正确烧写\n", g_sata_port_num);
+        print("硬盘个数为%d,请检查CPLD是否正确烧写\n", g_sata_port_num);
         return;
     }
     Chips chips;

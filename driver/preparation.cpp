@@ -1,9 +1,8 @@
 #include "driver/preparation.h"
 
-#include <cstdio>
-
 #include "device/capability.h"
 #include "device/control_device.h"
+#include "platform/print.h"
 #include "tests/keyboard_line.h"
 
 namespace {
@@ -15,11 +14,11 @@ constexpr std::uint32_t kTestTimeout_s = 7;
 platform::Descriptor prepare_control_device() {
     platform::Descriptor control = open_control_device();
     if (!control.is_open()) {
-        std::puts("打开hwInfo设备出错!");
+        print_line("打开hwInfo设备出错!");
         platform::exit(control.get());
     }
     if (platform::ioctl_value(control.get(), ZEBIO_SET_WDT_TIMEOUT, kTestTimeout_s) < 0) {
-        std::puts("初始化看门狗失败!");
+        print_line("初始化看门狗失败!");
         platform::exit(control.get());
     }
     platform::ioctl_value(control.get(), ZEBIO_STOP_WDT, 0);
@@ -28,6 +27,6 @@ platform::Descriptor prepare_control_device() {
 
 void settle_board() {
     platform::sleep_ms(2000);
-    std::puts("no kill avcore");
+    print_line("no kill avcore");
     if (g_bSupFrontPanel != 0) keyboard_line_start();
 }

@@ -1,30 +1,21 @@
 #include "driver/q7.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
-#include <csignal>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 #include <optional>
 
-#include "device/buzzer.h"
 #include "device/capability.h"
-#include "device/watchdog.h"
-#include "driver/pmp_test.h"
 #include "driver/preparation.h"
 #include "driver/report.h"
 #include "driver/sequence.h"
+#include "driver/test_table.h"
 #include "platform/platform.h"
-#include "tests/485testfork.h"
-#include "tests/boardinfo.h"
-#include "tests/front_board_test.h"
-#include "tests/iop_test.h"
-#include "tests/nic.h"
-#include "tests/rtc_test.h"
-#include "tests/sata_test.h"
-#include "tests/usb_disk_test.h"
+#include "platform/print.h"
 
 #if defined(__GNUC__) && !defined(__clang__)
 static_assert(sizeof "测" == 3, "the texts must be compiled to GBK (-fexec-charset=GBK)");
@@ -34,53 +25,30 @@ namespace {
 
 constexpr char kModule[] = "q7";
 
-struct NumberedTest {
-    int number;
-    unsigned pause_ms;  // once, before the first repetition
-    void (*run)();
-};
-
-constexpr NumberedTest kTests[] = {
-    {1, 0, [] { board_info_test(); }},  {2, 0, [] { buzzer(3); }},
-    {3, 0, front_board_test_if_fitted}, {4, 10'000, [] { rs485_test(); }},
-    {5, 0, [] { alarm_io_test(); }},    {6, 0, [] { rtc_test(); }},
-    {7, 0, [] { usb_test(); }},         {8, 0, sata_disk_test},
-    {9, 0, [] { watchdog_restart(); }}, {10, 0, pmp_test},
-    {11, 0, [] { nic_test(); }},
-};
-constexpr int kLastTest = std::size(kTests);
+int last_test() { return static_cast<int>(numbered_tests().size()); }
 
 void print_usage() {
-    std::puts("q7 ver1.02(2009-4-3)");
-    std::puts("this program will excute the follow test");
-    std::puts("No.1 : \t\t\tShow board Info");
-    std::puts("No.2 : \t\t\tBuzzer test");
-    std::puts("No.3 : \t\t\tFront-board test");
-    std::puts("No.4 : \t\t\t485 com test");
-    std::puts("No.5 : \t\t\tIop test");
-    std::puts("No.6 : \t\t\tRTC test");
-    std::puts("No.7: \t\t\tUSB port test");
-    std::puts("No.8: \t\t\tSATA test");
-    std::puts("No.9: \t\t\tWatchdog test,Restart system\n");
-    std::puts("No.10: \t\t\tpmp test,Restart system\n");
-    std::puts("No.11 : \t\t\tNetwork moudel configure show");
-    std::puts("q7 -h or q7 --help for help information");
-    std::puts("If you want to do all the tests, please run q7 ");
-    std::puts("If you want to do only one test of them ,please run q7 -o  <No.> ");
-    std::puts("        eg. q7 -o 4   then only test 485 port");
+    print_line("q7 ver1.02(2009-4-3)");
+    print_line("this program will excute the follow test");
+    for (const NumberedTest& test : numbered_tests())
+        print_line(test.usage);
+    print_line("q7 -h or q7 --help for help information");
+    print_line("If you want to do all the tests, please run q7 ");
+    print_line("If you want to do only one test of them ,please run q7 -o  <No.> ");
+    print_line("        eg. q7 -o 4   then only test 485 port");
 }
 
 bool is_digit(char character) { return character >= '0' && character <= '9'; }
 
 std::optional<int> refuse_number() {
-    std::printf("请选择测试序号(1~%d)\n", kLastTest);
+    print("请选择测试序号(1~%d)\n", last_test());
     return std::nullopt;
 }
 
 // The number in the first two characters of the text; an empty text is number 0. A longer text
 // is only hinted at, one that is no number is refused.
 std::optional<int> parse_test_number(const char* text) {
-    if (std::strlen(text) > 2) std::printf("请选择测试序号(1~%d)\n", kLastTest);
+    if (std::strlen(text) > 2) print("请选择测试序号(1~%d)\n", last_test());
     if (text[0] == '\0') return 0;
     if (!is_digit(text[0])) return refuse_number();
     if (text[1] == '\0') return text[0] - '0';
@@ -97,26 +65,24 @@ std::uint32_t parse_count(const char* text) {
 void repeat(const NumberedTest& test, std::uint32_t count) {
     if (test.pause_ms > 0) platform::sleep_ms(test.pause_ms);
     for (std::uint32_t i = 0; i != count; ++i) {
-        if (count > 1) std::printf("\n第%d次测试\n", i + 1);
+        if (count > 1) print("\n第%d次测试\n", i + 1);
         test.run();
     }
 }
 
 void run_test(int number, std::uint32_t count) {
-    if (number < 1 || number > kLastTest) {
-        std::printf("请输入正确的测试序号.(1~%d)", kLastTest);
+    if (number < 1 || number > last_test()) {
+        print("请输入正确的测试序号.(1~%d)", last_test());
         return;
     }
     prepare_control_device().close();
     settle_board();
-    for (const NumberedTest& test : kTests) {
-        if (test.number == number) repeat(test, count);
-    }
+    repeat(numbered_tests()[static_cast<std::size_t>(number - 1)], count);
 }
 
 void run_single_test(int argc, char** argv) {
     if (std::strcmp(argv[1], "-o") != 0 && std::strcmp(argv[1], "-O") != 0) {
-        std::puts("参数非法");
+        print_line("参数非法");
         return;
     }
     const std::optional<int> number = parse_test_number(argv[2]);
@@ -128,13 +94,23 @@ bool asks_for_help(const char* argument) {
     return std::strcmp(argument, "-h") == 0 || std::strcmp(argument, "--help") == 0;
 }
 
+// A file that is opened gets the lowest free descriptor. Were that a missing 0, 1 or 2, printed text
+// would land in the FIFO or the control device. So /dev/null is opened until the standard
+// descriptors are taken; where it cannot be opened, nothing can be done.
+void occupy_standard_descriptors() {
+    int fd;
+    do {
+        fd = platform::open("/dev/null", O_RDWR);
+    } while (fd >= 0 && fd <= STDERR_FILENO);
+    if (fd >= 0) platform::close(fd);
+}
+
 }  // namespace
 
 int q7_main(int argc, char** argv) {
-    std::setvbuf(stdout, nullptr, _IONBF, 0);
-    platform::signal(SIGPIPE, SIG_IGN);  // a reader that leaves costs its records, not the run
+    occupy_standard_descriptors();
     if (platform::setuid(0) != 0) {
-        std::puts("切换到超级用户失败，可能会对Q7的某些项测试有影响");
+        print_line("切换到超级用户失败，可能会对Q7的某些项测试有影响");
     }
     sysInit();
     if (argc > 1 && std::strcmp(argv[1], "netQ7test") == 0 && open_report_fifo() != 0) {

@@ -2,12 +2,14 @@
 
 #include <fcntl.h>
 
+#include <csignal>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 
 #include "platform/platform.h"
+#include "platform/print.h"
 
 namespace {
 
@@ -45,11 +47,11 @@ void report(Site site, const char* format, ...) {
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     if (console_mode()) {
-        std::printf("%s", text);
+        print("%s", text);
         return;
     }
     if (send(text) < 0) {
-        std::printf("write error file = %s ,line = %d \n", site.module, site.line);
+        print("write error file = %s ,line = %d \n", site.module, site.line);
     }
 }
 
@@ -58,6 +60,7 @@ bool console_mode() { return g_console_flag != 0; }
 int open_report_fifo() {
     g_fifo = platform::open("/var/q7.fifo", O_WRONLY | O_NONBLOCK);
     if (g_fifo < 0) return -1;
+    platform::signal(SIGPIPE, SIG_IGN);
     g_console_flag = 0;
     return 0;
 }

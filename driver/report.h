@@ -17,6 +17,7 @@ struct Site {
 bool console_mode();
 
 // Opens the FIFO without waiting for its reader and selects net mode. Returns 0, or -1 when there
-// is no FIFO or no reader; the console mode then stays.
+// is no FIFO or no reader; the console mode then stays. From the open FIFO on SIGPIPE is ignored, so
+// that a reader that leaves costs its records and not the run.
 int open_report_fifo();
 void close_report_fifo();

@@ -2,11 +2,11 @@
 // 0 for no fault and 1 for a fault.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 
 struct Results {
     std::uint32_t network;          // a port could not be selected or failed its test
+    std::uint32_t rs485;            // wrong bytes came back
     std::uint32_t alarm;            // an input did not follow the outputs
     std::uint32_t rtc;              // the clocks differed
     std::uint32_t usb_ports_found;  // devices that the USB test found working
@@ -16,7 +16,3 @@ struct Results {
 };
 
 extern Results results;
-
-// RS-485 verdict: wrong bytes came back. From the first RS-485 test on it lies in a page that the
-// test shares with its receiving process.
-extern std::atomic<std::uint32_t>* g_rs485_verdict;

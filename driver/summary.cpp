@@ -8,6 +8,8 @@
 #include "driver/report.h"
 #include "driver/results.h"
 #include "platform/platform.h"
+#include "platform/print.h"
+#include "tests/485testfork.h"
 
 namespace {
 
@@ -17,7 +19,7 @@ bool usb_ports_missing() { return results.usb_ports_found != g_iUsbNum; }
 
 // In net mode a person judges the RTC, so its verdict does not count.
 bool board_passed() {
-    return results.network == 0 && *g_rs485_verdict == 0 && results.alarm == 0
+    return results.network == 0 && results.rs485 == 0 && results.alarm == 0
            && (!console_mode() || results.rtc == 0) && !usb_ports_missing()
            && results.sata_fault_mask == 0 && results.minisas == 0;
 }
@@ -41,7 +43,7 @@ const char* outcome(bool fault) { return fault ? "失败" : "成功"; }
 
 void send_items() {
     report(kModule, "网络状态      : %s  \n", outcome(results.network != 0));
-    report(kModule, "485口       : %s  \n", outcome(*g_rs485_verdict != 0));
+    report(kModule, "485口       : %s  \n", outcome(results.rs485 != 0));
     report(kModule, "报警口      : %s  \n", outcome(results.alarm != 0));
     report(kModule, "USB口       : %s  \n", outcome(usb_ports_missing()));
     if (results.sata_fault_mask != 0) {
@@ -49,21 +51,21 @@ void send_items() {
     } else {
         report(kModule, "SATA口       : 成功  \n");
     }
-    std::puts(results.minisas != 0 ? "miniSAS口异常" : "miniSAS口正常");
+    print_line(results.minisas != 0 ? "miniSAS口异常" : "miniSAS口正常");
     report(kModule, "Rtc时钟       : %s  \n", "由检测人员判断");
 }
 
 void print_faults() {
     constexpr char kFault[] = "error occured!";
-    if (results.network != 0) std::printf("网络状态    : %s  \n", kFault);
-    if (*g_rs485_verdict != 0) std::printf("485口       : %s  \n", kFault);
-    if (results.alarm != 0) std::printf("报警口      : %s  \n", kFault);
-    if (results.rtc != 0) std::printf("Rtc时钟     : %s  \n", kFault);
-    if (usb_ports_missing()) std::printf("USB口       : %s  \n", kFault);
+    if (results.network != 0) print("网络状态    : %s  \n", kFault);
+    if (results.rs485 != 0) print("485口       : %s  \n", kFault);
+    if (results.alarm != 0) print("报警口      : %s  \n", kFault);
+    if (results.rtc != 0) print("Rtc时钟     : %s  \n", kFault);
+    if (usb_ports_missing()) print("USB口       : %s  \n", kFault);
     if (results.sata_fault_mask != 0) {
-        std::printf("SATA口      : 端口%s无连接\n", take_missing_ports().data());
+        print("SATA口      : 端口%s无连接\n", take_missing_ports().data());
     }
-    if (results.minisas != 0) std::puts("miniSAS口异常");
+    if (results.minisas != 0) print_line("miniSAS口异常");
 }
 
 void sound_three_times(unsigned on_ms, unsigned off_ms) {
@@ -92,6 +94,7 @@ void failure_tone() {
 }  // namespace
 
 void result_summary(std::uint8_t* all_passed) {
+    rs485_await_verdict();
     report(kModule,
            "----------------------------------------------------------------\n"
            "Q7测试结果如下:\n");

@@ -7,7 +7,6 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <sys/ioctl.h>
-#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/select.h>
 #include <sys/socket.h>
@@ -50,9 +49,13 @@ ssize_t pread(int fd, void* data, std::size_t size, off_t offset) {
 
 ssize_t write(int fd, const void* data, std::size_t size) { return ::write(fd, data, size); }
 
+ssize_t write_text(int fd, const void* text, std::size_t size) { return ::write(fd, text, size); }
+
 off_t lseek(int fd, off_t offset, int whence) { return ::lseek(fd, offset, whence); }
 
 int open_socket(int domain, int type, int protocol) { return ::socket(domain, type, protocol); }
+
+int open_pipe(int ends[2], int flags) { return ::pipe2(ends, flags); }
 
 int ioctl(int fd, std::uint32_t request, void* block) { return ::ioctl(fd, request, block); }
 
@@ -90,10 +93,6 @@ pid_t waitpid(pid_t process, int* status, int options) {
 
 int create_thread(pthread_t* thread, void* (*body)(void*)) {
     return ::pthread_create(thread, nullptr, body, nullptr);
-}
-
-void* map_shared(std::size_t size) {
-    return ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
 }
 
 void exit(int status) { ::exit(status); }

@@ -23,7 +23,9 @@ ssize_t read(int fd, void* data, std::size_t size);
 ssize_t pread(int fd, void* data, std::size_t size, off_t offset);
 ssize_t write(int fd, const void* data, std::size_t size);
 off_t lseek(int fd, off_t offset, int whence);
-int open_socket(int domain, int type, int protocol);  // socket
+ssize_t write_text(int fd, const void* text, std::size_t size);  // write, of what q7 prints
+int open_socket(int domain, int type, int protocol);             // socket
+int open_pipe(int ends[2], int flags);                           // pipe2
 
 // ioctl with a block that the driver reads or fills, and with an argument by value.
 int ioctl(int fd, std::uint32_t request, void* block);
@@ -46,7 +48,6 @@ int setuid(uid_t user);
 pid_t fork();
 pid_t waitpid(pid_t process, int* status, int options);
 int create_thread(pthread_t* thread, void* (*body)(void*));  // pthread_create: 0 or an errno value
-void* map_shared(std::size_t size);  // mmap, anonymous and shared; MAP_FAILED on failure
 [[noreturn]] void exit(int status);
 [[noreturn]] void exit_at_once(int status);  // _exit: no exit handler runs
 using SignalHandler = void (*)(int);

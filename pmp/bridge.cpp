@@ -2,9 +2,9 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdio>
 
 #include "device/control_device.h"
+#include "platform/print.h"
 
 BridgeAccess g_bridge{-1, 0, 0, 0, 0, 0, -1, 0};
 std::uint8_t g_pm_port = 0x0F;
@@ -53,7 +53,7 @@ std::uint32_t word_at(const RegisterBlock& block, std::size_t place) {
 // errno is that of the request still when the caller prints it once more.
 void print_failure(const char* routine, const char* what) {
     const int saved_errno = errno;
-    std::printf("ERR : %s, %s fail (%d)\n", routine, what, saved_errno);
+    print("ERR : %s, %s fail (%d)\n", routine, what, saved_errno);
     errno = saved_errno;
 }
 
@@ -113,7 +113,7 @@ int spiPP(std::uint32_t address, std::uint32_t word) {
 }
 
 int pmpreset(std::uint32_t selector) {
-    std::puts("update the firmware success, now reset the jmb321!\r");
+    print_line("update the firmware success, now reset the jmb321!\r");
     const platform::Descriptor control = open_control_device();
     platform::ioctl_value(control.get(), ZEBIO_RESET_PMP, selector);
     return 0;

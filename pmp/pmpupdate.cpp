@@ -6,9 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <iterator>
 
+#include "platform/print.h"
 #include "pmp/bridge.h"
 
 std::uint32_t g_pmp_updated = 0;
@@ -35,7 +35,7 @@ using Block = std::array<std::uint8_t, kBlockSize>;
 
 // Prints how a step ended, as a line, and passes its result up.
 int say(int result, const char* line) {
-    std::puts(line);
+    print_line(line);
     return result;
 }
 
@@ -73,7 +73,7 @@ int waitflashrdy(int limit) {
         const bool write_in_progress = (g_bridge.data & 1) != 0;
         if (!write_in_progress) return 0;
     }
-    std::printf("ERR : waitflashrdy, timeout (%d)", limit);
+    print("ERR : waitflashrdy, timeout (%d)", limit);
     return -1;
 }
 
@@ -105,17 +105,17 @@ int writeflash(std::uint32_t address, const std::uint32_t* words, int count) {
     for (int i = 0; i < count; ++i, address += 4) {
         int result = spiWREN();
         if (result < 0) {
-            std::printf("ERR : writeflash, spiWREN fail (%08Xh)\n", address);
+            print("ERR : writeflash, spiWREN fail (%08Xh)\n", address);
             return result;
         }
         result = spiPP(address, words[i]);
         if (result < 0) {
-            std::printf("ERR : writeflash, spiPP fail (%08Xh)\n", address);
+            print("ERR : writeflash, spiPP fail (%08Xh)\n", address);
             return result;
         }
         result = waitflashrdy(kProgramPolls);
         if (result < 0) {
-            std::printf("ERR : writeflash, waitflashrdy(1000) fail2 (%08Xh)\n", address);
+            print("ERR : writeflash, waitflashrdy(1000) fail2 (%08Xh)\n", address);
             return result;
         }
     }
@@ -126,7 +126,7 @@ int readflash(std::uint32_t address, std::uint32_t* words, int count) {
     for (int i = 0; i < count; ++i, address += 4) {
         const int result = spiREAD(address);
         if (result < 0) {
-            std::printf("ERR : readflash, spiREAD fail (%08Xh)\n", address);
+            print("ERR : readflash, spiREAD fail (%08Xh)\n", address);
             return result;
         }
         words[i] = g_bridge.data;
@@ -140,36 +140,36 @@ int chk39xdev() {
     int result = read_bridge_register(kPresence);
     if (result < 0) return say(result, "ERR : chk39xdev, read JMB39X fail1");
     if (register_value() != 0x8F && register_value() != 0xF8) {
-        std::printf("ERR : JMB39X device doesn't exist (%08Xh)\n", g_bridge.data);
+        print("ERR : JMB39X device doesn't exist (%08Xh)\n", g_bridge.data);
         return -1;
     }
-    std::puts("INFO: JMB39X device exist");
+    print_line("INFO: JMB39X device exist");
     result = read_bridge_register(kRevision);
     if (result < 0) return say(result, "ERR : chk39xdev, read JMB39X fail2");
     g_bridge.revision = register_value();
-    std::printf("INFO: JMB39X CHIP ID = %02Xh, Revision ID = %02Xh\n", kChipId, g_bridge.revision);
+    print("INFO: JMB39X CHIP ID = %02Xh, Revision ID = %02Xh\n", kChipId, g_bridge.revision);
     return result;
 }
 
 int check_image_id(const Block& header) {
     if (header[0] != 0x7B || header[1] != 0x19 || header[3] != kChipId) {
-        std::printf("ERR : chkbinfile, binfile ID error (%02Xh %02X%02Xh)\n", header[3], header[1],
-                    header[0]);
+        print("ERR : chkbinfile, binfile ID error (%02Xh %02X%02Xh)\n", header[3], header[1],
+              header[0]);
         return -1;
     }
-    std::printf("INFO: Binfile ID = %02Xh %02X%02Xh\n", header[3], header[1], header[0]);
+    print("INFO: Binfile ID = %02Xh %02X%02Xh\n", header[3], header[1], header[0]);
     return 0;
 }
 
 // A mismatch only warns.
 void compare_revision(const Block& header) {
     if (header[2] == g_bridge.revision) {
-        std::printf("INFO: Revision ID = %02Xh\n", g_bridge.revision);
+        print("INFO: Revision ID = %02Xh\n", g_bridge.revision);
         return;
     }
-    std::printf("WRN : chkbinfile, revision ID is mismatch (JMB39X = %02Xh, binfile = %02Xh)\n",
-                g_bridge.revision, header[2]);
-    std::printf("      continue!");
+    print("WRN : chkbinfile, revision ID is mismatch (JMB39X = %02Xh, binfile = %02Xh)\n",
+          g_bridge.revision, header[2]);
+    print("      continue!");
 }
 
 int check_bonding(const Block& header) {
@@ -180,22 +180,21 @@ int check_bonding(const Block& header) {
     if (result < 0) return say(result, "ERR : chkbinfile, read JMB39X fail2");
     const unsigned bonding = (register_value() | high << 2) & 0xFF;
     if (bonding != header[4]) {
-        std::printf("ERR : chkbinfile, bonding is mismatch (JMB39X = %02Xh, binfile = %02Xh)\n",
-                    bonding, header[4]);
+        print("ERR : chkbinfile, bonding is mismatch (JMB39X = %02Xh, binfile = %02Xh)\n", bonding,
+              header[4]);
         return -1;
     }
-    std::printf("INFO: Bonding = %02Xh\n", bonding);
+    print("INFO: Bonding = %02Xh\n", bonding);
     return result;
 }
 
 int check_length(const Block& header) {
     const std::uint32_t expected = (word_at(header, 8) & 0xFFFF) + (word_at(header, 12) & 0xFFFF);
     if (expected != g_bridge.length) {
-        std::printf("ERR : Binfine length is mismatch (exp: %d, act: %d)\n", expected,
-                    g_bridge.length);
+        print("ERR : Binfine length is mismatch (exp: %d, act: %d)\n", expected, g_bridge.length);
         return -1;
     }
-    std::printf("INFO: Binfile length = %d bytes\n", g_bridge.length);
+    print("INFO: Binfile length = %d bytes\n", g_bridge.length);
     return 0;
 }
 
@@ -203,13 +202,13 @@ int chkbinfile() {
     g_bridge.length = static_cast<std::uint32_t>(platform::lseek(g_bridge.firmware, 0, SEEK_END));
     rewind_file();
     if (g_bridge.length % 4 != 0) {
-        std::printf("ERR : chkbinfile, length of binfile isn't alignment (%d)\n", g_bridge.length);
+        print("ERR : chkbinfile, length of binfile isn't alignment (%d)\n", g_bridge.length);
         return -1;
     }
     Block header{};
     const ssize_t count = platform::pread(g_bridge.firmware, header.data(), header.size(), 0);
     if (count < 0) {
-        std::printf("ERR : chkbinfile, read binfile fail (%d)\n", errno);
+        print("ERR : chkbinfile, read binfile fail (%d)\n", errno);
         return -1;
     }
     if (count < 32) {
@@ -233,8 +232,8 @@ int try_test_pattern() {
     result = readflash(0, words, 4);
     if (result < 0) return say(result, "ERR : chkflashsts, readflash fail");
     if (!std::equal(std::begin(words), std::end(words), std::begin(kTestPattern))) {
-        std::printf("ERR : chkflashsts, chk0 fail, (%08X %08X %08X %08X)\n", words[0], words[1],
-                    words[2], words[3]);
+        print("ERR : chkflashsts, chk0 fail, (%08X %08X %08X %08X)\n", words[0], words[1], words[2],
+              words[3]);
         return -1;
     }
     return say(0, "INFO: Flash is found by chk0");
@@ -248,7 +247,7 @@ int chkflashsts() {
                                 | static_cast<std::uint32_t>(g_bridge.revision) << 16
                                 | static_cast<std::uint32_t>(kChipId) << 24;
     if (g_bridge.data == image) return say(1, "INFO: Flash is found by chk1");
-    std::printf("WRN : chkflashsts, chk1 fail, try chk0 (%08X)\n", g_bridge.data);
+    print("WRN : chkflashsts, chk1 fail, try chk0 (%08X)\n", g_bridge.data);
     return try_test_pattern();
 }
 
@@ -266,7 +265,7 @@ bool upload_block(const Block& block, std::size_t size, Progress& progress) {
     for (std::size_t i = 0; i < size; i += 4) {
         const std::uint32_t word = word_at(block, i);
         if (writeflash(progress.offset, &word, 1) < 0) {
-            std::printf("ERR : uploadcode, writeflash fail (%08Xh)\n", progress.offset);
+            print("ERR : uploadcode, writeflash fail (%08Xh)\n", progress.offset);
             progress.result = -1;
             return false;
         }
@@ -280,12 +279,12 @@ bool verify_block(const Block& block, std::size_t size, Progress& progress) {
     for (std::size_t i = 0; i < size; i += 4) {
         std::uint32_t word = 0;
         if (readflash(progress.offset, &word, 1) < 0) {
-            std::printf("ERR : verifycode, readflash fail (%08Xh)\n", progress.offset);
+            print("ERR : verifycode, readflash fail (%08Xh)\n", progress.offset);
             progress.result = -1;
             return false;
         }
         if (word != word_at(block, i)) {
-            std::printf(
+            print(
                 "WRN : verifycode, verify fail (%08Xh) (JMB39X = %08Xh, binfile = "
                 "%02X%02X%02X%02Xh)\n",
                 progress.offset, word, block[i + 3], block[i + 2], block[i + 1], block[i]);
@@ -304,17 +303,17 @@ Progress walk_file(const char* routine, bool (*act)(const Block&, std::size_t, P
         block.fill(0xFF);
         const ssize_t count = read_block(block);
         if (count < 0) {
-            std::printf("ERR : %s, read binfile fail (%08Xh)\n", routine, progress.offset);
+            print("ERR : %s, read binfile fail (%08Xh)\n", routine, progress.offset);
             progress.result = -1;
             return progress;
         }
         if (count == 0) {
-            std::puts("");
+            print_line("");
             return progress;
         }
         progress.bytes_read += static_cast<std::uint32_t>(count);
         if (!act(block, static_cast<std::size_t>(count), progress)) return progress;
-        std::printf(".");
+        print(".");
     }
 }
 
@@ -324,9 +323,9 @@ int uploadcode() {
     result = eraseflash();
     if (result < 0) return say(result, "ERR : uploadcode, eraseflash fail");
     rewind_file();
-    std::printf("INFO: Upload flash #%d\n", g_bridge.flash + 1);
+    print("INFO: Upload flash #%d\n", g_bridge.flash + 1);
     const Progress progress = walk_file("uploadcode", upload_block);
-    std::printf("INFO: Total upload size = %d\n", progress.offset);
+    print("INFO: Total upload size = %d\n", progress.offset);
     const bool complete =
         progress.offset == g_bridge.length && progress.bytes_read == g_bridge.length;
     if (!complete) return say(-1, "ERR : uploadcode, upload not complete");
@@ -336,9 +335,9 @@ int uploadcode() {
 // 1 when the flash equals the whole file, 0 when it differs, -1 on a read error.
 int verifycode() {
     rewind_file();
-    std::printf("INFO: Verify flash #%d\n", g_bridge.flash + 1);
+    print("INFO: Verify flash #%d\n", g_bridge.flash + 1);
     const Progress progress = walk_file("verifycode", verify_block);
-    std::printf("INFO: Total verify size = %d\n", progress.offset);
+    print("INFO: Total verify size = %d\n", progress.offset);
     if (progress.offset == g_bridge.length) return say(1, "INFO: Verify complete");
     return say(progress.result, "WRN : verifycode, verify not complete");
 }
@@ -356,7 +355,7 @@ int check_and_upload() {
         result = verifycode();
         if (result < 0) return say(result, "ERR : main, verifycode fail");
         if (result == 1) {
-            std::printf("INFO: Flash #%d is the same as binary file\n", g_bridge.flash + 1);
+            print("INFO: Flash #%d is the same as binary file\n", g_bridge.flash + 1);
             return result;
         }
     }
@@ -372,12 +371,12 @@ int pmpupdate(platform::Descriptor& disk) {
     g_pmp_updated = 0;
     platform::Descriptor firmware(platform::open(kFirmwarePath, O_RDONLY));
     if (!firmware.is_open()) return say(-1, "ERR : open config binfile fail");
-    if (!disk.is_open()) std::puts("ERR:the sata fd is error");
+    if (!disk.is_open()) print_line("ERR:the sata fd is error");
     g_bridge.firmware = firmware.get();
     g_bridge.disk = disk.get();
     const int result = check_and_upload();
     firmware.close();
     disk.close();
-    std::puts("INFO: Finish");
+    print_line("INFO: Finish");
     return result >= 0 ? 0 : -1;
 }

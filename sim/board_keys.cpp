@@ -22,12 +22,12 @@ bool set_errno(int& error, const std::string& name) {
 
 // The platform calls, as the event log names them.
 const std::set<std::string> kCalls = {
-    "_exit",   "access",        "close",          "closedir",  "exit",  "fork",
-    "ioctl",   "lseek",         "mkdir",          "mmap",      "mount", "open",
-    "opendir", "pread",         "pthread_create", "raise",     "read",  "readdir",
-    "remove",  "rmdir",         "setuid",         "signal",    "sleep", "socket",
-    "statfs",  "system",        "tcgetattr",      "tcsetattr", "time",  "umount",
-    "uname",   "wait_readable", "wait_writable",  "waitpid",   "write"};
+    "_exit",  "access",        "close",          "closedir",  "exit",  "fork",
+    "ioctl",  "lseek",         "mkdir",          "mount",     "open",  "opendir",
+    "pipe",   "pread",         "pthread_create", "raise",     "read",  "readdir",
+    "remove", "rmdir",         "setuid",         "signal",    "sleep", "socket",
+    "statfs", "system",        "tcgetattr",      "tcsetattr", "time",  "umount",
+    "uname",  "wait_readable", "wait_writable",  "waitpid",   "write"};
 
 void describe_fault(Keys& keys, Fault& fault) {
     std::string calls;

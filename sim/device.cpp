@@ -9,8 +9,8 @@ namespace {
 
 // A new device is a row here; the first rows are known by number.
 const Device* const kDevices[] = {
-    &console_device, &directory_device, &socket_device, &control_device, &fifo_device,
-    &file_device,    &serial_device,    &rtc_device,    &usb_device,     &disk_device,
+    &console_device, &directory_device, &socket_device, &pipe_device, &control_device, &fifo_device,
+    &file_device,    &serial_device,    &rtc_device,    &usb_device,  &disk_device,    &null_device,
 };
 
 }  // namespace

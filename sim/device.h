@@ -55,5 +55,6 @@ int find_device(std::string_view path, int* index);  // row, or -1: the board ha
 constexpr int kConsoleRow = 0;
 constexpr int kDirectoryRow = 1;
 constexpr int kSocketRow = 2;
+constexpr int kPipeRow = 3;
 
 }  // namespace sim

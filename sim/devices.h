@@ -16,6 +16,8 @@ extern const Device& directory_device;  // an open directory
 extern const Device& socket_device;     // datagram sockets, and the network ports behind them
 extern const Device& rtc_device;        // /dev/rtc
 extern const Device& usb_device;        // disks, mice and the device tree
+extern const Device& null_device;       // /dev/null
+extern const Device& pipe_device;       // pipes between processes
 
 // Adds what the operator types at the present instant; empty = end of input.
 void type_line(std::string_view text);
@@ -43,5 +45,7 @@ void drive_alarm_outputs(std::uint32_t mask);
 std::uint16_t alarm_inputs();
 
 long remove_file(const char* path);
+
+long open_pipe(int ends[2], int flags);
 
 }  // namespace sim

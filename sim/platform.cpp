@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -173,6 +172,9 @@ ssize_t write(int fd, const void* data, std::size_t size) {
     });
 }
 
+// No event: the events count the bytes printed before them.
+ssize_t write_text(int fd, const void* text, std::size_t size) { return ::write(fd, text, size); }
+
 off_t lseek(int fd, off_t offset, int whence) {
     Call call("lseek", Fd{fd}, offset);
     return on_file(call, [&](OpenFile& file, const Device& device) -> long {
@@ -192,6 +194,11 @@ int open_socket(int domain, int type, int protocol) {
         if (type != SOCK_DGRAM || protocol != 0) return -EPROTONOSUPPORT;
         return new_descriptor(kSocketRow, 0, "socket");
     }));
+}
+
+int open_pipe(int ends[2], int flags) {
+    Call call("pipe", kNoPath, flags);
+    return static_cast<int>(call.run([&] { return sim::open_pipe(ends, flags); }));
 }
 
 int ioctl(int fd, std::uint32_t request, void* block) {
@@ -306,12 +313,6 @@ int create_thread(pthread_t* thread, void* (*body)(void*)) {
     }
     if (result != 0) return static_cast<int>(result);
     return ::pthread_create(thread, nullptr, run_thread, new Thread{actor, body});
-}
-
-void* map_shared(std::size_t size) {
-    Call call("mmap", kNoPath, static_cast<std::int64_t>(size));
-    if (call.run([] { return 0L; }) != 0) return MAP_FAILED;
-    return ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
 }
 
 void exit(int status) { leave("exit", status); }

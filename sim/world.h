@@ -128,6 +128,12 @@ struct ReportFifo {
     bool reader_left;
 };
 
+struct Pipe {
+    bool closed[2];  // its ends: of reading, of writing
+    std::uint32_t size;
+    std::uint8_t bytes[65'536];  // written and not yet read
+};
+
 struct File {
     bool present;
     std::uint32_t reads;
@@ -174,6 +180,8 @@ struct World {
     UsbState usb;
     BridgeState bridges[4];
     File tree[64];
+    std::uint32_t pipes_used;
+    Pipe pipes[4];
 
     std::uint32_t events_used, text_used;
     Event events[400'000];

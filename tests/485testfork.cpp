@@ -1,22 +1,21 @@
 #include "tests/485testfork.h"
 
-#include <sys/mman.h>
+#include <fcntl.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
-#include <new>
+#include <iterator>
 
 #include "device/buzzer.h"
 #include "device/control_device.h"
 #include "driver/report.h"
 #include "driver/results.h"
+#include "platform/print.h"
 #include "tests/serial_line.h"
 
 namespace {
@@ -38,22 +37,34 @@ Pattern make_pattern() {
     return pattern;
 }
 
-// The receiving process may judge later than the sending one returns, so the verdict lies in a
-// page that both share. Without that page a fault would be lost: the verdict is then 1.
-void share_verdict() {
-    static bool shared = false;
-    if (shared) return;
-    void* page = platform::map_shared(sizeof *g_rs485_verdict);
-    if (page == MAP_FAILED) {
-        *g_rs485_verdict = 1;
-        return;
-    }
-    g_rs485_verdict = new (page) std::atomic<std::uint32_t>(g_rs485_verdict->load());
-    shared = true;
+// Each receiver hands its verdict over as a byte, 1 for wrong bytes, through a pipe that all runs
+// share. Where it cannot, a fault is its exit status.
+int g_verdict_pipe[2] = {-1, -1};
+constexpr int kFaultStatus = 1;
+
+bool g_verdict_outstanding = false;  // the sender gave up before the receiver had judged
+
+void open_verdict_pipe() {
+    int ends[2];
+    if (g_verdict_pipe[0] >= 0 || platform::open_pipe(ends, O_NONBLOCK) != 0) return;
+    std::copy(std::begin(ends), std::end(ends), std::begin(g_verdict_pipe));
+}
+
+// Takes what is in the pipe; false when that is nothing. A pipe that cannot be read may hold a
+// fault, and counts as one.
+bool take_verdicts() {
+    if (g_verdict_pipe[0] < 0) return false;
+    std::array<std::uint8_t, 64> verdicts{};
+    const ssize_t count = platform::read(g_verdict_pipe[0], verdicts.data(), verdicts.size());
+    if (count < 0 && errno != EAGAIN) results.rs485 = 1;
+    if (std::count(verdicts.begin(), verdicts.end(), 1) > 0) results.rs485 = 1;
+    return count > 0;
 }
 
 void collect_ended_receivers() {
-    while (platform::waitpid(-1, nullptr, WNOHANG) > 0) {
+    int status = 0;
+    while (platform::waitpid(-1, &status, WNOHANG) > 0) {
+        if (WIFEXITED(status) && WEXITSTATUS(status) == kFaultStatus) results.rs485 = 1;
     }
 }
 
@@ -72,11 +83,11 @@ bool pause_within(timeval& budget) {
 int open_line() {
     const int line = open_serial_line(kDevice);
     if (line < 0) {
-        std::printf("open %s failed\n", kDevice);
+        print("open %s failed\n", kDevice);
         platform::exit(-1);
     }
     if (set_up_serial_line(line) < 0) {
-        std::puts("tcsetattr failed");
+        print_line("tcsetattr failed");
         platform::exit(-1);
     }
     return line;
@@ -96,7 +107,7 @@ bool send_some(int line, const std::uint8_t* data, std::size_t size, timeval& bu
     if (ready == 0) return false;
     if (ready < 0) {
         const bool interrupted = errno == EINTR;
-        std::perror("select()");
+        print_system_error("select()");
         return interrupted || pause_within(budget);
     }
     const ssize_t count = platform::write(line, data, size);
@@ -105,20 +116,22 @@ bool send_some(int line, const std::uint8_t* data, std::size_t size, timeval& bu
     return true;
 }
 
-void send_pattern(int line, const Pattern& pattern) {
+// False when the line did not take the pattern in time.
+bool send_pattern(int line, const Pattern& pattern) {
     timeval budget{5, 0};
     if (platform::signal(SIGINT, SIG_DFL) == SIG_ERR) {
-        std::puts("signal failed");
+        print_line("signal failed");
         platform::exit(-1);
     }
     std::size_t sent = 0;
     while ((sent & kPatternSize) == 0) {
         if (!send_some(line, pattern.data() + sent, pattern.size() - sent, budget, sent)) {
-            std::puts("no more data can write in 5 seconds,exit ");
-            return;
+            print_line("no more data can write in 5 seconds,exit ");
+            return false;
         }
     }
     platform::sleep_ms(6000);
+    return true;
 }
 
 // One wait and one read, judged as one piece. False when the time is used up.
@@ -127,7 +140,7 @@ bool receive_some(int line, const Pattern& pattern, std::size_t& offset, timeval
     if (ready == 0) return false;
     if (ready < 0) {
         const bool interrupted = errno == EINTR;
-        std::perror("read select()");
+        print_system_error("read select()");
         return interrupted || pause_within(budget);
     }
     Pattern received;
@@ -143,7 +156,7 @@ bool receive_some(int line, const Pattern& pattern, std::size_t& offset, timeval
 [[noreturn]] void receive_pattern(int line, const Pattern& pattern) {
     timeval budget{5, 0};
     if (platform::signal(SIGINT, [](int) {}) == SIG_ERR) {
-        std::puts("signal failed");
+        print_line("signal failed");
         platform::exit_at_once(-1);
     }
     std::size_t offset = 0;
@@ -156,9 +169,10 @@ bool receive_some(int line, const Pattern& pattern, std::size_t& offset, timeval
     } else {
         report(kModule, "发送  %d字节成功\n    %d字节失败 \n", g_good_bytes, g_bad_bytes);
     }
-    if (g_bad_bytes != 0) *g_rs485_verdict = 1;
+    const std::uint8_t fault = g_bad_bytes != 0 ? 1 : 0;
+    const bool handed_over = platform::write(g_verdict_pipe[1], &fault, sizeof fault) == 1;
     if (!in_time) buzzer(2);
-    platform::exit_at_once(0);
+    platform::exit_at_once(handed_over || fault == 0 ? 0 : kFaultStatus);
 }
 
 }  // namespace
@@ -169,9 +183,19 @@ int rs485_test() {
     const Pattern pattern = make_pattern();
     switch_line_to_loopback();
     platform::sleep_ms(100);
-    share_verdict();
+    open_verdict_pipe();
     if (platform::fork() == 0) receive_pattern(line, pattern);
-    send_pattern(line, pattern);
+    const bool sent = send_pattern(line, pattern);
+    const bool judged = take_verdicts();
+    g_verdict_outstanding = !sent && !judged;
     collect_ended_receivers();
     return 0;
+}
+
+void rs485_await_verdict() {
+    if (!g_verdict_outstanding) return;
+    timeval remaining{0, 100'000};
+    if (g_verdict_pipe[0] >= 0) platform::wait_readable(g_verdict_pipe[0], &remaining);
+    take_verdicts();
+    collect_ended_receivers();
 }

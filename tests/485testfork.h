@@ -5,3 +5,7 @@
 // exits. Returns 0 in the calling process. Ends the process when the line cannot be opened or set
 // up.
 int rs485_test();
+
+// When the latest test could not send in time, its receiver may judge a little later: waits for
+// its verdict, at most 100 ms.
+void rs485_await_verdict();

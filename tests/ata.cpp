@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "platform/descriptor.h"
+#include "platform/print.h"
 
 namespace {
 
@@ -58,7 +59,7 @@ int ata_identify(const char* path, IdentifyBlock& block) {
     const platform::Descriptor disk(platform::open(path, O_RDWR | O_NONBLOCK));
     if (!disk.is_open()) return -1;
     const int result = identify(disk.get(), block);
-    if (result < 0) std::printf("send IDENTIFY DEVICE command, return %d\n", result);
+    if (result < 0) print("send IDENTIFY DEVICE command, return %d\n", result);
     put_in_reading_order(block, 20, 40);  // serial number
     put_in_reading_order(block, 54, 94);  // model number
     put_in_reading_order(block, 46, 54);  // firmware revision
@@ -81,17 +82,17 @@ int blk_size64(int fd, std::uint64_t* size) {
 
 std::uint64_t disk_size(const char* path) {
     if (path == nullptr) {
-        std::puts("invalid devName");
+        print_line("invalid devName");
         return kNoSize;
     }
     const platform::Descriptor disk(platform::open(path, O_RDONLY));
     if (!disk.is_open()) {
-        std::printf("Can not open %s \n", path);
+        print("Can not open %s \n", path);
         return kNoSize;
     }
     std::uint64_t size = 0;
     if (blk_size64(disk.get(), &size) < 0) {
-        std::printf("Can not get %s size \n", path);
+        print("Can not get %s size \n", path);
         return kNoSize;
     }
     return size;

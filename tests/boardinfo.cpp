@@ -7,6 +7,7 @@
 #include "device/control_device.h"
 #include "device/hardware_info.h"
 #include "driver/report.h"
+#include "platform/print.h"
 
 namespace {
 
@@ -73,7 +74,7 @@ int board_info_test() {
     HardwareInfo info{};
     const platform::Descriptor control = open_control_device();
     if (!control.is_open()) {
-        std::puts("sysInit 1 Fatal");
+        print_line("sysInit 1 Fatal");
         return -1;
     }
     if (read_hardware_info(control.get(), &info) != 0) return -1;

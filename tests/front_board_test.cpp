@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <iterator>
 
@@ -13,6 +12,7 @@
 #include "driver/console_line.h"
 #include "driver/report.h"
 #include "platform/platform.h"
+#include "platform/print.h"
 #include "tests/interrupt.h"
 #include "tests/keyboard_line.h"
 
@@ -105,7 +105,7 @@ constexpr struct {
 
 void press_key(int line, std::int8_t code, std::uint8_t state) {
     if (code < 0 || code >= static_cast<int>(std::size(kKeyNames))) {
-        std::puts("unknow key");
+        print_line("unknow key");
         return;
     }
     const char* name = kKeyNames[code];
@@ -141,16 +141,16 @@ void act_on_frame(int line, std::span<const std::uint8_t> frame) {
         press_key(line, static_cast<std::int8_t>(frame[3]), frame[4]);
         break;
     case kControlPanelMessage:
-        std::puts("control pannel is pressed");
+        print_line("control pannel is pressed");
         break;
     case kMainKeyboardMessage:
-        std::puts("main control keyboard is pressed");
+        print_line("main control keyboard is pressed");
         break;
     case kReplyMessage:
         count_reply();
         break;
     default:
-        std::puts("other messages is received");
+        print_line("other messages is received");
     }
 }
 
@@ -169,7 +169,7 @@ void print_replies_and_die(int signal) {
 // Ends with ESC, or when the line has been silent for 5 seconds.
 void key_loop(int line) {
     if (platform::signal(SIGINT, print_replies_and_die) == SIG_ERR) {
-        std::puts("signal failed");
+        print_line("signal failed");
         platform::exit(-1);
     }
     while (g_panel_exit == 0) {
@@ -178,7 +178,7 @@ void key_loop(int line) {
         std::array<std::uint8_t, 512> bytes;
         const ssize_t count = platform::read(line, bytes.data(), bytes.size());
         if (count <= 0) {
-            std::puts("read failed");
+            print_line("read failed");
             platform::sleep_ms(100);  // a line that hung up is always readable
             continue;
         }
@@ -187,7 +187,7 @@ void key_loop(int line) {
 }
 
 void show_prompt() {
-    std::printf(
+    print(
         "面板输入ENTER点亮1.3.5.7 奇数通道灯再点亮2.4.6.8偶数通道灯\n"
         "面板输入UP点亮所有录象灯+所有功能灯\n"
         "面板输入DOWN关闭所有录象灯+所有功能灯\n"

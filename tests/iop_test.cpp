@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
-#include <cstdio>
 #include <iterator>
 
 #include "device/buzzer.h"
@@ -11,6 +10,7 @@
 #include "device/control_device.h"
 #include "driver/report.h"
 #include "driver/results.h"
+#include "platform/print.h"
 #include "tests/interrupt.h"
 
 namespace {
@@ -119,7 +119,7 @@ int alarm_io_test() {
     platform::signal(SIGINT, print_counts_and_die);
     const platform::Descriptor control = open_control_device();
     if (!control.is_open()) {
-        std::puts("open /dev/iop failed");
+        print_line("open /dev/iop failed");
         return -1;
     }
     platform::ioctl_value(control.get(), ZEBIO_START_ALARM, 0);

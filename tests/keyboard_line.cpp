@@ -1,10 +1,10 @@
 #include "tests/keyboard_line.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "platform/platform.h"
+#include "platform/print.h"
 #include "tests/serial_line.h"
 
 int g_keyboard_line = -1;
@@ -22,15 +22,15 @@ int keyboard_line_start() {
     g_keyboard_line = open_serial_line(kDevice);
     if (g_keyboard_line < 0) {
         const int error = errno;
-        std::printf("open %s failed, errno:%d,%s\n", kDevice, error, std::strerror(error));
+        print("open %s failed, errno:%d,%s\n", kDevice, error, std::strerror(error));
         platform::exit(-1);
     }
     if (set_up_serial_line(g_keyboard_line) < 0) {
-        std::puts("tcsetattr failed");
+        print_line("tcsetattr failed");
         platform::exit(-1);
     }
     if (platform::create_thread(&g_heartbeat, heartbeat_thread) != 0) {
-        std::puts("can not creat HB thread");
+        print_line("can not creat HB thread");
         return -1;
     }
     return 0;

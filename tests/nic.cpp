@@ -5,7 +5,6 @@
 #include <net/if.h>
 #include <sys/socket.h>
 
-#include <cstdio>
 #include <cstring>
 #include <iterator>
 
@@ -13,6 +12,7 @@
 #include "driver/report.h"
 #include "driver/results.h"
 #include "platform/descriptor.h"
+#include "platform/print.h"
 
 namespace {
 
@@ -80,7 +80,7 @@ int nic_test() {
     const std::uint32_t count = ports_to_examine();
     const platform::Descriptor socket(platform::open_socket(AF_INET, SOCK_DGRAM, 0));
     if (!socket.is_open()) {
-        std::puts("creat socket error");
+        print_line("creat socket error");
         return -1;
     }
     for (std::uint32_t i = 0; i < count; ++i) {

@@ -5,13 +5,13 @@
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <ctime>
 
 #include "device/buzzer.h"
 #include "driver/report.h"
 #include "driver/results.h"
 #include "platform/descriptor.h"
+#include "platform/print.h"
 #include "tests/interrupt.h"
 
 namespace {
@@ -65,9 +65,9 @@ std::int64_t to_seconds(std::tm time) {
 bool clocks_agree() {
     const std::tm rtc = read_rtc();
     const std::tm system = system_time();
-    if (console_mode()) std::printf("时钟时间 ");
+    if (console_mode()) print("时钟时间 ");
     report_time(rtc);
-    if (console_mode()) std::printf("系统时间 ");
+    if (console_mode()) print("系统时间 ");
     report_time(system);
     const std::int64_t rtc_s = to_seconds(rtc);
     const std::int64_t system_s = to_seconds(system);

@@ -8,6 +8,7 @@
 #include "device/capability.h"
 #include "driver/report.h"
 #include "driver/results.h"
+#include "platform/print.h"
 #include "tests/ata.h"
 #include "tests/directory_stream.h"
 
@@ -117,12 +118,12 @@ void minisas_report() {
     DiskPath path;
     if (find_sas_disk(path) < 0) {
         const int error = errno;
-        std::fprintf(stderr, "scandir fail, errno = %d(%s)\n", error, std::strerror(error));
+        print_error("scandir fail, errno = %d(%s)\n", error, std::strerror(error));
         results.minisas = 1;
         return;
     }
     if (path[0] == '\0') {
-        std::puts("没有找到miniSAS口 ");
+        print_line("没有找到miniSAS口 ");
         results.minisas = 1;
         return;
     }

@@ -3,9 +3,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <initializer_list>
 
 #include "driver/report.h"
 #include "driver/results.h"
+#include "platform/print.h"
 #include "tests/directory_stream.h"
 
 namespace {
@@ -83,18 +85,18 @@ void examine_disk(const char* name) {
 // A device on a root port of the SuperSpeed hub, bus 4, or of the high-speed one, bus 3.
 void show_rear_ports() {
     if (exists("/sys/bus/usb/devices/4-1:1.0")) {
-        std::puts("后面板上面的USB口插着的U盘是3.0U盘");
+        print_line("后面板上面的USB口插着的U盘是3.0U盘");
     } else if (exists("/sys/bus/usb/devices/3-1:1.0")) {
-        std::puts("后面板上面的USB口插着的U盘是2.0U盘或者鼠标");
+        print_line("后面板上面的USB口插着的U盘是2.0U盘或者鼠标");
     } else {
-        std::puts("后面板上面的USB口没有插U盘");
+        print_line("后面板上面的USB口没有插U盘");
     }
     if (exists("/sys/bus/usb/devices/4-2:1.0")) {
-        std::puts("后面板下面的USB口插着的U盘是3.0U盘");
+        print_line("后面板下面的USB口插着的U盘是3.0U盘");
     } else if (exists("/sys/bus/usb/devices/3-2:1.0")) {
-        std::puts("后面板下面的USB口插着的U盘是2.0U盘或者鼠标");
+        print_line("后面板下面的USB口插着的U盘是2.0U盘或者鼠标");
     } else {
-        std::puts("后面板下面的USB口没有插U盘");
+        print_line("后面板下面的USB口没有插U盘");
     }
 }
 
@@ -122,7 +124,7 @@ int usb_test() {
     results.usb_ports_found = 0;
     DirectoryStream directory("/dev");
     if (!directory.is_open()) {
-        std::perror("/dev");
+        print_system_error("/dev");
         results.usb_ports_found = 1;
         return -1;
     }
