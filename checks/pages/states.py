@@ -142,10 +142,10 @@ def failed():
     state.update(now="2026-11-23T08:52:30.000+08:00", attempt=attempt("45270-2648-0413", 1, 88))
     item = alarm_wrong(state, 2, "0x2202", "0x2222")
     verdict(state, "fail", [item], [
-        {"defect": "alarm.dead = [6]", "name": {"zh": "输入 6 断路", "en": "Input 6 open"}, "exact": True, "explains": [4, 4],
+        {"defect": "alarm.dead = [6]", "title": {"zh": "输入 6 断路", "en": "Input 6 open"}, "exact": True, "matched": 4, "of": 4,
          "check": {"zh": "先换夹具 6 号线；再查端子 6 的焊点和后面的光耦", "en": "Try a new fixture wire 6; then check terminal 6, its optocoupler"}},
-        {"defect": "alarm.wiring = [[1, 5, 9, 13], [], [3, 7, 11, 15], [4, 8, 12, 16]]", "name": {"zh": "输出 2 不动作", "en": "Output 2 dead"}, "exact": False, "explains": [3, 4], "would_give": "0x0000", "check": {"zh": "", "en": ""}},
-        {"defect": "alarm.dead = [2]", "name": {"zh": "输入 2 断路", "en": "Input 2 open"}, "exact": False, "explains": [3, 4], "would_give": "0x2220", "check": {"zh": "", "en": ""}}])
+        {"defect": "alarm.wiring = [[1, 5, 9, 13], [], [3, 7, 11, 15], [4, 8, 12, 16]]", "title": {"zh": "输出 2 不动作", "en": "Output 2 dead"}, "exact": False, "matched": 3, "of": 4, "would_show": [{"fact": "alarm.output.2.inputs", "value": "0x0000"}], "check": {"zh": "", "en": ""}},
+        {"defect": "alarm.dead = [2]", "title": {"zh": "输入 2 断路", "en": "Input 2 open"}, "exact": False, "matched": 3, "of": 4, "would_show": [{"fact": "alarm.output.2.inputs", "value": "0x2220"}], "check": {"zh": "", "en": ""}}])
     return state
 
 
@@ -159,7 +159,7 @@ def not_proven():
         {"name": "alarm", "verdict": "not-proven", "reasons": [reason("missing-step", "not-proven")]},
         {"name": "rs485", "verdict": "not-proven", "reasons": [reason("missing-step", "not-proven")]},
         {"name": "info", "verdict": "not-proven", "reasons": [reason("missing-fact", "not-proven", "info.alarm_io")]}],
-        [{"defect": "control = {boot_device_type = 0x4487, high_lines = [25]}", "name": {"zh": "启动参数说“无报警、无 485”", "en": "Boot parameters: no alarm, no RS-485"}, "exact": True, "explains": [9, 9], "check": {"zh": "", "en": ""}}])
+        [{"defect": "control = {boot_device_type = 0x4487, high_lines = [25]}", "title": {"zh": "启动参数说“无报警、无 485”", "en": "Boot parameters: no alarm, no RS-485"}, "exact": True, "matched": 9, "of": 9, "check": {"zh": "", "en": ""}}])
     state["verdict"]["stored"].update(database="spooled", unsent=3)
     return state
 
@@ -170,9 +170,9 @@ def failed_twice():
     item = alarm_wrong(state, 3, "0x4400", "0x4444")
     check = {"zh": "先换夹具 3、7 号线；再查后面的光耦", "en": "Try new fixture wires 3, 7; then check the optocouplers"}
     verdict(state, "fail", [item], [
-        {"defect": "alarm.dead = [3, 7]", "name": {"zh": "输入 3、7 断路", "en": "Inputs 3 and 7 open"}, "exact": True, "defects": 2, "explains": [4, 4], "check": check},
-        {"defect": "alarm.dead = [3]", "name": {"zh": "输入 3 断路", "en": "Input 3 open"}, "exact": False, "explains": [3, 4], "would_give": "0x4440", "check": check},
-        {"defect": "alarm.dead = [7]", "name": {"zh": "输入 7 断路", "en": "Input 7 open"}, "exact": False, "explains": [3, 4], "would_give": "0x4404", "check": check}], same=3)
+        {"defect": "alarm.dead = [3, 7]", "title": {"zh": "输入 3、7 断路", "en": "Inputs 3 and 7 open"}, "exact": True, "defects": [{}, {}], "matched": 4, "of": 4, "check": check},
+        {"defect": "alarm.dead = [3]", "title": {"zh": "输入 3 断路", "en": "Input 3 open"}, "exact": False, "matched": 3, "of": 4, "would_show": [{"fact": "alarm.output.3.inputs", "value": "0x4440"}], "check": check},
+        {"defect": "alarm.dead = [7]", "title": {"zh": "输入 7 断路", "en": "Input 7 open"}, "exact": False, "matched": 3, "of": 4, "would_show": [{"fact": "alarm.output.3.inputs", "value": "0x4404"}], "check": check}], same=3)
     return state
 
 

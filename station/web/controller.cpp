@@ -20,7 +20,6 @@ using std::chrono::duration_cast;
 using std::chrono::seconds;
 
 constexpr seconds kRefusalShown{5}, kProbeEvery{5};
-constexpr int kSameForSupervisor = 3;
 constexpr std::size_t kProbeBytes = 4096;
 
 struct Leaving {};  // thrown out of a run that the server leaves
@@ -58,6 +57,28 @@ fs::path latest_journal(const fs::path& folder, const std::string& station) {
         if (name.starts_with(station + "-")) latest = path;
     }
     return latest;
+}
+
+// What the index keeps beside the verdict: the clock's largest difference, addresses, versions.
+void add_for_index(json& object, const Journal& journal, const Evidence& evidence) {
+    object["drift"] = json::array();
+    std::optional<std::int64_t> largest_s;
+    for (const Fact& fact : evidence.facts) {
+        const auto* value = std::get_if<std::int64_t>(&fact.value);
+        if (value == nullptr || !fact.name.starts_with("rtc.") || fact.unit != "s") continue;
+        largest_s = std::max(largest_s.value_or(0), std::abs(*value));
+    }
+    if (largest_s)
+        object["drift"].push_back(
+            {{"fact", "rtc.difference"}, {"value", *largest_s}, {"unit", "s"}});
+    if (!journal.identity.shift.empty()) object["shift"] = journal.identity.shift;
+    for (const BoardEvent& event : journal.events) {
+        if (event.kind != BoardEvent::Kind::start) continue;
+        object["agent"] = event.fields.value("agent", "");
+        const json program = event.fields.value("program", json::object());
+        object["q7"] = program.value("sha256", "");
+        break;
+    }
 }
 
 template <typename Function, typename... Arguments>
@@ -426,7 +447,8 @@ void Controller::finish(const Judgement& judgement) {
     const Evidence evidence = take_evidence(journal);
     json object = to_json(judgement);
     object["causes"] = ask(records_.causes, json::array(), judgement, evidence);
-    if (!object["causes"].empty()) write_file(judgement_path(path), object.dump() + "\n");
+    add_for_index(object, journal, evidence);
+    write_file(judgement_path(path), object.dump() + "\n");
     Records::Stored stored{true, 0};
     if (records_.store) stored = records_.store(object);
     const std::lock_guard lock(mutex_);

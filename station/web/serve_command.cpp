@@ -14,6 +14,7 @@
 #include "station/web/controller.h"
 #include "station/web/http.h"
 #include "station/web/record.h"
+#include "station/web/records.h"
 #include "station/web/server.h"
 
 namespace station {
@@ -25,7 +26,7 @@ using namespace std::chrono_literals;
 
 struct ServeOptions {
     string listen = "127.0.0.1:8077", station, plans, journals = "journals", people, token_file,
-           operator_id;
+           operator_id, index;
     bool needs_proof = false;
     std::vector<string> words;
 };
@@ -79,22 +80,8 @@ web::ControllerSetup make_setup(const ServeOptions& options) {
     return setup;
 }
 
-// Without an index: from the judgements of the folder.
-web::Records records_of_folder(const std::filesystem::path& journals) {
-    web::Records records;
-    const auto count = [journals](const string& serial) {
-        int attempts = 0;
-        for (const json& judgement : web::judgements_of(journals, serial))
-            attempts += judgement.value("serial", "") == serial ? 1 : 0;
-        return attempts;
-    };
-    records.next_attempt = [count](const string& serial, const string&) {
-        return count(serial) + 1;
-    };
-    return records;
-}
-
-web::Backend make_backend(web::Controller& controller, const std::filesystem::path& journals) {
+web::Backend make_backend(web::Controller& controller, web::Archive& archive,
+                          const std::filesystem::path& journals) {
     web::Backend backend;
     backend.state = [&] { return controller.state(); };
     backend.scan = [&](const string& text) { controller.scan(text); };
@@ -107,11 +94,9 @@ web::Backend make_backend(web::Controller& controller, const std::filesystem::pa
     backend.journal = [journals](const string& id) {
         return read_file(web::journal_of(journals, id).string());
     };
-    backend.board = [journals](const string& serial) {
-        json board = web::board_json(journals, serial, web::judgements_of(journals, serial));
-        board["index"] = {{"to", now_iso()}, {"unsent", 0}};
-        return board;
-    };
+    backend.board = [&](const string& serial) { return archive.board(serial); };
+    backend.yield = [&](const web::Query& query) { return archive.yield(query); };
+    backend.list = [&](const web::Query& query) { return archive.list(query); };
     return backend;
 }
 
@@ -143,9 +128,11 @@ int serve(const ServeOptions& options) {
     if (!web::is_loopback(listen.address) && !tokens.needed())
         throw std::runtime_error("other computers are served only with --token-file");
     std::atomic<bool> changed = false;
-    web::Controller controller(make_setup(options), records_of_folder(options.journals),
-                               [&] { changed = true; });
-    const web::Server routes(make_backend(controller, options.journals), tokens);
+    web::Archive archive(options.journals, options.index.empty()
+                                               ? options.journals + "/index.sqlite"
+                                               : options.index);
+    web::Controller controller(make_setup(options), archive.records(), [&] { changed = true; });
+    const web::Server routes(make_backend(controller, archive, options.journals), tokens);
     web::HttpServer http(listen.address, listen.port, {},
                          [&](const web::Request& request) { return routes.handle(request); });
     watch_signals(http);
@@ -166,6 +153,8 @@ void add_serve(CLI::App& app, int& status) {
     command->add_option("--station", options->station, "Name of the station, 3L02")->required();
     command->add_option("--plans", options->plans, "Folder of plans")->required();
     command->add_option("--journals", options->journals, "Folder of journals");
+    command->add_option("--index", options->index,
+                        "postgresql://..., or a file of SQLite; by default beside the journals");
     command->add_option("--people", options->people, "File of operators and supervisors");
     command->add_option("--operator", options->operator_id, "Who works there, without --people");
     command->add_option("--token-file", options->token_file, "Tokens to look and to operate");

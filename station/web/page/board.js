@@ -81,10 +81,12 @@ function changes(t) {
         el(newest && !change.ignored ? 'b' : 'span', {}, value ? t.value(value.value) + (value.unit && value.unit !== 'bits' ? ` ${value.unit}` : '') : t.noReport())));
   };
   const name = (change) => (change.ignored ? t.ignored(t.fact(change.fact)) : t.fact(change.fact));
+  const shown = board.changes.length > 6 ? board.changes.slice(0, 5) : board.changes;
   return el('section', { class: 'white changes' }, el('table', {},
     el('thead', {}, el('tr', {}, el('th', {}, t.changed()), columns.map((attempt) => el('th', { class: 'column' }, t.attempt(attempt.number, attempt.provisional))))),
-    el('tbody', {}, board.changes.slice(0, 6).map((change) => el('tr', { class: change.ignored ? 'ignored' : '' },
-      el('td', {}, name(change), el('span', { class: 'mono fact' }, change.fact)), columns.map((attempt, i) => cell(change, attempt, i)))))));
+    el('tbody', {}, shown.map((change) => el('tr', { class: change.ignored ? 'ignored' : '' },
+      el('td', {}, name(change), el('span', { class: 'mono fact' }, change.fact)), columns.map((attempt, i) => cell(change, attempt, i)))),
+      shown.length < board.changes.length ? el('tr', {}, el('td', { class: 'lesser', colspan: 4 }, t.moreChanges(board.changes.length - shown.length))) : '')));
 }
 
 function go(step) {
@@ -105,7 +107,7 @@ function record(t) {
         el('a', { class: 'link', tabindex: -1, href: `/api/journal?id=${encodeURIComponent(chosen.id)}` }, t.links.raw))),
     el('div', { class: 'transcript' }, transcriptRows(chosen, t, { unfold })),
     chosen.verdict === 'pass' ? '' : el('div', { class: 'cause' }, cause
-      ? [el('b', {}, t.likelyCause()), el('span', {}, cause.name?.[t.language] ?? cause.defect), cause.exact ? el('span', { class: 'badge full' }, t.exact(cause.defects ?? 1)) : '', el('span', { class: 'lesser' }, cause.note?.[t.language] ?? cause.check?.[t.language] ?? '')]
+      ? [el('b', {}, t.likelyCause()), el('span', {}, cause.title?.[t.language] ?? cause.defect), cause.exact ? el('span', { class: 'badge full' }, t.exact(cause.defects?.length || 1)) : '', el('span', { class: 'lesser' }, cause.note?.[t.language] ?? cause.check?.[t.language] ?? '')]
       : el('span', { class: 'lesser' }, t.noCause())));
 }
 

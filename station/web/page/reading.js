@@ -72,10 +72,5 @@ export function differences(value, wanted) {
   return runs;
 }
 
-// How many of the changed facts a cause explains: [explained, all].
-export function fitOf(cause, verdict) {
-  if (Array.isArray(cause.explains) && cause.explains.length === 2 && cause.explains.every(Number.isInteger)) return cause.explains;
-  const changed = verdict.items.flatMap((item) => item.reasons).filter((reason) => reason.fact).length;
-  const explained = Array.isArray(cause.explains) ? cause.explains.length : Number(cause.explains ?? 0);
-  return [explained, Math.max(changed, explained)];
-}
+// How many of the facts in question a cause explains: [explained, all].
+export const fitOf = (cause) => [cause.matched ?? 0, cause.of ?? 0];

@@ -227,20 +227,27 @@ function measuredRow(t, finding) {
 
 const words = (both, t) => (both && typeof both === 'object' ? both[t.language] : both) ?? '';
 
+// What the cause would measure in place of the first failing fact.
+function gives(cause, verdict, t) {
+  const fact = findingOf(verdict).reason?.fact;
+  const shown = (cause.would_show ?? []).find((one) => one.fact === fact);
+  return shown && shown.value !== 'absent' ? t.wouldGive(plain(t.value(shown.value))) : '';
+}
+
 function causeRows(t, verdict) {
   const [first, ...others] = verdict.causes;
   const badge = (cause) => {
-    if (cause.exact) return el('span', { class: 'badge full' }, t.exact(cause.defects ?? 1));
-    const [some, all] = fitOf(cause, verdict);
+    if (cause.exact) return el('span', { class: 'badge full' }, t.exact(cause.defects?.length || 1));
+    const [some, all] = fitOf(cause);
     return el('span', { class: 'badge' }, t.fits(some, all));
   };
   const rows = [el('div', { class: 'at', css: { left: '20px', right: '20px', top: '75px', height: '80px', borderBottom: '2px solid var(--line)' } },
     at(3, 10, 48, '1', { css: { fontWeight: 700 } }),
-    el('div', { class: 'at', css: { left: '46px', top: '0px', display: 'flex', alignItems: 'center', gap: '16px', fontSize: '37px', lineHeight: '50px', fontWeight: 700 } }, words(first.name, t), badge(first)),
+    el('div', { class: 'at', css: { left: '46px', top: '0px', display: 'flex', alignItems: 'center', gap: '16px', fontSize: '37px', lineHeight: '50px', fontWeight: 700 } }, words(first.title, t), badge(first)),
     at(46, 46, 24, words(first.check, t), { css: { lineHeight: '32px' } }))];
   others.slice(0, 2).forEach((cause, i) => rows.push(el('div', { class: 'at', css: { left: '20px', right: '20px', top: `${157 + 43 * i}px`, height: '43px', display: 'flex', alignItems: 'center', fontSize: '25px', borderBottom: i === 0 && others.length > 1 ? '2px solid var(--line)' : '' } },
-    el('b', { css: { width: '46px', paddingLeft: '8px' } }, String(i + 2)), el('b', { css: { marginRight: '14px' } }, words(cause.name, t)), badge(cause),
-    el('span', { css: { marginLeft: '15px', fontSize: '23px' } }, cause.would_give === undefined || cause.would_give === null ? '' : t.wouldGive(plain(cause.would_give))))));
+    el('b', { css: { width: '46px', paddingLeft: '8px' } }, String(i + 2)), el('b', { css: { marginRight: '14px' } }, words(cause.title, t)), badge(cause),
+    el('span', { css: { marginLeft: '15px', fontSize: '23px' } }, gives(cause, verdict, t)))));
   return rows;
 }
 
@@ -291,7 +298,7 @@ function notProven(state, t) {
       [[181, fitting(t.finding(finding), 460, 52), t.finding(finding), 700], [243, en ? 24 : 30, t.storedLine(verdict.number, shortId(verdict.id))]]),
     card(528, 704, reasonRows(t, items, 0, 3),
       cause && items.length <= 3 ? el('div', { class: 'at', css: { left: '20px', top: '160px', display: 'flex', alignItems: 'center', gap: '12px', fontSize: '25px', height: '42px' } },
-        el('b', {}, t.causeOne()), el('span', {}, words(cause.name, t)), el('span', { css: { marginLeft: '10px' }, class: `badge ${cause.exact ? 'full' : ''}` }, cause.exact ? t.exact(cause.defects ?? 1) : t.fits(...fitOf(cause, verdict)))) : '',
+        el('b', {}, t.causeOne()), el('span', {}, words(cause.title, t)), el('span', { css: { marginLeft: '10px' }, class: `badge ${cause.exact ? 'full' : ''}` }, cause.exact ? t.exact(cause.defects?.length || 1) : t.fits(...fitOf(cause)))) : '',
       missing ? at(20, 204, 24, t.q7SaysGood(missing), { class: 'lesser' }) : '',
       nextStep(verdict.same >= 3 ? t.stopSupervisor() : t.nextNotProven(finding))),
   ];
