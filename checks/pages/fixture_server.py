@@ -42,10 +42,14 @@ class Handler(http.server.SimpleHTTPRequestHandler):
             self.send_header("Content-Type", "text/event-stream")
             self.end_headers()
             try:
+                shown, sent = None, 0
                 while True:
-                    self.wfile.write(b"event: state\ndata: " + json.dumps(states.state(current["name"])).encode() + b"\n\n")
-                    self.wfile.flush()
-                    time.sleep(1)
+                    name = current["name"]
+                    if name != shown or time.monotonic() > sent + 1:
+                        self.wfile.write(b"event: state\ndata: " + json.dumps(states.state(name)).encode() + b"\n\n")
+                        self.wfile.flush()
+                        shown, sent = name, time.monotonic()
+                    time.sleep(0.02)
             except OSError:
                 pass
         elif path in ("/api/board", "/api/attempt", "/api/yield", "/api/list"):
@@ -64,6 +68,7 @@ class Handler(http.server.SimpleHTTPRequestHandler):
 
 
 def serve(port=0):
+    http.server.ThreadingHTTPServer.request_queue_size = 64
     server = http.server.ThreadingHTTPServer(("127.0.0.1", port), Handler)
     server.daemon_threads = True
     threading.Thread(target=server.serve_forever, daemon=True).start()

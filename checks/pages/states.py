@@ -143,7 +143,7 @@ def failed():
     item = alarm_wrong(state, 2, "0x2202", "0x2222")
     verdict(state, "fail", [item], [
         {"defect": "alarm.dead = [6]", "title": {"zh": "输入 6 断路", "en": "Input 6 open"}, "exact": True, "matched": 4, "of": 4,
-         "check": {"zh": "先换夹具 6 号线；再查端子 6 的焊点和后面的光耦", "en": "Try a new fixture wire 6; then check terminal 6, its optocoupler"}},
+         "check": {"zh": "先换夹具 6 号线；再查端子 6 的焊点和后面的光耦", "en": "Try a new wire 6; then check terminal 6, its optocoupler"}},
         {"defect": "alarm.wiring = [[1, 5, 9, 13], [], [3, 7, 11, 15], [4, 8, 12, 16]]", "title": {"zh": "输出 2 不动作", "en": "Output 2 dead"}, "exact": False, "matched": 3, "of": 4, "would_show": [{"fact": "alarm.output.2.inputs", "value": "0x0000"}], "check": {"zh": "", "en": ""}},
         {"defect": "alarm.dead = [2]", "title": {"zh": "输入 2 断路", "en": "Input 2 open"}, "exact": False, "matched": 3, "of": 4, "would_show": [{"fact": "alarm.output.2.inputs", "value": "0x2220"}], "check": {"zh": "", "en": ""}}])
     return state
@@ -223,8 +223,16 @@ def last_of(word):
     return state
 
 
+def long_check():
+    state = failed()
+    state["verdict"]["causes"][0]["check"] = {
+        "zh": "听继电器 2：不吸合，查驱动管和线圈；吸合，查端子 2 和夹具线",
+        "en": "Listen to relay 2: if silent, check its driver and coil; if it clicks, terminal 2 and the fixture wire"}
+    return state
+
+
 ALL = {"1-waiting": waiting, "2-running": running, "3-question": question, "4-pass": passed, "5-fail": failed,
-       "6-not-proven": not_proven, "9-fail-en": failed_twice, "10-phone": running, "incomplete": incomplete,
+       "6-not-proven": not_proven, "9-fail-en": failed_twice, "10-phone": running, "long-check": long_check, "incomplete": incomplete,
        "sign-in": signing_in, "locked": locked, "keys": keys, "question-keys": question_keys,
        "last-fail": lambda: last_of("fail"), "last-not-proven": lambda: last_of("not-proven"), "last-incomplete": lambda: last_of("incomplete")}
 

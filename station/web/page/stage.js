@@ -241,11 +241,14 @@ function causeRows(t, verdict) {
     const [some, all] = fitOf(cause);
     return el('span', { class: 'badge' }, t.fits(some, all));
   };
-  const rows = [el('div', { class: 'at', css: { left: '20px', right: '20px', top: '75px', height: '80px', borderBottom: '2px solid var(--line)' } },
-    at(3, 10, 48, '1', { css: { fontWeight: 700 } }),
+  // What to check has a second line where it needs one; the other causes then move closer together.
+  const check = words(first.check, t), long = widthOf(check) * 24 > 616;
+  const [top, room] = long ? [177, 34] : [157, 43];
+  const rows = [el('div', { class: 'at', css: { left: '20px', right: '20px', top: '75px', height: `${top - 77}px`, borderBottom: '2px solid var(--line)' } },
+    at(3, long ? 18 : 10, 48, '1', { css: { fontWeight: 700 } }),
     el('div', { class: 'at', css: { left: '46px', top: '0px', display: 'flex', alignItems: 'center', gap: '16px', fontSize: '37px', lineHeight: '50px', fontWeight: 700 } }, words(first.title, t), badge(first)),
-    at(46, 46, 24, words(first.check, t), { css: { lineHeight: '32px' } }))];
-  others.slice(0, 2).forEach((cause, i) => rows.push(el('div', { class: 'at', css: { left: '20px', right: '20px', top: `${157 + 43 * i}px`, height: '43px', display: 'flex', alignItems: 'center', fontSize: '25px', borderBottom: i === 0 && others.length > 1 ? '2px solid var(--line)' : '' } },
+    at(46, long ? 45 : 46, long ? 22 : 24, check, { css: { lineHeight: long ? '26px' : '32px', width: '618px', whiteSpace: 'normal' } }))];
+  others.slice(0, 2).forEach((cause, i) => rows.push(el('div', { class: 'at', css: { left: '20px', right: '20px', top: `${top + room * i}px`, height: `${room}px`, display: 'flex', alignItems: 'center', fontSize: '25px', borderBottom: i === 0 && others.length > 1 ? '2px solid var(--line)' : '' } },
     el('b', { css: { width: '46px', paddingLeft: '8px' } }, String(i + 2)), el('b', { css: { marginRight: '14px' } }, words(cause.title, t)), badge(cause),
     el('span', { css: { marginLeft: '15px', fontSize: '23px' } }, gives(cause, verdict, t)))));
   return rows;
@@ -276,6 +279,9 @@ function fail(state, t) {
       nextStep(third ? t.stopSupervisor() : t.next(finding))),
   ];
 }
+
+// The width of a text in units of its size of type, about.
+const widthOf = (content) => [...content].reduce((sum, c) => sum + (c.charCodeAt(0) > 0x2e80 ? 1 : 0.5), 0);
 
 // The largest size of type, at most `size`, at which a text is no wider than `width`; a translation
 // that is too long for its place has to be shortened, and this must not be needed then.
