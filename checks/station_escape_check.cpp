@@ -23,7 +23,8 @@ const std::map<std::string, std::string> kHarmless = {
     {"disks.sda.size = false", "the first request makes the second needless"},
     {"disks.sda.identify_data = \"FF FF FF FF\"", "bytes of the fixture's disk that nobody reads"},
     {"files.\"/dav2/devCfg.bin\".present = false", "what would be removed is not there"},
-    {"bridges.1.flash = \"\"", "the attempt itself writes the firmware, and compares it afterwards"},
+    {"bridges.1.flash = \"\"",
+     "the attempt itself writes the firmware, and compares it afterwards"},
 };
 
 Judgement judge_attempt(const JournalText& attempt) {
@@ -209,9 +210,10 @@ void judge_swept_run(const Outcome& got, const Outcome& healthy, const std::stri
     static std::map<std::string, Sequence> sequences;
     const auto& sequence = sequences.try_emplace(words, healthy, words).first->second;
     const Played played = played_of(got, words);
-    const station::Journal journal =
-        parsed_journal_of({sequence.plan, "45270-2648-0413", {{"only", played}},
-                           Person{&sequence.healthy}.answers(played)});
+    const station::Journal journal = parsed_journal_of({sequence.plan,
+                                                        "45270-2648-0413",
+                                                        {{"only", played}},
+                                                        Person{&sequence.healthy}.answers(played)});
     const station::Evidence evidence = station::take_evidence(journal);
     static std::map<std::string, station::Plan> plans;
     const auto& plan =
