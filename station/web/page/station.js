@@ -30,7 +30,7 @@ function statusBar(t) {
   const proof = state.proof ? item(t.proof(), `${state.proof.number} • ${minute(state.proof.time)}`, sign('pass', 21, 'white', 'ink')) : item(t.proof(), t.noProof(), sign('waits', 22));
   return [
     el('b', {}, t.station(state.station)), item(t.operator(), state.operator ?? t.nobody()), proof,
-    state.database ? item(t.unsent(), String(state.unsent)) : el('span', { class: 'unsent' }, t.databaseAway(state.unsent)),
+    state.database && !state.unsent ? item(t.unsent(), '0') : el('span', { class: 'unsent' }, state.database ? `${t.unsent()} ${state.unsent}` : t.databaseAway(state.unsent)),
     item(t.board[state.board], '', state.board === 'connected' ? sign('link', 28, 'white') : sign('no-link', 28, 'line')),
     el('span', { class: 'space' }), el('span', {}, `${state.now.slice(5, 10)} ${clock(state.now)}`), languageSwitch(),
   ];
