@@ -11,7 +11,6 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <mutex>
 #include <set>
 #include <system_error>
@@ -220,7 +219,7 @@ struct HttpServer::Server {
             stream.sent = 0;
         }
         const std::size_t count = std::min(room, stream.event->size() - stream.sent);
-        std::memcpy(to, stream.event->data() + stream.sent, count);
+        std::copy_n(stream.event->data() + stream.sent, count, to);
         stream.sent += count;
         return static_cast<ssize_t>(count);
     }
