@@ -68,7 +68,10 @@ std::string attempt_line(const JournalText& attempt) {
 }  // namespace
 
 Played play(const Board& board, const std::string& words) {
-    const Outcome got = run(board, words);
+    return played_of(run(board, words), words);
+}
+
+Played played_of(const Outcome& got, const std::string& words) {
     Played played;
     played.words = words;
     played.status = got.status;
@@ -92,8 +95,7 @@ Played play(const Board& board, const std::string& words) {
         }
         if (device == "line" && text.starts_with("4=") && buzzer_step) played.beeps.push_back(at_s);
         if (device == "ioctl" && event.request == 0x81) key_step = buzzer_step = false;
-        if (device != "write" || event.result <= 0
-            || got.world->path_of(event) != "/var/q7.fifo") {
+        if (device != "write" || event.result <= 0 || got.world->path_of(event) != "/var/q7.fifo") {
             continue;
         }
         print_up_to(event.printed, at_s);
@@ -125,13 +127,13 @@ std::map<std::string, std::string> Person::answers(const Played& played) const {
 std::vector<std::string> events_of(const Played& played) {
     std::vector<std::string> events;
     const auto add = [&](const std::string& kind, double at_s, const std::string& rest) {
-        events.push_back(with_crc("{\"n\":" + std::to_string(events.size() + 1) + ",\"t\":"
-                                  + std::to_string(static_cast<long long>(at_s * 1e6))
+        events.push_back(with_crc("{\"n\":" + std::to_string(events.size() + 1)
+                                  + ",\"t\":" + std::to_string(static_cast<long long>(at_s * 1e6))
                                   + ",\"event\":\"" + kind + "\"" + rest));
     };
     const std::string words = json_list("q7 " + played.words);
-    add("start", 0, ",\"run\":\"R\",\"command\":" + words
-                        + ",\"addresses\":{\"eth0\":\"00:11:22:33:44:55\"}");
+    add("start", 0,
+        ",\"run\":\"R\",\"command\":" + words + ",\"addresses\":{\"eth0\":\"00:11:22:33:44:55\"}");
     double last_s = 0;
     for (const BoardLine& line : played.lines) {
         last_s = line.at_s;
@@ -141,8 +143,9 @@ std::vector<std::string> events_of(const Played& played) {
                 type + ",\"text\":\"" + json_text(line.bytes.substr(at, 500)) + "\"");
         }
     }
-    add("end", last_s, played.signal != 0 ? ",\"signal\":" + std::to_string(played.signal)
-                                          : ",\"status\":" + std::to_string(played.status));
+    add("end", last_s,
+        played.signal != 0 ? ",\"signal\":" + std::to_string(played.signal)
+                           : ",\"status\":" + std::to_string(played.status));
     return events;
 }
 

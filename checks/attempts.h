@@ -29,7 +29,11 @@ struct Played {
 };
 
 // In the order in which they came: records among the printed text, standard error at the end.
+Played played_of(const Outcome& got, const std::string& words);
 Played play(const Board& board, const std::string& words);
+
+// Of the fault sweeps: such a run may pass only if every fact of it equals the healthy one's.
+void judge_swept_run(const Outcome& got, const Outcome& healthy, const std::string& words);
 
 struct Person {
     const Played* healthy;  // the same command on a healthy board

@@ -51,8 +51,7 @@ std::string last_line(std::string text) {
 
 }  // namespace
 
-Attempt::Attempt(AttemptSetup setup)
-    : setup_(std::move(setup)), writer_(create_journal(setup_)) {
+Attempt::Attempt(AttemptSetup setup) : setup_(std::move(setup)), writer_(create_journal(setup_)) {
     load();
 }
 
@@ -161,8 +160,9 @@ void Attempt::tell() {
 std::string Attempt::run_name(int number) const { return id_ + "-" + std::to_string(number); }
 
 bool Attempt::has_ended(int number) const {
-    return std::any_of(evidence_.commands.begin(), evidence_.commands.end(),
-                       [&](const CommandSeen& each) { return each.number == number && each.ended; });
+    return std::any_of(
+        evidence_.commands.begin(), evidence_.commands.end(),
+        [&](const CommandSeen& each) { return each.number == number && each.ended; });
 }
 
 void Attempt::begin_command(int number) {
@@ -215,8 +215,8 @@ void Attempt::finish_command(int number) {
     writer_.sync();
     std::string output;
     try {
-        const int status = run_to_end(setup_.board.about("release", run_name(number)),
-                                      kReleaseTimeout_ms, output);
+        const int status =
+            run_to_end(setup_.board.about("release", run_name(number)), kReleaseTimeout_ms, output);
         if (status != 0) watcher_->note("the board keeps the spool of " + run_name(number));
     } catch (const std::system_error& error) {
         watcher_->note(error.what());
@@ -421,16 +421,15 @@ Attempt::Asked* Attempt::open_question(const std::string& question) {
 
 void Attempt::ask_due_questions() {
     for (const Question& question : setup_.plan.questions) {
-        const bool due = std::any_of(
-            evidence_.steps.begin(), evidence_.steps.end(), [&](const StepSeen& step) {
+        const bool due =
+            std::any_of(evidence_.steps.begin(), evidence_.steps.end(), [&](const StepSeen& step) {
                 return step.command == question.command && step.finished
                        && step.name.substr(step.name.rfind('.') + 1) == question.step;
             });
         const std::unique_lock lock(mutex_);
-        const bool asked =
-            std::any_of(asked_.begin(), asked_.end(), [&](const Asked& each) {
-                return each.question == question.name;
-            });
+        const bool asked = std::any_of(asked_.begin(), asked_.end(), [&](const Asked& each) {
+            return each.question == question.name;
+        });
         const auto& answers = reader_.journal().answers;
         const bool answered = std::any_of(answers.begin(), answers.end(), [&](const Answer& each) {
             return each.question == question.name;
@@ -544,8 +543,8 @@ std::vector<std::string> serials_in_folder(const fs::path& folder, const std::st
         const Journal journal = parse_journal(head);
         const std::string& other = journal.identity.serial;
         if (other.empty() || other == serial) continue;
-        const bool names_it = std::any_of(
-            journal.events.begin(), journal.events.end(), [&](const BoardEvent& event) {
+        const bool names_it =
+            std::any_of(journal.events.begin(), journal.events.end(), [&](const BoardEvent& event) {
                 const auto found = event.fields.find("addresses");
                 return event.kind == BoardEvent::Kind::start && found != event.fields.end()
                        && std::any_of(found->begin(), found->end(),

@@ -62,7 +62,8 @@ class Attempt {
     explicit Attempt(AttemptSetup setup);
 
     // Goes on with the attempt of a station that was killed. The plan is the journal's.
-    static std::unique_ptr<Attempt> resume(const std::filesystem::path& journal, AttemptSetup setup);
+    static std::unique_ptr<Attempt> resume(const std::filesystem::path& journal,
+                                           AttemptSetup setup);
 
     ~Attempt();
     Attempt(const Attempt&) = delete;

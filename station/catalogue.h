@@ -13,8 +13,8 @@ struct KnownFact {
     std::string_view name;  // "*" stands for a number, a port or a disk
     std::string_view unit;  // empty = none
     Type type = Type::text;
-    std::int64_t low = 0, high = 0;              // of a number
-    std::vector<std::string_view> words;         // of a text; empty = any
+    std::int64_t low = 0, high = 0;       // of a number
+    std::vector<std::string_view> words;  // of a text; empty = any
 };
 
 const std::vector<KnownFact>& catalogue();

@@ -20,9 +20,7 @@ namespace {
 
 constexpr std::size_t kReadSize = 65536;
 
-bool is_agent(const std::string& word) {
-    return word.substr(word.rfind('/') + 1) == "q7-agent";
-}
+bool is_agent(const std::string& word) { return word.substr(word.rfind('/') + 1) == "q7-agent"; }
 
 void close_both(int (&pipe)[2]) {
     ::close(pipe[0]);
@@ -44,11 +42,13 @@ std::int64_t now_ms() {
 BoardWords BoardWords::parse(const std::vector<std::string>& words) {
     BoardWords board;
     std::size_t i = 0;
-    while (i < words.size() && !(is_agent(words[i]) && i + 1 < words.size() && words[i + 1] == "run"))
+    while (i < words.size()
+           && !(is_agent(words[i]) && i + 1 < words.size() && words[i + 1] == "run"))
         board.connection.push_back(words[i++]);
     if (i == words.size()) {
-        throw std::runtime_error("behind -- must stand: [CONNECTION...] q7-agent run [...] -- "
-                                 "PROGRAM...");
+        throw std::runtime_error(
+            "behind -- must stand: [CONNECTION...] q7-agent run [...] -- "
+            "PROGRAM...");
     }
     board.agent = words[i];
     i += 2;

@@ -108,9 +108,15 @@ class CommandReader {
             command_.start_line = event.line;
             command_.start_us = event.time_us;
             break;
-        case Kind::record: streams_[0].add(event); break;
-        case Kind::out: streams_[1].add(event); break;
-        case Kind::err: streams_[2].add(event); break;
+        case Kind::record:
+            streams_[0].add(event);
+            break;
+        case Kind::out:
+            streams_[1].add(event);
+            break;
+        case Kind::err:
+            streams_[2].add(event);
+            break;
         case Kind::torn:
             evidence_.problems.push_back(problem_of(event, Finding::Kind::lost_record,
                                                     "bytes of the FIFO that are no record"));
@@ -119,8 +125,12 @@ class CommandReader {
             evidence_.problems.push_back(
                 problem_of(event, Finding::Kind::lost_record, word_of(event.fields, "what")));
             break;
-        case Kind::stop: command_.stopped = true; break;
-        case Kind::end: take_end(command_, event); break;
+        case Kind::stop:
+            command_.stopped = true;
+            break;
+        case Kind::end:
+            take_end(command_, event);
+            break;
         case Kind::other:
             evidence_.problems.push_back(
                 problem_of(event, Finding::Kind::unexplained, "an event of an unknown kind"));

@@ -96,5 +96,4 @@ Evidence take_evidence(const Journal& journal);
 // The steps that a command can show, in the order in which they run.
 const std::vector<std::string>& known_steps();
 
-
 }  // namespace station

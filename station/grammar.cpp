@@ -14,15 +14,15 @@ constexpr std::size_t kLongestLine = 16 * 1024;  // q7 writes none that is longe
 
 std::string_view name_of(Step step) {
     constexpr std::array<std::string_view, 14> kNames{
-        "start", "buzzer", "panel", "network", "alarm",   "rtc", "usb",
-        "sata",  "rs485",  "info",  "summary", "end", "pmp", "watchdog"};
+        "start", "buzzer", "panel", "network", "alarm", "rtc", "usb",
+        "sata",  "rs485",  "info",  "summary", "end",   "pmp", "watchdog"};
     return kNames.at(static_cast<std::size_t>(step));
 }
 
 Mode Mode::of(const std::vector<std::string>& words) {
-    constexpr std::array<Step, 12> kTests{Step::start, Step::info,  Step::buzzer, Step::panel,
-                                          Step::rs485, Step::alarm, Step::rtc,    Step::usb,
-                                          Step::sata,  Step::watchdog, Step::pmp, Step::network};
+    constexpr std::array<Step, 12> kTests{Step::start, Step::info,     Step::buzzer, Step::panel,
+                                          Step::rs485, Step::alarm,    Step::rtc,    Step::usb,
+                                          Step::sata,  Step::watchdog, Step::pmp,    Step::network};
     const bool single = words.size() == 2 || words.size() == 3;
     if (!single) {
         const bool net = !words.empty() && words.front() == "netQ7test";
@@ -44,7 +44,8 @@ struct Grammar::Table {
         for (std::size_t i = 0; i < rows.size(); ++i) {
             const int first = rows[i].pattern.first_byte();
             for (int byte = 0; byte < 256; ++byte) {
-                if (first == -1 || first == byte) by_byte[static_cast<std::size_t>(byte)].push_back(i);
+                if (first == -1 || first == byte)
+                    by_byte[static_cast<std::size_t>(byte)].push_back(i);
             }
         }
     }
@@ -107,8 +108,8 @@ const Grammar::Table& Grammar::table() {
             &G::interrupted),
 
         // Front panel.
-        row(kPrinted, Step::panel,
-            "面板输入ENTER点亮1.3.5.7 奇数通道灯再点亮2.4.6.8偶数通道灯", &G::known),
+        row(kPrinted, Step::panel, "面板输入ENTER点亮1.3.5.7 奇数通道灯再点亮2.4.6.8偶数通道灯",
+            &G::known),
         row(kPrinted, Step::panel, "面板输入UP点亮所有录象灯+所有功能灯", &G::known),
         row(kPrinted, Step::panel, "面板输入DOWN关闭所有录象灯+所有功能灯", &G::known),
         row(kPrinted, Step::panel, "面板输入LEFT点亮所有网络连接显示灯", &G::known),
@@ -141,8 +142,8 @@ const Grammar::Table& Grammar::table() {
         row(kPrinted, Step::network, "ioctl ZEBIO_GET_BOOT_PARMS error", &G::failure),
 
         // Alarm.
-        row(kReported, Step::alarm,
-            "报警输出个数为{d},暂时不支持该个数,请检查CPLD信息是否正确", &G::failure),
+        row(kReported, Step::alarm, "报警输出个数为{d},暂时不支持该个数,请检查CPLD信息是否正确",
+            &G::failure),
         row(kReported, Step::alarm, "报警输入有{d}个,报警输出有{d}个", &G::alarm_counts),
         row(kPrinted, Step::alarm, "open /dev/iop failed", &G::failure),
         row(kReported, Step::alarm, "IOCTL ERROR", &G::failure),
@@ -162,16 +163,18 @@ const Grammar::Table& Grammar::table() {
         row(kReported, Step::usb, "/dev/{w} 剩余空间 = {d}M", &G::usb_disk),
         row(kReported, Step::usb, "Failed to statfs{s}", &G::usb_failed),
         row(kReported, Step::usb, "没有接usb", &G::usb_none),
-        row(kPrinted, Step::usb, "后面板上面的USB口插着的U盘是3.0U盘", &G::usb_rear, "upper", "3.0"),
+        row(kPrinted, Step::usb, "后面板上面的USB口插着的U盘是3.0U盘", &G::usb_rear, "upper",
+            "3.0"),
         row(kPrinted, Step::usb, "后面板上面的USB口插着的U盘是2.0U盘或者鼠标", &G::usb_rear,
             "upper", "2.0"),
         row(kPrinted, Step::usb, "后面板上面的USB口没有插U盘", &G::usb_rear, "upper", "none"),
-        row(kPrinted, Step::usb, "后面板下面的USB口插着的U盘是3.0U盘", &G::usb_rear, "lower", "3.0"),
+        row(kPrinted, Step::usb, "后面板下面的USB口插着的U盘是3.0U盘", &G::usb_rear, "lower",
+            "3.0"),
         row(kPrinted, Step::usb, "后面板下面的USB口插着的U盘是2.0U盘或者鼠标", &G::usb_rear,
             "lower", "2.0"),
         row(kPrinted, Step::usb, "后面板下面的USB口没有插U盘", &G::usb_rear, "lower", "none"),
-        row(kPrinted, Step::usb,
-            "3.0usb插3.0U盘测试成功,请在10s内将2.0U盘插入3.0usb进行测试", &G::usb_again),
+        row(kPrinted, Step::usb, "3.0usb插3.0U盘测试成功,请在10s内将2.0U盘插入3.0usb进行测试",
+            &G::usb_again),
         row(kError, Step::usb, "/dev: {s}", &G::failure),
 
         // SATA and miniSAS.
@@ -230,10 +233,8 @@ const Grammar::Table& Grammar::table() {
             "good"),
         row(kReported, Step::summary, "报警口      : 失败  ", &G::word_fact, "summary.alarm",
             "bad"),
-        row(kReported, Step::summary, "USB口       : 成功  ", &G::word_fact, "summary.usb",
-            "good"),
-        row(kReported, Step::summary, "USB口       : 失败  ", &G::word_fact, "summary.usb",
-            "bad"),
+        row(kReported, Step::summary, "USB口       : 成功  ", &G::word_fact, "summary.usb", "good"),
+        row(kReported, Step::summary, "USB口       : 失败  ", &G::word_fact, "summary.usb", "bad"),
         row(kReported, Step::summary, "SATA口       : 成功  ", &G::word_fact, "summary.sata",
             "good"),
         row(kReported, Step::summary, "SATA口       : 端口{s}无连接", &G::sata_missing),
@@ -259,8 +260,8 @@ const Grammar::Table& Grammar::table() {
         row(kReported, Step::end, "Q7TESTEND", &G::net_end),
         row(kPrinted, Step::end, "测试结束,系统将要重新启动,并恢复出厂设置", &G::run_end,
             "restart"),
-        row(kPrinted, Step::end, "remove /dav2/devCfg.bin ERROR", &G::word_fact,
-            "sequence.config", "missing"),
+        row(kPrinted, Step::end, "remove /dav2/devCfg.bin ERROR", &G::word_fact, "sequence.config",
+            "missing"),
         row(kPrinted, Step::end, "remove /dav2/devCfg_backup.bin ERROR", &G::word_fact,
             "sequence.config_backup", "missing"),
         row(kPrinted, Step::end, "failed to open watchdog", &G::failure),
@@ -297,8 +298,8 @@ const Grammar::Table& Grammar::table() {
         row(kPrinted, Step::pmp, "WRN : verifycode, verify not complete", &G::known),
         row(kPrinted, Step::pmp, ".{s}", &G::continued),
         row(kPrinted, Step::pmp, "ERR{s}", &G::chip_error),
-        row(kPrinted, Step::pmp, "update the firmware success, now reset the jmb321!\r",
-            &G::count, "chip_resets"),
+        row(kPrinted, Step::pmp, "update the firmware success, now reset the jmb321!\r", &G::count,
+            "chip_resets"),
         row(kPrinted, Step::pmp, "测试结果如下", &G::known),
         row(kPrinted, Step::pmp, "Chip{d} 正常", &G::chip_state, "good"),
         row(kPrinted, Step::pmp, "Chip{d} 发生错误", &G::chip_state, "error"),
@@ -335,8 +336,7 @@ void Grammar::take(Channel channel, const TextLine& line) {
                     || (!two_channels() && match_rows(Source::reported, line.bytes));
     }
     if (!explained) find(Finding::Kind::unexplained);
-    const std::string step =
-        channel == Channel::err ? std::string{} : prefixed(name_of(current()));
+    const std::string step = channel == Channel::err ? std::string{} : prefixed(name_of(current()));
     for (std::size_t i = pieces_; i < evidence_.pieces.size(); ++i)
         evidence_.pieces[i].step = step;
 }
@@ -454,8 +454,8 @@ void Grammar::find(Finding::Kind kind) {
     if (channel_ != Channel::err) finding.step = prefixed(name_of(current()));
     finding.text = gbk_to_utf8(line_->bytes);
     for (std::size_t i = pieces_; i < evidence_.pieces.size(); ++i) {
-        evidence_.pieces[i].kind = kind == Finding::Kind::unexplained ? Piece::Kind::unexplained
-                                                                      : Piece::Kind::failure;
+        evidence_.pieces[i].kind =
+            kind == Finding::Kind::unexplained ? Piece::Kind::unexplained : Piece::Kind::failure;
     }
     evidence_.findings.push_back(std::move(finding));
 }

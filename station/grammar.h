@@ -28,7 +28,20 @@ struct TextLine {
 };
 
 enum class Step : std::uint8_t {
-    start, buzzer, panel, network, alarm, rtc, usb, sata, rs485, info, summary, end, pmp, watchdog
+    start,
+    buzzer,
+    panel,
+    network,
+    alarm,
+    rtc,
+    usb,
+    sata,
+    rs485,
+    info,
+    summary,
+    end,
+    pmp,
+    watchdog
 };
 std::string_view name_of(Step step);
 
@@ -57,7 +70,7 @@ class Grammar {
         Pattern pattern;
         Source source;
         bool (Grammar::*act)(const Row&);
-        Step step;              // where it may stand; with `anywhere`, its step if none is known
+        Step step;               // where it may stand; with `anywhere`, its step if none is known
         const char* first = "";  // meaning depends on `act`
         const char* second = "";
         const char* unit = "";

@@ -53,9 +53,9 @@ std::string without_trailing_blanks(std::string_view text) {
 // Start, headings, repetitions.
 
 bool Grammar::capability(const Row& row) {
-    constexpr const char* kNames[] = {"front_panel", "usb",   "channels", "alarm_outputs",
-                                      "alarm_inputs", "sata_ports", "esata",    "minisas",
-                                      "sata_rule"};
+    constexpr const char* kNames[] = {"front_panel",   "usb",          "channels",
+                                      "alarm_outputs", "alarm_inputs", "sata_ports",
+                                      "esata",         "minisas",      "sata_rule"};
     if (!may_stand(row)) return false;
     for (std::size_t i = 0; i < std::size(kNames); ++i) {
         if (!add_at(i, std::string("start.") + kNames[i], captures_[i].number)) return false;
@@ -254,8 +254,7 @@ void Grammar::finish_alarm() {
     const std::int64_t bad = wrong + (now_.alarm_idle == State::bad ? 1 : 0);
     const bool all_accounted = now_.alarm_line != 0 && now_.alarm_bad == bad
                                && now_.alarm_good + now_.alarm_bad == now_.alarm_outputs + idle
-                               && (idle == 1) == (now_.alarm_inputs > 0)
-                               && now_.alarm_outputs <= 8;
+                               && (idle == 1) == (now_.alarm_inputs > 0) && now_.alarm_outputs <= 8;
     if (!all_accounted) return;
     const std::int64_t factor = wiring_factor(now_.alarm_outputs, now_.alarm_inputs);
     for (std::int64_t number = 1; number <= now_.alarm_outputs; ++number) {
@@ -330,13 +329,13 @@ std::optional<std::size_t> Grammar::first_run_of_usb(std::size_t& runs) const {
     // summary says; the mice among them are the same.
     const Fact* const ports = evidence_.find(prefixed("start.usb"));
     const Fact* const found = evidence_.find(prefixed("usb.found"));
-    const auto disks = std::count_if(rows.begin(), rows.end(), [](const UsbRow& row) {
-        return row.kind == UsbRow::Kind::disk;
-    });
+    const auto disks = std::count_if(
+        rows.begin(), rows.end(), [](const UsbRow& row) { return row.kind == UsbRow::Kind::disk; });
     std::size_t first = 0;
     if (found == nullptr) {  // the run has not come so far
         std::set<std::string> names;
-        while (first < rows.size() && (rows[first].node.empty() || names.insert(rows[first].node).second))
+        while (first < rows.size()
+               && (rows[first].node.empty() || names.insert(rows[first].node).second))
             ++first;
         return first;
     }
@@ -359,7 +358,8 @@ void Grammar::finish_usb() {
     const int line = now_.usb_rows.empty() ? now_.usb_prompt_line : now_.usb_rows.front().line;
     if (runs == 1 && line != 0) derive("usb.runs", std::int64_t{1}, line);
     for (std::size_t run = 0; run < runs; ++run) {
-        const std::size_t from = run == 0 ? 0 : *first, to = run == 0 ? *first : now_.usb_rows.size();
+        const std::size_t from = run == 0 ? 0 : *first,
+                          to = run == 0 ? *first : now_.usb_rows.size();
         const std::string name = "usb." + std::to_string(run + 1) + ".";
         std::int64_t disks = 0, failed = 0;
         for (std::size_t i = from; i < to; ++i) {
@@ -408,8 +408,7 @@ bool Grammar::disk_text(const Row& row) {
     if (!may_stand(row) || now_.disk.empty() || now_.disk_part >= std::size(kOrder)) return false;
     if (kOrder[now_.disk_part] != row.first) return false;
     ++now_.disk_part;
-    return add_at(0, disk_name(row.first),
-                  gbk_to_utf8(without_trailing_blanks(captures_[0].text)));
+    return add_at(0, disk_name(row.first), gbk_to_utf8(without_trailing_blanks(captures_[0].text)));
 }
 
 bool Grammar::end_disk(const char* state) {
@@ -442,8 +441,8 @@ bool Grammar::minisas_absent(const Row& row) {
 // RS-485. The receiving process reports: its two lines may come as late as in the summary.
 
 bool Grammar::rs485_first(const Row& row) {
-    const bool in_place = now_.step == Step::rs485 || now_.step == Step::info
-                          || now_.step == Step::summary;
+    const bool in_place =
+        now_.step == Step::rs485 || now_.step == Step::info || now_.step == Step::summary;
     const bool seen = std::count(now_.seen.begin(), now_.seen.end(), Step::rs485) > 0;
     if (!in_place || !seen || now_.rs485_result != nullptr) return false;
     now_.rs485_result = row.first;
@@ -612,7 +611,8 @@ void Grammar::finish_network() {
 
 // What was said of a port, and nothing tells of which.
 void Grammar::find_without_place(const Waiting& fact) {
-    const bool good = fact.value == Value(std::string("up")) || fact.value == Value(std::string("full"))
+    const bool good = fact.value == Value(std::string("up"))
+                      || fact.value == Value(std::string("full"))
                       || fact.value == Value(std::int64_t{1000});
     Piece& piece = evidence_.pieces[fact.piece];
     piece.kind = good ? Piece::Kind::unexplained : Piece::Kind::failure;

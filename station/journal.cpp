@@ -93,8 +93,8 @@ std::string remark_text(const std::string& kind, const json& line) {
 }
 
 bool is_remark(std::string_view kind) {
-    constexpr std::array<std::string_view, 8> kKinds{"limit",   "stopped",  "failed",   "dead",
-                                                     "resumed", "question", "scan-out", "connection"};
+    constexpr std::array<std::string_view, 8> kKinds{
+        "limit", "stopped", "failed", "dead", "resumed", "question", "scan-out", "connection"};
     return std::find(kKinds.begin(), kKinds.end(), kind) != kKinds.end();
 }
 
@@ -152,7 +152,8 @@ bool JournalReader::take(std::string_view line, std::string_view next) {
     const bool chained = plain_member(line, "prev") == previous_;
     if (!has_valid_crc(line) || !chained) {
         if (!is_torn_before_resume(line, next)) {
-            return refuse("altered", chained ? "the line has changed" : "a line before has changed");
+            return refuse("altered",
+                          chained ? "the line has changed" : "a line before has changed");
         }
         note_line(line);
         return true;
@@ -229,11 +230,11 @@ bool JournalReader::take_board(std::string_view line) {
 bool JournalReader::take_other(const std::string& kind, const json& line) {
     const int number = journal_.lines + 1;
     if (kind == "command") {
-        journal_.commands.push_back({line.at("command"), line.at("name"), line.at("run"),
-                                     texts_of(line, "words"), number});
+        journal_.commands.push_back(
+            {line.at("command"), line.at("name"), line.at("run"), texts_of(line, "words"), number});
     } else if (kind == "answer") {
-        journal_.answers.push_back({line.at("question"), line.at("answer"), line.at("operator"),
-                                    line.at("via"), number});
+        journal_.answers.push_back(
+            {line.at("question"), line.at("answer"), line.at("operator"), line.at("via"), number});
     } else if (kind == "lookup") {
         journal_.lookups.push_back(
             {line.at("interface"), line.at("address"), texts_of(line, "serials"), number});
@@ -310,20 +311,20 @@ JournalWriter JournalWriter::create(const fs::path& folder, Identity& identity) 
         identity.attempt ? ordered_json(*identity.attempt) : ordered_json(nullptr);
     const ordered_json shift =
         identity.shift.empty() ? ordered_json(nullptr) : ordered_json(identity.shift);
-    writer.line("attempt", {{"version", kJournalVersion},
-                            {"id", identity.id},
-                            {"station", identity.station},
-                            {"serial", identity.serial},
-                            {"model", identity.model},
-                            {"operator", identity.operator_id},
-                            {"mark", identity.mark},
-                            {"attempt", attempt},
-                            {"shift", shift},
-                            {"plan",
-                             {{"sha256", station::sha256(identity.plan_text)},
-                              {"text", identity.plan_text}}},
-                            {"program", identity.program},
-                            {"connection", identity.connection}});
+    writer.line(
+        "attempt",
+        {{"version", kJournalVersion},
+         {"id", identity.id},
+         {"station", identity.station},
+         {"serial", identity.serial},
+         {"model", identity.model},
+         {"operator", identity.operator_id},
+         {"mark", identity.mark},
+         {"attempt", attempt},
+         {"shift", shift},
+         {"plan", {{"sha256", station::sha256(identity.plan_text)}, {"text", identity.plan_text}}},
+         {"program", identity.program},
+         {"connection", identity.connection}});
     writer.sync();
     sync_folder(day_folder);
     sync_folder(folder);
@@ -363,7 +364,7 @@ std::string JournalWriter::line(std::string_view kind, const ordered_json& membe
 
 std::string JournalWriter::board(int command, std::string_view event) {
     return write_line("\"kind\":\"board\",\"command\":" + std::to_string(command)
-               + ",\"event\":" + std::string(event));
+                      + ",\"event\":" + std::string(event));
 }
 
 std::string JournalWriter::write_line(const std::string& open) {

@@ -137,7 +137,7 @@ class JournalWriter {
     // sent it.
     std::string line(std::string_view kind, const nlohmann::ordered_json& members);
     std::string board(int command, std::string_view event);
-    void sync();                                      // to the disk, if anything is not yet there
+    void sync();  // to the disk, if anything is not yet there
 
     // When a sync is due: 100 ms after the first line that has not been synced; none = nothing is.
     std::optional<std::chrono::steady_clock::time_point> sync_due() const { return due_; }

@@ -76,8 +76,8 @@ class Judge {
             for (const string& step : steps)
                 item(prefix + step);
             item(prefix + "start");
-            const bool has_summary = std::find(steps.begin(), steps.end(), "info") != steps.end()
-                                     && steps.size() > 1;
+            const bool has_summary =
+                std::find(steps.begin(), steps.end(), "info") != steps.end() && steps.size() > 1;
             if (has_summary) item(prefix + "summary");
             item(prefix + "end");
         }
@@ -143,10 +143,9 @@ class Judge {
     }
 
     void judge_command(const PlannedCommand& planned, const CommandSeen& command) {
-        const auto line = std::find_if(journal_.commands.begin(), journal_.commands.end(),
-                                       [&](const CommandLine& each) {
-                                           return each.number == command.number;
-                                       });
+        const auto line =
+            std::find_if(journal_.commands.begin(), journal_.commands.end(),
+                         [&](const CommandLine& each) { return each.number == command.number; });
         if (line->name != planned.name || line->words != planned.words
             || (command.started && !started_as_planned(planned, command))) {
             give("run", "wrong-command", Verdict::incomplete, line->line, planned.name);
@@ -222,10 +221,10 @@ class Judge {
 
     void judge_missing(const Rule& rule, const string& owner) {
         ++judgement_.facts_missing;
-        const KnownFact* known = find_known(string_view(rule.fact).substr(
-            prefix_of(command_of(rule.fact)).size()));
-        const bool step_missing = std::find(missing_steps_.begin(), missing_steps_.end(), owner)
-                                  != missing_steps_.end();
+        const KnownFact* known =
+            find_known(string_view(rule.fact).substr(prefix_of(command_of(rule.fact)).size()));
+        const bool step_missing =
+            std::find(missing_steps_.begin(), missing_steps_.end(), owner) != missing_steps_.end();
         if (step_missing) return;  // that is reason enough
         Reason& reason = give(owner, "missing-fact", Verdict::not_proven, 0);
         reason.fact = rule.fact;
@@ -267,8 +266,8 @@ class Judge {
         for (const Fact& fact : evidence_.facts) {
             const Rule* rule = rule_of(plan_, fact.name);
             if (rule == nullptr || !rule->distinct) continue;
-            const string kind = prefix_of(command_of(fact.name))
-                                + fact.name.substr(fact.name.rfind('.') + 1);
+            const string kind =
+                prefix_of(command_of(fact.name)) + fact.name.substr(fact.name.rfind('.') + 1);
             const auto [place, is_first] = first.emplace(std::pair(kind, fact.value), &fact);
             if (is_first) continue;
             const string owner = item_of(fact.name, prefix_of(command_of(fact.name)));
@@ -278,13 +277,13 @@ class Judge {
     }
 
     bool is_explained(const Finding& finding) const {
-        return std::any_of(
-            plan_.explained.begin(), plan_.explained.end(), [&](const Explained& each) {
-                if (each.channel && *each.channel != finding.channel) return false;
-                if (!each.text.empty()) return each.text == finding.text;
-                return finding.text.size() <= kLongestExplained
-                       && std::regex_match(finding.text, each.expression);
-            });
+        return std::any_of(plan_.explained.begin(), plan_.explained.end(),
+                           [&](const Explained& each) {
+                               if (each.channel && *each.channel != finding.channel) return false;
+                               if (!each.text.empty()) return each.text == finding.text;
+                               return finding.text.size() <= kLongestExplained
+                                      && std::regex_match(finding.text, each.expression);
+                           });
     }
 
     void judge_findings() {
@@ -312,9 +311,9 @@ class Judge {
             const auto command = static_cast<std::size_t>(question.command) - 1;
             if (absent_[command]) continue;
             const string owner = prefix_of(command) + question.step;
-            const auto answer = std::find_if(
-                journal_.answers.begin(), journal_.answers.end(),
-                [&](const Answer& each) { return each.question == question.name; });
+            const auto answer =
+                std::find_if(journal_.answers.begin(), journal_.answers.end(),
+                             [&](const Answer& each) { return each.question == question.name; });
             if (answer == journal_.answers.end() || answer->answer == "none") {
                 if (extent_ == Extent::so_far) continue;
                 const int line = answer == journal_.answers.end() ? 0 : answer->line;
@@ -380,11 +379,10 @@ class Judge {
     void conclude() {
         judgement_.verdict = Verdict::pass;
         for (Item& each : judgement_.items) {
-            std::stable_sort(each.reasons.begin(), each.reasons.end(),
-                             [](const Reason& a, const Reason& b) {
-                                 return a.verdict != b.verdict ? a.verdict > b.verdict
-                                                               : a.line < b.line;
-                             });
+            std::stable_sort(
+                each.reasons.begin(), each.reasons.end(), [](const Reason& a, const Reason& b) {
+                    return a.verdict != b.verdict ? a.verdict > b.verdict : a.line < b.line;
+                });
             if (!each.reasons.empty()) each.verdict = each.reasons.front().verdict;
             judgement_.verdict = std::max(judgement_.verdict, each.verdict);
         }
@@ -526,8 +524,7 @@ nlohmann::ordered_json to_json(const Judgement& judgement) {
     object["plan"] = {{"name", judgement.plan_name},
                       {"revision", judgement.plan_revision},
                       {"sha256", judgement.plan_sha256}};
-    object["journal"] = {{"lines", judgement.journal_lines},
-                         {"sha256", judgement.journal_sha256}};
+    object["journal"] = {{"lines", judgement.journal_lines}, {"sha256", judgement.journal_sha256}};
     object["program"] = kVersion;
     return object;
 }

@@ -109,8 +109,8 @@ int replay_journal(const string& path, double pace) {
         }
         latest_us = event.time_us;
         part.events.push_back(event);
-        const bool follows_at_once = &event != &whole.events.back()
-                                     && (&event + 1)->time_us == event.time_us;
+        const bool follows_at_once =
+            &event != &whole.events.back() && (&event + 1)->time_us == event.time_us;
         if (!follows_at_once) progress.show(take_evidence(part));
     }
     const Judgement judgement = judge(whole);
@@ -153,7 +153,8 @@ void add_replay(CLI::App& app, int& status) {
     auto path = std::make_shared<string>();
     auto pace = std::make_shared<double>(1);
     CLI::App* command = app.add_subcommand("replay", "Show a run again as it was");
-    command->add_option("--pace", *pace, "Times real time; 0 = at once")->check(CLI::NonNegativeNumber);
+    command->add_option("--pace", *pace, "Times real time; 0 = at once")
+        ->check(CLI::NonNegativeNumber);
     command->add_option("JOURNAL", *path, "Journal")->required();
     command->callback([path, pace, &status] { status = replay_journal(*path, *pace); });
 }

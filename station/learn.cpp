@@ -146,11 +146,11 @@ class Writer {
             if (!journal.damage.empty() || !journal.ended) {
                 throw std::runtime_error(journal.identity.id + ": the journal has no end");
             }
-            const bool same = std::equal(
-                journal.commands.begin(), journal.commands.end(), first_.commands.begin(),
-                first_.commands.end(), [](const CommandLine& a, const CommandLine& b) {
-                    return a.name == b.name && a.words == b.words;
-                });
+            const bool same = std::equal(journal.commands.begin(), journal.commands.end(),
+                                         first_.commands.begin(), first_.commands.end(),
+                                         [](const CommandLine& a, const CommandLine& b) {
+                                             return a.name == b.name && a.words == b.words;
+                                         });
             if (!same) throw std::runtime_error(journal.identity.id + ": it has other commands");
             Evidence evidence = take_evidence(journal);
             for (const CommandSeen& command : evidence.commands) {
@@ -259,7 +259,8 @@ class Writer {
                 if (name_fits(row.names, bare)) nature = &row;
             }
             if (nature == nullptr) {
-                const string unit = seen.unit.empty() || seen.unit == "bits" ? "" : "  # " + seen.unit;
+                const string unit =
+                    seen.unit.empty() || seen.unit == "bits" ? "" : "  # " + seen.unit;
                 line(key_of(name) + " = " + condition_of(seen, optional) + unit);
                 continue;
             }

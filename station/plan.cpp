@@ -128,12 +128,12 @@ class Parser {
         return node->as_boolean()->get();
     }
 
-    string word_of(const toml::table& table, string_view key,
-                   const std::vector<string_view>& words, const string& otherwise) const {
+    string word_of(const toml::table& table, string_view key, const std::vector<string_view>& words,
+                   const string& otherwise) const {
         const string word = text_of(table, key, otherwise);
         if (std::find(words.begin(), words.end(), word) == words.end()) {
-            fail(*table.get(key), string(key) + " is \"" + word + "\", but must be one of "
-                                      + joined(words));
+            fail(*table.get(key),
+                 string(key) + " is \"" + word + "\", but must be one of " + joined(words));
         }
         return word;
     }
@@ -214,8 +214,8 @@ class Parser {
         const std::vector<string>& known = known_steps();
         for (const string& step : steps) {
             if (std::find(known.begin(), known.end(), step) != known.end()) continue;
-            fail(node, "unknown step " + step + " (known: "
-                           + joined({known.begin(), known.end()}) + ")");
+            fail(node,
+                 "unknown step " + step + " (known: " + joined({known.begin(), known.end()}) + ")");
         }
     }
 
@@ -223,9 +223,10 @@ class Parser {
         check_keys(table, {"name", "words", "steps", "when", "restarts"});
         PlannedCommand command;
         command.name = text_of(table, "name");
-        const bool plain = !command.name.empty()
-                           && command.name.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-")
-                                  == string::npos;
+        const bool plain =
+            !command.name.empty()
+            && command.name.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-")
+                   == string::npos;
         if (!plain) fail(*table.get("name"), "a name is of small letters, digits and -");
         for (const KnownFact& row : catalogue()) {
             if (row.name.substr(0, row.name.find('.')) == command.name) {
@@ -239,7 +240,8 @@ class Parser {
         command.steps = texts_of(table, "steps");
         check_steps(*table.get("steps"), command.steps);
         if (command.steps.empty()) fail(*table.get("steps"), "a command needs a step");
-        command.only_when_passed = word_of(table, "when", {"always", "passed"}, "always") == "passed";
+        command.only_when_passed =
+            word_of(table, "when", {"always", "passed"}, "always") == "passed";
         command.restarts = flag_of(table, "restarts");
         plan_.commands.push_back(std::move(command));
     }
@@ -281,7 +283,7 @@ class Parser {
     }
 
     static bool is_condition(const toml::table& table) {
-        constexpr std::array<string_view, 8> kKeys{"equal",    "min",      "max",  "one_of",
+        constexpr std::array<string_view, 8> kKeys{"equal",   "min",      "max",  "one_of",
                                                    "pattern", "distinct", "open", "optional"};
         return std::any_of(table.begin(), table.end(), [&](const auto& entry) {
             return std::find(kKeys.begin(), kKeys.end(), entry.first.str()) != kKeys.end();
@@ -320,8 +322,8 @@ class Parser {
     }
 
     void take_conditions(Rule& rule, const toml::table& table, const KnownFact& known) const {
-        check_keys(table, {"equal", "min", "max", "one_of", "pattern", "distinct", "open",
-                           "optional"});
+        check_keys(table,
+                   {"equal", "min", "max", "one_of", "pattern", "distinct", "open", "optional"});
         if (const toml::node* node = table.get("equal")) rule.equal = value_of(*node, known);
         rule.min = bound_of(table, "min", known);
         rule.max = bound_of(table, "max", known);
@@ -376,7 +378,8 @@ class Parser {
             }
             return text;
         }
-        case KnownFact::Type::list: break;
+        case KnownFact::Type::list:
+            break;
         }
         const toml::array* array = node.as_array();
         std::vector<string> texts;

@@ -24,7 +24,7 @@ class Progress {
     int fd_;
     Look look_;
     std::set<std::string> shown_;  // names of steps and facts, findings
-    bool has_status_ = false;  // the terminal's last line is the running step
+    bool has_status_ = false;      // the terminal's last line is the running step
 };
 
 }  // namespace station

@@ -192,8 +192,8 @@ void add_run(CLI::App& app, int& status) {
         ->check(CLI::IsMember({"production", "reference", "trial"}))
         ->capture_default_str();
     command->add_flag("--json", options->json, "Print the judgement as one object on one line");
-    command->add_option("WORDS", options->words,
-                        "-- [CONNECTION...] q7-agent run [...] -- PROGRAM...")
+    command
+        ->add_option("WORDS", options->words, "-- [CONNECTION...] q7-agent run [...] -- PROGRAM...")
         ->required();
     command->positionals_at_end();
     command->callback([options, &status] { status = run_attempt(*options); });

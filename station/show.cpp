@@ -85,7 +85,8 @@ std::string one_line(const Reason& reason) {
     } else if (reason.code == "missing-fact") {
         text = reason.fact + " is missing, wanted " + reason.wanted;
     } else if (reason.code == "extra-fact") {
-        text = reason.fact + " is " + quoted_value(reason.value) + ", of which the plan says nothing";
+        text =
+            reason.fact + " is " + quoted_value(reason.value) + ", of which the plan says nothing";
     } else {
         text = wording(reason.code);
         if (!reason.text.empty()) text += ": " + reason.text;
