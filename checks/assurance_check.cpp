@@ -2,7 +2,7 @@
 #include <cctype>
 
 #include "checks/harness.h"
-#include "sim/scenario.h"
+#include "sim/scenario/scenario.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // The built-in boards, each against the texts that its story promises between quotes.
 #include "checks/harness.h"
-#include "sim/scenario.h"
+#include "sim/scenario/scenario.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 #include "checks/harness.h"
-#include "sim/trace.h"
+#include "sim/event_log.h"
 
 namespace {
 
@@ -7,8 +7,8 @@ using namespace checks;
 
 std::string everything(const Outcome& got) {
     std::string text = got.console + got.errors + got.record_bytes;
-    for (const sim::Event& event : got.world->log())
-        text += sim::to_json(*got.world, event) + "\n";
+    for (const sim::Event& event : got.world->log.all())
+        text += sim::to_json(got.world->log, event) + "\n";
     return text;
 }
 

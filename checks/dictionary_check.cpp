@@ -32,7 +32,7 @@ using Change = AttemptSimulator::Change;
 struct Model {
     explicit Model(const std::string& name, const Change& variation = nullptr)
         : plan_file(kSource + "/plans/" + name + ".toml"),
-          scenario(kSource + "/boards/" + name + ".toml"),
+          scenario(kSource + "/boards/" + name.substr(0, name.find('-')) + ".toml"),
           plan_text(read_file(plan_file)),
           plan(Plan::parse(plan_text, plan_file)),
           simulator(kBinaries + "/q7-sim", scenario, plan, plan_text, variation) {}
@@ -56,7 +56,8 @@ const KnownModel& known(const std::string& name) {
     return *model;
 }
 
-const std::vector<std::string> kModels{"healthy", "dvs", "nvr"};
+const std::vector<std::string> kModels{"healthy-bridge", "healthy", "healthy-restore", "dvs", "nvr",
+                                       "nvr-bridge"};
 
 Symptoms symptoms_with(const AttemptSimulator& simulator, const Change& defect) {
     const SimulatedAttempt attempt = simulator.run(defect);

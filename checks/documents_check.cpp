@@ -7,7 +7,6 @@
 #include "checks/harness.h"
 #include "checks/programs.h"
 #include "driver/test_table.h"
-#include "sim/scenario.h"
 
 namespace {
 
@@ -112,10 +111,6 @@ TEST(ManualPage, NamesEveryExitStatus) {
             seen.insert(run(words, change).status);
     }
     EXPECT_EQ(named, seen);
-}
-
-TEST(SimulatorPage, EndsWithTheKeysOfAScenario) {
-    EXPECT_THAT(content_of(Q7_SOURCE "/docs/simulator.md"), EndsWith(sim::key_reference()));
 }
 
 // The fenced blocks of a page that are in this language, with what stands between the fences.

@@ -11,8 +11,8 @@
 #include "device/capability.h"
 #include "driver/q7.h"
 #include "driver/test_table.h"
-#include "sim/scenario.h"
-#include "sim/text.h"
+#include "sim/program/text.h"
+#include "sim/scenario/scenario.h"
 
 namespace checks {
 namespace {
@@ -51,11 +51,9 @@ Outcome run_program(const Board& board, const std::function<int()>& program) {
     outcome.end_s = static_cast<double>(got.world->now) / 1e6;
     outcome.world = std::move(got.world);
     ::munmap(page, sizeof(Remains));
-    for (const sim::Event& event : outcome.world->log()) {
-        const bool sent = std::strcmp(event.function, "write") == 0 && event.result > 0
-                          && outcome.world->path_of(event) == "/var/q7.fifo";
-        if (!sent) continue;
-        const std::string_view bytes = outcome.world->sent(event);
+    for (const sim::Event& event : outcome.world->log.all()) {
+        if (!outcome.world->log.is_report(event)) continue;
+        const std::string_view bytes = outcome.world->log.sent(event);
         outcome.record_bytes += bytes;
         outcome.records.push_back(sim::gbk_to_utf8(bytes.substr(8)));
     }
@@ -72,8 +70,8 @@ std::string Outcome::said() const {
 
 std::string Outcome::calls(std::string_view path) const {
     std::string list;
-    for (const sim::Event& event : world->log()) {
-        if (event.actor < 0 || (path != "*" && world->path_of(event) != path)) continue;
+    for (const sim::Event& event : world->log.all()) {
+        if (event.actor == 0 || (path != "*" && world->log.path_of(event) != path)) continue;
         char line[160];
         const double at = static_cast<double>(event.at) / 1e6;
         const bool closes = std::strcmp(event.function, "close") == 0;
@@ -92,9 +90,9 @@ std::string Outcome::calls(std::string_view path) const {
 
 int Outcome::count(std::string_view function, std::string_view path) const {
     int count = 0;
-    for (const sim::Event& event : world->log()) {
-        if (event.actor >= 0 && event.function == function
-            && (path.empty() || world->path_of(event) == path)) {
+    for (const sim::Event& event : world->log.all()) {
+        if (sim::EventLog::is_call(event, function)
+            && (path.empty() || world->log.path_of(event) == path)) {
             ++count;
         }
     }
@@ -103,8 +101,8 @@ int Outcome::count(std::string_view function, std::string_view path) const {
 
 std::vector<double> Outcome::changes(std::string_view device, std::string_view state) const {
     std::vector<double> instants;
-    for (const sim::Event& event : world->log()) {
-        if (event.actor < 0 && event.function == device && world->sent(event) == state) {
+    for (const sim::Event& event : world->log.all()) {
+        if (sim::EventLog::is_change(event, device) && world->log.sent(event) == state) {
             instants.push_back(static_cast<double>(event.at) / 1e6);
         }
     }

@@ -39,9 +39,9 @@ bool are_image(const std::uint8_t* cells, int size) {
 // What was sent to the bridge, a line of 16 bytes for each request: "00 84 00 ... 00\n".
 std::string sent_to_bridge(const Outcome& got) {
     std::string list;
-    for (const sim::Event& event : got.world->log()) {
+    for (const sim::Event& event : got.world->log.all()) {
         if (event.request != 0x197B) continue;
-        for (const char byte : got.world->sent(event)) {
+        for (const char byte : got.world->log.sent(event)) {
             char text[8];
             std::snprintf(text, sizeof text, "%02X ", static_cast<unsigned char>(byte));
             list += text;
@@ -158,7 +158,7 @@ TEST(Update, RequestsAreTheComputedFloor) {
 TEST(Update, DotsAppearWhileItRuns) {
     const Outcome got = run("-o 10", firmware(2048));
     std::set<std::uint32_t> printed;
-    for (const sim::Event& event : got.world->log()) {
+    for (const sim::Event& event : got.world->log.all()) {
         if (event.request == 0x197B) printed.insert(event.printed);
     }
     const std::uint32_t last = *printed.rbegin();
@@ -418,7 +418,7 @@ std::string summary(const Outcome& got) {
         if (line + "\n" == kReset) text += "reset ";
         if (line.starts_with("Chip")) text += line.substr(4) + " ";
     }
-    for (const sim::Event& event : got.world->log()) {
+    for (const sim::Event& event : got.world->log.all()) {
         if (event.request == 0x52) text += "| " + std::to_string(event.argument);
     }
     return text;

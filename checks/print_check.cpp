@@ -7,7 +7,7 @@
 
 #include "checks/harness.h"
 #include "platform/print.h"
-#include "sim/text.h"
+#include "sim/program/text.h"
 
 namespace {
 

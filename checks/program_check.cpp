@@ -1,4 +1,5 @@
 // The two programs as a user runs them.
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -62,6 +63,21 @@ TEST(Program, SimulatorEndsWithTheStatusOrSignalOfQ7) {
     EXPECT_THAT(got.err, StartsWith("q7-sim: stopped at "));
 }
 
+TEST(Program, SimulatorSaysWhichFaultsNeverCame) {
+    const std::string scenario = scratch("faults.toml");
+    std::ofstream(scenario) << "base = 'healthy'\n[[faults]]\nrequest = 0x04\n"
+                               "[[faults]]\ncall = 'open'\npath = '/dev/zebo'\nnth = 2\n";
+    const std::string said =
+        "q7-sim: " + scenario + ":4: this fault never came: 0 calls matched, it waits for 2\n";
+    Finished got = q7_sim("--board " + scenario + " -o 9");
+    EXPECT_THAT(got.err, StartsWith(said));
+    EXPECT_EQ(got.status, 0);
+    got = q7_sim("--strict --board " + scenario + " -o 2");
+    EXPECT_EQ(got.err, said);
+    EXPECT_EQ(got.status, 121);
+    EXPECT_EQ(q7_sim("--strict -o 2").status, 0);
+}
+
 TEST(Program, SimulatorExplainsBadArgumentsAndScenarios) {
     const std::string scenario = scratch("bad.toml");
     std::ofstream(scenario) << "[hardware]\nmodle = 1\n";
@@ -78,6 +94,9 @@ TEST(Program, SimulatorExplainsBadArgumentsAndScenarios) {
     expect("--pace fast", "--pace: Value fast not in range");
     expect("--trace /nowhere/x", "/nowhere/x: cannot be written");
     expect("--fifo /nowhere/x netQ7test", "/nowhere/x: cannot be written");
+    expect("-o 5 --board alarm-input-dead", "--board is an option of q7-sim: it belongs before -o");
+    expect("-o 5 --pace=3", "--pace is an option of q7-sim: it belongs before -o");
+    expect("--boards x -o 5", "--boards is no option of q7-sim (see --help)");
 }
 
 TEST(Program, SimulatorShowsTheConsoleAndMarksTheRecords) {
@@ -91,6 +110,33 @@ TEST(Program, SimulatorShowsTheConsoleAndMarksTheRecords) {
     EXPECT_EQ(got.err, "");
     EXPECT_THAT(content_of(fifo), EndsWith(std::string("\0\0\0\0\x09\0\0\0Q7TESTEND", 17)));
     EXPECT_THAT(got.out, EndsWith("miniSAS\xBF\xDA\xD5\xFD\xB3\xA3\n"));
+}
+
+TEST(Program, SimulatorWritesLedsAndBuzzerAsLinesIntoAPipe) {
+    EXPECT_THAT(q7_sim("--pace 200 -o 3 </dev/null").err, HasSubstr("[LEDs] record FFFF FFFF"));
+    EXPECT_THAT(q7_sim("--pace 200 -o 2 </dev/null").err, HasSubstr("[buzzer] on\n[buzzer] off\n"));
+}
+
+TEST(Program, SimulatorsReportsHaveTheReaderOfARealFifo) {
+    const std::string fifo = scratch("real.fifo"), board = scratch("leaves.toml");
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    const auto read_by = [&](const std::string& reader, const std::string& options) {
+        return shell("sh -c '(sleep 0.2; timeout 10 " + reader + " " + fifo
+                     + " >/dev/null) & timeout 10 " + Q7_BINARIES "/q7-sim --fifo " + fifo + " "
+                     + options + " netQ7test; s=$?; " + "wait; exit $s'");
+    };
+    Finished got = read_by("cat", "");
+    EXPECT_EQ(got.status, 0);
+    EXPECT_EQ(got.err, "q7-sim: waiting for a reader of " + fifo + "\n");
+    EXPECT_THAT(got.out, testing::Not(HasSubstr("write error")));
+    got = read_by("head -c 100", "--pace 100");  // it leaves, and q7 goes on
+    EXPECT_EQ(got.status, 0);
+    EXPECT_THAT(got.out, HasSubstr("write error file = q7 ,line"));
+    std::ofstream(board) << "base = 'healthy'\nfifo.leaves_at = 5\n";
+    got = q7_sim("--board " + board + " --fifo " + fifo + " netQ7test");
+    EXPECT_EQ(got.status, 2);
+    EXPECT_THAT(got.err, HasSubstr("is a FIFO with a reader of its own"));
+    std::remove(fifo.c_str());
 }
 
 TEST(Program, SimulatorWritesTheEventLog) {
@@ -111,6 +157,7 @@ TEST(Program, SimulatorAnswersQuestionsAboutItself) {
     EXPECT_THAT(q7_sim("--keys").out, HasSubstr("| `sata_layout` |"));
     EXPECT_THAT(q7_sim("-h").out, HasSubstr("q7 ver1.02"));
     EXPECT_THAT(q7_sim("-- --help").out, HasSubstr("q7 ver1.02"));
+    EXPECT_THAT(q7_sim("-- -o 5 --board x").out, HasSubstr("测试结果:  OK!"));
 }
 
 }  // namespace

@@ -79,14 +79,14 @@ TEST(SataTest, FirstMiniSasNodeInAlphabeticalOrderIsExamined) {
         {"disks = {sas1a = {}, sas1 = {}, sas10 = {}}", "/dev/sas1\n"},
         {"disks = {sas1b = {}, sas1a = {}}", "/dev/sas1a\n"},
         {"disks = {sas2 = {}, sas1z = {}}", "/dev/sas1z\n"},
-        // The directory names USB nodes first, and then disks from the last to the first.
-        {"disks.sas1b = {}\nusb.disks = [{node = 'sas1a'}]",
-         "send IDENTIFY DEVICE command, return -1\n/dev/sas1a 不存在\n"},
         {"disks." + long_node + " = {}", "/dev/" + long_node + "\n"},
-        {"disks = {sas2 = {}, sas = {}, xsas1 = {}}", "没有找到miniSAS口 \n"},
+        {"disks = {sas2 = {}, sas = {}}", "没有找到miniSAS口 \n"},
     };
-    for (const auto& row : rows)
-        EXPECT_THAT(run("-o 8", kPorts + row.nodes).said(), HasSubstr(kMiniSas + row.examined));
+    for (const auto& row : rows) {
+        Board board = healthy(kPorts + row.nodes);
+        board.disks["asas1"] = {};  // it only ends like one
+        EXPECT_THAT(run(board, "-o 8").said(), HasSubstr(kMiniSas + row.examined));
+    }
     EXPECT_EQ(run("-o 8").said().find("miniSAS"), std::string::npos);
 }
 

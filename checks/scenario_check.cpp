@@ -1,5 +1,5 @@
 #include "checks/harness.h"
-#include "sim/scenario.h"
+#include "sim/scenario/scenario.h"
 
 namespace {
 
@@ -31,15 +31,88 @@ TEST(Scenario, MistakesAreNamedWithFileLineAndWhatIsAccepted) {
     expect("hardware = 1", "x.toml:1: hardware takes a table");
     expect("files = 1", "x.toml:1: files takes tables by PATH");
     expect("faults = {}", "x.toml:1: faults takes a list of tables");
-    expect("[[faults]]\nerrno = \"EWHAT\"", "x.toml:2: errno takes name of an error");
+    expect("[[faults]]\nerrno = \"EWHAT\"", "x.toml:2: errno takes one of EPERM, ENOENT, ");
     expect("[[faults]]\neffect = \"fail\"", "x.toml:2: effect takes \"error\", \"short\",");
     expect("[[faults]]\ncall = \"opne\"", "x.toml:2: call takes one of _exit, access, close");
     expect("[[faults]]\nnth = 0", "x.toml:2: nth takes 1 to 4294967295");
-    expect("files.x.bytes = \"FF 0\"", "x.toml:1: bytes takes bytes in hexadecimal");
-    expect("files.x.from = \"nowhere\"", "x.toml:1: from takes path of a file that can be read");
+    expect("files.'/dav0/zeb321.bin'.bytes = \"FF 0\"",
+           "x.toml:1: bytes takes bytes in hexadecimal");
+    expect("files.'/dav2/devCfg.bin'.from = \"nowhere\"",
+           "x.toml:1: from takes path of a file that can be read");
     expect("[control]\nhigh_lines = [256]", "x.toml:2: high_lines takes list of 0 to 255");
     expect("base = \"nowhere.toml\"", "nowhere.toml: no such file");
     expect("[hardware", "x.toml:1: ");
+}
+
+// A scenario happens as it is said, or is refused.
+TEST(Scenario, WhatNoBoardHasOrContradictsItselfIsRefused) {
+    const auto expect = [](const char* text, const std::string& error) {
+        EXPECT_THAT(error_of(text), StartsWith("x.toml:" + error)) << text;
+    };
+    expect("disks.'SATA port 2' = {}", "1: disks takes sda to sdz, esda to esdz, or sas and");
+    expect("[ports.eth7]", "1: ports takes eth0 to eth3 and not \"eth7\"");
+    expect("bridges.9 = {}", "1: bridges takes 1 to 4 and not \"9\"");
+    expect("disks.sda.bridge = '1'", "1: bridge takes \"\" or the name of a bridge of this board");
+    expect("[files.'/dav2/devcfg.bin']", "1: files takes /dav0/zeb321.bin, /dav2/devCfg.bin or");
+    expect("usb.disks = [\n{node = 'stick'}]", "2: node takes ms, a letter and perhaps a number");
+    expect("usb.devices = [{name = '4-1'}]", "1: name takes bus, port and interface");
+    expect("usb.directories = ['/tmp/x']", "1: directories takes at most 8 paths under /mnt");
+    expect("usb.mice = 11", "1: mice takes 0 to 10 and not 11");
+    expect("time_zone = 'Asia/Shangai'", "1: time_zone takes TZ that this machine knows");
+    expect("[[panel.frames]]\nkey = 'UP'\nbytes = 'FF'", "3: bytes contradicts key");
+    expect("[files.'/dav0/zeb321.bin']\ntext = 'a'\nimage = 9", "3: image contradicts text");
+    expect("[bridges.1]\nflash = ''\nimage = 9", "3: image contradicts flash");
+    expect("[[panel.frames]]\nkey = 'HELP'",
+           "2: key takes one of AN0, AN1, AN2, AN3, AN4, AN5, AN6, AN7, AN8, AN9, MENU, ESC, EDIT, "
+           "A, VOIP, PLAY, REC, PAN, INFO, #, UP, DOWN, LEFT, RIGHT, AN10, AN11, AN12, AN13, AN14, "
+           "AN15, AN16, ENTER, POWER, F1, F2 and not \"HELP\"");
+    expect("disks.sda.serial = '1234567890123456789012345'",
+           "1: serial takes text of at most 20 bytes and not \"1234567890123456789012345\"");
+    expect("panel.frames = [\n{at = 2},\n{at = 1}]", "3: frames take ascending times: at 1.0");
+    expect("operator.lines = [{at = 2},\n{at = 1}]", "2: lines take ascending times");
+    expect("operator.interrupts = [2, 1]", "1: interrupts takes ascending times");
+    expect("faults = [{effect = 'short', errno = 'EIO'}]",
+           "1: errno has no meaning without effect");
+    expect("faults = [{count = 1}]", "1: count has no meaning without effect = \"short\"");
+    expect("faults = [{call = 'open', effect = 'short', count = 1}]", "1: count has no meaning");
+    expect("faults = [{call = 'open', request = 4}]", "1: request has no meaning without call");
+    expect("fifo.unread = 5", "1: unread has no meaning without stalls_at");
+}
+
+std::string repeated(const std::string& text, int count) {
+    std::string all;
+    for (int i = 0; i < count; ++i)
+        all += text;
+    return all;
+}
+
+// Each capacity at its limit, and one beyond.
+TEST(Scenario, MoreThanABoardCanHaveIsRefused) {
+    const struct {
+        std::string start, item;
+        int most;
+        std::string error;
+    } rows[] = {
+        {"faults = [", "\n{},", 64, "x.toml:66: more than 64 faults"},
+        {"panel.frames = [", "\n{},", 1024, "x.toml:1026: more than 1024 frames"},
+        {"operator.lines = [", "\n{},", 1024, "x.toml:1026: more than 1024 lines"},
+        {"usb.disks = [", "\n{},", 32, "x.toml:34: more than 32 disks"},
+        {"usb.devices = [", "\n{},", 32, "x.toml:34: more than 32 devices"},
+        {"alarm.wiring = [", "\n[],", 32, "x.toml:34: more than 32 outputs"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(error_of(row.start + repeated(row.item, row.most) + "]"), "accepted");
+        EXPECT_EQ(error_of(row.start + repeated(row.item, row.most + 1) + "]"), row.error);
+    }
+    std::string paths = "usb.directories = [";
+    for (char name = 'a'; name < 'i'; ++name)
+        paths += std::string("'/mnt/") + name + "', ";
+    EXPECT_EQ(error_of(paths + "]"), "accepted");
+    EXPECT_THAT(error_of(paths + "'/mnt/i']"), StartsWith("x.toml:1: directories takes at most 8"));
+    const std::string flash = "bridges.1.flash = '";
+    EXPECT_EQ(error_of(flash + repeated("00", 131'072) + "'"), "accepted");
+    EXPECT_THAT(error_of(flash + repeated("00", 131'073) + "'"),
+                StartsWith("x.toml:1: flash takes"));
 }
 
 TEST(Scenario, DerivedBoardSaysOnlyWhatDiffers) {

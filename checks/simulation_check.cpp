@@ -12,8 +12,8 @@
 
 #include "checks/harness.h"
 #include "platform/platform.h"
-#include "sim/scenario.h"
-#include "sim/text.h"
+#include "sim/program/text.h"
+#include "sim/scenario/scenario.h"
 
 namespace {
 
@@ -75,7 +75,7 @@ TEST(Simulation, ForkThreadAndInterruptGiveTheSameBytesTwice) {
     EXPECT_EQ(first.status, 7);
     EXPECT_EQ(first.end_s, 51.25);
     EXPECT_EQ(second.console, first.console);
-    EXPECT_EQ(second.world->events_used, first.world->events_used);
+    EXPECT_EQ(second.world->log.events_used, first.world->log.events_used);
 }
 
 TEST(Simulation, SpinningAndOverrunAreStoppedAndExplained) {
@@ -150,6 +150,141 @@ TEST(Simulation, ForkThatTheHostRefusesStopsTheRunAndHarmsNobody) {
     EXPECT_EQ(got.stopped, "the host refused a process: Resource temporarily unavailable");
 }
 
+void* end_at_once(void*) { return nullptr; }
+void* sleep_for_ever(void*) {
+    for (;;)
+        platform::sleep_ms(1000);
+}
+
+void start_threads(int count, void* (*body)(void*)) {
+    for (int i = 0; i < count; ++i) {
+        pthread_t thread;
+        platform::create_thread(&thread, body);
+        platform::sleep_ms(1);
+    }
+}
+
+void fork_children(int count, const std::function<void()>& body) {
+    for (int i = 0; i < count; ++i) {
+        if (platform::fork() == 0) {
+            body();
+            platform::exit_at_once(0);
+        }
+        platform::sleep_ms(1);
+    }
+}
+
+void open_files(int count) {
+    for (int i = 0; i < count; ++i)
+        platform::open("/dev/zebio", O_RDWR);
+}
+
+void open_pipes(int count) {
+    int ends[2];
+    for (int i = 0; i < 100; ++i) {
+        platform::open_pipe(ends, O_NONBLOCK);
+        platform::close(ends[0]);
+        platform::close(ends[1]);
+    }
+    for (int i = 0; i < count; ++i)
+        platform::open_pipe(ends, O_NONBLOCK);
+}
+
+void feed_serial_line(int bytes) {
+    const int control = platform::open("/dev/zebio", O_RDWR);
+    platform::ioctl_value(control, 0x07, 1);
+    platform::ioctl_value(control, 0x08, 1);
+    const int line = platform::open("/dev/ttyS0", O_RDWR);
+    const std::string block(1024, 'x');
+    for (; bytes > 0; bytes -= 1024) {
+        platform::write(line, block.data(), static_cast<std::size_t>(std::min(bytes, 1024)));
+        platform::sleep_ms(1100);
+    }
+}
+
+// Each capacity of the simulated board: at its limit, and one beyond. Slots are used again.
+TEST(Simulation, CapacityThatARunExceedsEndsItWithAMessage) {
+    const auto stopped = [](const std::function<void()>& program) {
+        return run_on("control.present = true\nrs485.present = true", program).stopped;
+    };
+    const auto sleeps = [] { platform::sleep_ms(100'000); };
+    EXPECT_EQ(stopped([] { start_threads(200, end_at_once); }), "");
+    EXPECT_EQ(stopped([] { start_threads(63, sleep_for_ever); }), "");
+    const char* actors = "more than 64 threads and processes";
+    EXPECT_EQ(stopped([] { start_threads(64, sleep_for_ever); }), actors);
+    EXPECT_EQ(stopped([] {
+                  for (int i = 0; i < 200; ++i) {
+                      fork_children(1, [] { open_files(100); });
+                      platform::waitpid(-1, nullptr, 1);
+                  }
+              }),
+              "");
+    EXPECT_EQ(stopped([&] { fork_children(63, sleeps); }), "");
+    EXPECT_EQ(stopped([&] { fork_children(64, sleeps); }), "more than 64 processes");
+    const auto opens_all = [&] {
+        open_files(1021);
+        sleeps();
+    };
+    EXPECT_EQ(stopped([&] {
+                  fork_children(8, opens_all);
+                  open_files(21);
+              }),
+              "");
+    EXPECT_EQ(stopped([&] {
+                  fork_children(8, opens_all);
+                  open_files(22);
+              }),
+              "more than 8192 open files");
+    EXPECT_EQ(stopped([] { open_pipes(64); }), "");
+    EXPECT_EQ(stopped([] { open_pipes(65); }), "more than 64 pipes");
+    EXPECT_EQ(stopped([] { feed_serial_line(131'072); }), "");
+    EXPECT_EQ(stopped([] { feed_serial_line(131'073); }),
+              "more than 131072 bytes on a serial line");
+    const auto sleep_often = [](int count) {
+        for (int i = 0; i < count; ++i)
+            platform::sleep_ms(1);
+    };
+    EXPECT_EQ(stopped([&] { sleep_often(399'999); }), "");
+    EXPECT_EQ(stopped([&] { sleep_often(400'000); }), "more than 400000 events");
+}
+
+// One that a check describes, beyond what a scenario file can.
+TEST(Simulation, DescriptionBeyondACapacityIsRefused) {
+    const auto refused = [](const Board& board) -> std::string {
+        try {
+            run_piece(board, [] {});
+            return "";
+        } catch (const std::length_error& error) {
+            return error.what();
+        }
+    };
+    Board board;
+    for (int i = 0; i < 8; ++i)
+        board.files[std::to_string(i)] = {};
+    board.faults.resize(64);
+    for (int i = 0; i < 4; ++i)
+        board.bridges[std::to_string(i)] = {};
+    EXPECT_EQ(refused(board), "");
+    Board more = board;
+    more.files["more"] = {};
+    EXPECT_EQ(refused(more), "more than 8 files");
+    more = board;
+    more.faults.resize(65);
+    EXPECT_EQ(refused(more), "more than 64 faults");
+    more = board;
+    more.bridges["more"] = {};
+    EXPECT_EQ(refused(more), "more than 4 bridges");
+}
+
+TEST(Simulation, ProcessHasAsManyDescriptorsAsOnARealKernel) {
+    const Outcome got = run_on("control.present = true", [] {
+        open_files(1020);
+        show(platform::open("/dev/zebio", O_RDWR));
+        show(platform::open("/dev/zebio", O_RDWR));
+    });
+    EXPECT_EQ(got.console, "1023 -1 EMFILE ");
+}
+
 TEST(Simulation, CrashIsNoticed) {
     EXPECT_EQ(run_on("", [] { ::raise(SIGKILL); }).signal, SIGKILL);
 }
@@ -174,12 +309,13 @@ TEST(Simulation, WorldIsClosedAndDescriptorsAreHandedOutLowestFirst) {
 
 TEST(Simulation, FaultsTakeThePlaceOfTheCallsThatTheyName) {
     const char* board = R"(
-files = {'/a' = {text = 'more than three times four'}, '/b' = {}}
-faults = [{call = 'open', path = '/b', nth = 2, errno = 'EACCES'},
-          {call = 'read', path = '/a', nth = 2, onwards = true, effect = 'short', count = 3}])";
+files = {'/dav2/devCfg.bin' = {text = 'more than three times four'}, '/dav0/zeb321.bin' = {}}
+faults = [{call = 'open', path = '/dav0/zeb321.bin', nth = 2, errno = 'EACCES'},
+          {call = 'read', path = '/dav2/devCfg.bin', nth = 2, onwards = true, effect = 'short', count = 3}])";
     const Outcome got = run_on(board, [] {
         char bytes[8];
-        for (const char* path : {"/b", "/b", "/b", "/a"})
+        const char *one = "/dav0/zeb321.bin", *other = "/dav2/devCfg.bin";
+        for (const char* path : {one, one, one, other})
             show(platform::open(path, O_RDONLY));
         for (int i = 0; i < 3; ++i)
             show(platform::read(5, bytes, 4));

@@ -71,7 +71,7 @@ std::vector<Fault> faults_of(const std::string& path, const sim::Event& event,
 std::map<std::string, int> open_paths(const sim::World& world) {
     std::map<std::string, int> paths;
     for (const std::int16_t file : world.processes[0].files) {
-        if (file >= 0) ++paths[world.text + world.files[file].path];
+        if (file >= 0) ++paths[world.log.text + world.files[file].path];
     }
     return paths;
 }
@@ -101,7 +101,7 @@ void judge(const Outcome& got, const Outcome& healthy, const sim::Event& event,
                 || has(got.console, "INFO: Upload complete\n"));
     if (got.signal != 0) return;
 
-    const bool on_control = healthy.world->path_of(event) == "/dev/zebio";
+    const bool on_control = healthy.world->log.path_of(event) == "/dev/zebio";
     const bool buzzer_unreachable =
         on_control && (event.request == 0x01 || fault.onwards || is(event, "open"));
     EXPECT_TRUE(got.world->control.level[4] == 1 || buzzer_unreachable) << "the buzzer sounds";
@@ -132,9 +132,9 @@ void sweep_faults(const Board& healthy_board, const std::string& words) {
     std::map<std::string, std::uint32_t> calls_so_far;
     std::uint32_t ordinal = 0;
     int runs = 0;
-    for (const sim::Event& event : healthy.world->log()) {
-        if (event.actor < 0) continue;
-        const std::string path(healthy.world->path_of(event));
+    for (const sim::Event& event : healthy.world->log.all()) {
+        if (event.actor == 0) continue;
+        const std::string path(healthy.world->log.path_of(event));
         const std::uint32_t matching = ++calls_so_far[event.function + path];
         for (const Fault& fault : faults_of(path, event, ++ordinal, matching)) {
             if (endless_by_design(fault)) continue;
@@ -193,8 +193,8 @@ TEST(InterruptSweep, EveryWaitEndsByTheInterruptAndPrintsItsCountsOnce) {
     commands.insert(commands.end(), {"", "netQ7test"});
     for (const std::string& words : commands) {
         const Outcome healthy_run = run(words);
-        for (const sim::Event& event : healthy_run.world->log()) {
-            if (event.actor < 0 || event.ended <= event.at) continue;
+        for (const sim::Event& event : healthy_run.world->log.all()) {
+            if (event.actor == 0 || event.ended <= event.at) continue;
             Board board = healthy();
             board.person.interrupts = {static_cast<double>(event.at + event.ended) / 2e6};
             const Outcome got = run(board, words);

@@ -33,11 +33,12 @@ struct Session {
 Session at_terminal(std::vector<std::string> options, const std::vector<Typed>& typing) {
     Session session;
     int terminal = -1;
+    const winsize size{25, 80, 0, 0};
     std::vector<char*> words{const_cast<char*>(Q7_BINARIES "/q7-sim")};
     for (std::string& option : options)
         words.push_back(option.data());
     words.push_back(nullptr);
-    const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+    const pid_t child = ::forkpty(&terminal, nullptr, nullptr, &size);
     if (child < 0) throw std::system_error(errno, std::generic_category(), "forkpty");
     if (child == 0) {
         ::execv(words[0], words.data());
@@ -80,30 +81,52 @@ class Terminal : public testing::Test {
     }
 };
 
-const std::string kNoPresses = "base = \"healthy\"\n[panel]\nframes = []\n";
-
-std::string write_board(const std::string& text) {
-    const std::string path = testing::TempDir() + "terminal.toml";
-    std::ofstream(path) << text;
-    return path;
+// What the panel sent, in hexadecimal.
+std::string read_from_panel(const std::string& log) {
+    std::ifstream file(log);
+    std::string bytes;
+    for (std::string line; std::getline(file, line);) {
+        const std::size_t got = line.find("\"got\":\"");
+        if (line.find("/dev/ttyS2") == std::string::npos || got == std::string::npos) continue;
+        bytes += line.substr(got + 7, line.find('"', got + 7) - got - 7);
+    }
+    return bytes;
 }
 
-TEST_F(Terminal, KeysDriveThePanelAndLedsAreTold) {
+// The scenario presses no key beside the person.
+TEST_F(Terminal, EveryKeyOfThePanelCanBeTypedAndLedsAreShown) {
+    const std::string log = testing::TempDir() + "terminal.jsonl";
     const Session session =
-        at_terminal({"--pace", "5", "--board", write_board(kNoPresses), "-o", "3"},
-                    {{"record AAAA AAAA network 0000", "u"},
-                     {"record FFFF FFFF network 0000 0000 function 004F", "\x1B[D"},
-                     {"network FFFF FFFF", "x"}});
+        at_terminal({"--pace", "5", "--trace", log, "-o", "3"},
+                    {{"record  ○●○●○●○● ○●○●○●○●", "u"},
+                     {"record  ●●●●●●●● ●●●●●●●●   function ●●●●○○●○", "\x1B[D"},
+                     {"network ●●●●●●●● ●●●●●●●●", "0123456789mtavpcni#udlrABCDEFGeofgx"}});
     EXPECT_EQ(session.status, 0) << session.screen;
     EXPECT_EQ(session.screen.find("unknow key"), std::string::npos);
     EXPECT_TRUE(session.restored);
+    std::string expected;
+    const auto press = [&](int code) {
+        char frame[16];
+        std::snprintf(frame, sizeof frame, "ff0620%02x01%02x", code, (0x126 + code) & 0xFF);
+        expected += frame;
+    };
+    for (const int code : {20, 22})
+        press(code);
+    for (int code = 0; code < 38; ++code)
+        if (code != 11 && code != 31 && code != 32 && code != 33) press(code);
+    press(11);
+    EXPECT_EQ(read_from_panel(log), expected);
+}
+
+TEST_F(Terminal, ScenarioPressesItsKeysWhenAsked) {
+    const Session session = at_terminal({"--pace", "50", "--script", "-o", "3"}, {});
+    EXPECT_THAT(session.screen, HasSubstr("record  ●●●●●●●● ●●●●●●●●   function ●●●●○○●○"));
 }
 
 TEST_F(Terminal, CtrlCEndsTheRunAndNothingWrittenIsLost) {
     const std::string log = testing::TempDir() + "terminal.jsonl";
     const Session session =
-        at_terminal({"--pace", "10", "--trace", log, "--board", write_board(kNoPresses), "-o", "3"},
-                    {{"ESC退出测试", "\x03"}});
+        at_terminal({"--pace", "10", "--trace", log, "-o", "3"}, {{"ESC退出测试", "\x03"}});
     EXPECT_TRUE(WIFSIGNALED(session.status) && WTERMSIG(session.status) == SIGINT)
         << session.screen;
     EXPECT_NE(session.screen.find("receive 0:0 replies"), std::string::npos) << session.screen;
@@ -114,11 +137,13 @@ TEST_F(Terminal, CtrlCEndsTheRunAndNothingWrittenIsLost) {
     EXPECT_NE(text.find("\"device\":\"operator\",\"state\":\"interrupt\""), std::string::npos);
 }
 
-TEST_F(Terminal, EnterAnswersTheConsoleAndTheBuzzerIsTold) {
-    const Session session = at_terminal({"--pace", "20"}, {{"10s", "\n"}});
+TEST_F(Terminal, EnterAnswersTheConsoleAndTheSummaryStaysInSight) {
+    const Session session = at_terminal({"--pace", "20", "--script"}, {{"10s", "\n"}});
     EXPECT_EQ(session.status, 0);
-    EXPECT_NE(session.screen.find("[buzzer] on"), std::string::npos);
-    EXPECT_NE(session.screen.find("测试结果:  OK!"), std::string::npos) << session.screen;
+    EXPECT_THAT(session.screen, HasSubstr("buzzer   sounds"));
+    EXPECT_THAT(session.screen, HasSubstr("测试结果:  OK!"));
+    const std::string end = session.screen.substr(session.screen.find("Q7测试结果如下"));
+    EXPECT_LT(std::count(end.begin(), end.end(), '\n'), 22);
 }
 
 }  // namespace

@@ -7,10 +7,11 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <span>
 
 #include "sim/clock.h"
-#include "sim/device.h"
+#include "sim/event_log.h"
+#include "sim/process.h"
+#include "sim/world.h"
 
 #ifdef __SANITIZE_THREAD__
 extern "C" {
@@ -28,59 +29,16 @@ namespace {
 
 constexpr std::uint32_t kSpinning = 100'000;
 
-[[noreturn]] void stop_here() {
-    for (;;)
-        ::pause();
-}
-
 void stop_if_spinning(const char* function) {
     Actor& actor = world->actors[self];
     if (actor.instant != world->now) actor.calls_at_instant = 0;
     actor.instant = world->now;
     if (++actor.calls_at_instant < kSpinning) return;
-    stop_run("%s was spinning: %u calls at %.6f s, the latest one %s", actor.name, kSpinning,
-             static_cast<double>(world->now) / 1e6, function);
-    stop_here();
+    stop_here("%s was spinning: %u calls at %.6f s, the latest one %s", world->name_of(actor),
+              kSpinning, static_cast<double>(world->now) / 1e6, function);
 }
-
-Event& new_event(const char* function) {
-    if (world->events_used == std::size(world->events)) {
-        stop_run("more than %zu events", std::size(world->events));
-        stop_here();
-    }
-    Event& event = world->events[world->events_used++];
-    event.at = world->now;
-    event.ended = -1;
-    event.function = function;
-    event.fd = -1;
-    event.printed = static_cast<std::uint32_t>(::lseek(console_stream, 0, SEEK_CUR));
-    event.actor = static_cast<std::int16_t>(self);
-    return event;
-}
-
-bool concerns(const Fault& fault, const Event& event) {
-    return (fault.call.empty() || fault.call == event.function)
-           && (fault.path.empty() || fault.path == world->path_of(event))
-           && (fault.request == 0 || fault.request == event.request)
-           && (fault.actor.empty() || fault.actor == world->actors[self].name);
-}
-
-const Fault* matching_fault(const Event& event) {
-    const Fault* found = nullptr;
-    for (std::size_t i = 0; i < scenario->faults.size(); ++i) {
-        const Fault& fault = scenario->faults[i];
-        if (!concerns(fault, event)) continue;
-        const std::uint32_t match = ++world->fault_matches[i];
-        if (match == fault.nth || (fault.onwards && match > fault.nth)) found = &fault;
-    }
-    return found;
-}
-
-Process& running_process() { return world->processes[world->actors[self].process]; }
 
 }  // namespace
-
-int console_stream = STDOUT_FILENO;
 
 HiddenFromThreadSanitizer::HiddenFromThreadSanitizer() {
 #ifdef __SANITIZE_THREAD__
@@ -96,31 +54,6 @@ HiddenFromThreadSanitizer::~HiddenFromThreadSanitizer() {
     AnnotateIgnoreWritesEnd(__FILE__, __LINE__);
     AnnotateIgnoreReadsEnd(__FILE__, __LINE__);
 #endif
-}
-
-std::uint32_t keep(std::string_view bytes) {
-    if (bytes.size() + 1 > sizeof world->text - world->text_used) {
-        stop_run("more than %zu bytes in the event log", sizeof world->text);
-        stop_here();
-    }
-    if (world->text_used == 0) world->text_used = 1;  // place 0 is the empty text
-    const std::uint32_t place = world->text_used;
-    std::memcpy(world->text + place, bytes.data(), bytes.size());
-    world->text_used += static_cast<std::uint32_t>(bytes.size()) + 1;
-    return place;
-}
-
-void note(const char* device, const char* format, ...) {
-    char text[256];
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    Event& event = new_event(device);
-    event.actor = -1;
-    event.ended = world->now;
-    event.sent = keep(text);
-    event.sent_size = static_cast<std::uint32_t>(std::strlen(text));
 }
 
 Call::Call(const char* function, std::string_view path, std::int64_t argument) {
@@ -148,8 +81,7 @@ void Call::begin() {
     if (fault_->effect == Fault::Effect::interrupt) interrupt_all();
     if (fault_->effect == Fault::Effect::power_cut) {
         world->power_cut = true;
-        stop_run("the power failed");
-        stop_here();
+        stop_here("the power failed");
     }
 }
 
@@ -180,33 +112,6 @@ long Call::finish(long result) {
     event_->result = result < 0 ? -1 : result;
     errno = result < 0 ? event_->error : saved_errno_;
     return static_cast<long>(event_->result);
-}
-
-OpenFile* open_file(int fd) {
-    Process& process = running_process();
-    if (fd < 0 || fd >= static_cast<int>(std::size(process.files))) return nullptr;
-    return process.files[fd] < 0 ? nullptr : &world->files[process.files[fd]];
-}
-
-long new_descriptor(int device_row, int index, std::string_view path) {
-    Process& process = running_process();
-    const auto closed = std::find(std::begin(process.files), std::end(process.files), -1);
-    if (closed == std::end(process.files)) return -EMFILE;
-    const auto unused = std::find_if(std::begin(world->files), std::end(world->files),
-                                     [](const OpenFile& file) { return file.users == 0; });
-    if (unused == std::end(world->files)) return -ENFILE;
-    *unused = {static_cast<std::uint8_t>(device_row), static_cast<std::int16_t>(index), 1,
-               keep(path), 0};
-    *closed = static_cast<std::int16_t>(unused - world->files);
-    return closed - process.files;
-}
-
-long close_descriptor(int fd) {
-    OpenFile* file = open_file(fd);
-    if (file == nullptr) return -EBADF;
-    running_process().files[fd] = -1;
-    if (--file->users == 0) device(file->device).close(file->index);
-    return 0;
 }
 
 }  // namespace sim

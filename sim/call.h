@@ -6,8 +6,9 @@
 #include <cstdint>
 #include <string_view>
 
-#include "sim/board.h"
-#include "sim/world.h"
+#include "sim/event_log.h"
+#include "sim/fault.h"
+#include "sim/process.h"
 
 namespace sim {
 
@@ -61,13 +62,5 @@ class Call {
     const Fault* fault_ = nullptr;
     int saved_errno_ = errno;
 };
-
-// Standard output of the product, as the calling process knows it.
-extern int console_stream;
-
-// Descriptors of the running process.
-OpenFile* open_file(int fd);
-long new_descriptor(int device_row, int index, std::string_view path);  // the lowest free one
-long close_descriptor(int fd);
 
 }  // namespace sim

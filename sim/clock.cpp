@@ -7,19 +7,21 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <span>
+#include <iterator>
+#include <stdexcept>
 #include <string>
 #include <utility>
 
 #include "sim/board.h"
 #include "sim/device.h"
+#include "sim/process.h"
 #include "sim/supervisor.h"
+#include "sim/world.h"
 
 namespace sim {
 
 World* world = nullptr;
 const Board* scenario = nullptr;
-constinit thread_local int self = -1;
 
 namespace {
 
@@ -67,12 +69,13 @@ std::string wait_of(const Actor& actor) {
     char text[160];
     const double until = static_cast<double>(actor.until) / 1e6;
     if (actor.file < 0) {
-        std::snprintf(text, sizeof text, "\n  %s: until %.6f s", actor.name, until);
+        std::snprintf(text, sizeof text, "\n  %s: until %.6f s", world->name_of(actor), until);
         return text;
     }
-    int length = std::snprintf(text, sizeof text, "\n  %s: for %s to become %s", actor.name,
-                               world->text + world->files[actor.file].path,
-                               actor.direction == Direction::read ? "readable" : "writable");
+    int length =
+        std::snprintf(text, sizeof text, "\n  %s: for %s to become %s", world->name_of(actor),
+                      world->log.text + world->files[actor.file].path,
+                      actor.direction == Direction::read ? "readable" : "writable");
     if (actor.until != kNever && length < static_cast<int>(sizeof text)) {
         std::snprintf(text + length, sizeof text - static_cast<std::size_t>(length),
                       ", until %.6f s", until);
@@ -82,15 +85,22 @@ std::string wait_of(const Actor& actor) {
 
 std::string all_waits() {
     std::string text;
-    for (const Actor& actor : world->all_actors()) {
+    for (const Actor& actor : world->actors) {
         if (actor.state == Actor::State::alive) text += wait_of(actor);
     }
     return text;
 }
 
+bool is_ready(int place, Direction direction) {
+    if (place < 0) return false;
+    const OpenFile& file = world->files[place];
+    return device(file.device).ready_at(file, direction) <= world->now;
+}
+
 void wait_for(Microseconds until, int file, Direction direction, bool interruptible) {
     Actor& actor = world->actors[self];
     actor.until = until;
+    actor.order = ++world->waits_begun;
     actor.file = static_cast<std::int16_t>(file);
     actor.direction = direction;
     actor.interruptible = interruptible;
@@ -100,28 +110,48 @@ void wait_for(Microseconds until, int file, Direction direction, bool interrupti
 
 }  // namespace
 
-void stop_run(const char* format, ...) {
+namespace {
+
+void stop_for(const char* format, va_list arguments) {
     if (world->stopped) return;
-    va_list arguments;
-    va_start(arguments, format);
     std::vsnprintf(world->stop_reason, sizeof world->stop_reason, format, arguments);
-    va_end(arguments);
     world->stopped = true;
     wake_supervisor();
 }
 
+}  // namespace
+
+void stop_run(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    stop_for(format, arguments);
+    va_end(arguments);
+}
+
+void stop_here(const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    stop_for(format, arguments);
+    va_end(arguments);
+    if (self < 0) throw std::length_error(world->stop_reason);
+    for (;;)
+        ::pause();
+}
+
 bool anyone_alive() {
-    const std::span actors = world->all_actors();
-    return std::any_of(actors.begin(), actors.end(),
+    return std::any_of(std::begin(world->actors), std::end(world->actors),
                        [](const Actor& actor) { return actor.state == Actor::State::alive; });
 }
 
 Step next_step() {
     Step next{kNever, -1};
-    for (const Actor& actor : world->all_actors()) {
+    std::uint64_t first = UINT64_MAX;  // order of the wait that ends next
+    for (const Actor& actor : world->actors) {
         if (actor.state != Actor::State::alive) continue;
         const Microseconds at = end_of_wait(actor);
-        if (at < next.at) next = {at, static_cast<int>(&actor - world->actors)};
+        if (at > next.at || (at == next.at && actor.order > first)) continue;
+        next = {at, static_cast<int>(&actor - world->actors)};
+        first = actor.order;
     }
     const Microseconds board_at = std::min(next_interrupt(), world->control.watchdog_expires);
     if (board_at <= next.at) next = {std::max(board_at, world->now), -1};
@@ -187,17 +217,14 @@ void deliver_interrupt() {
 }
 
 Wake wait_until(Microseconds until, int file, Direction direction) {
-    wait_for(until, file, direction, true);
     const Actor& actor = world->actors[self];
+    const bool is_over = is_ready(file, direction) || until <= world->now;
+    if (!is_over) wait_for(until, file, direction, true);
     if (is_interrupted(actor)) {
         deliver_interrupt();
         return Wake::interrupt;
     }
-    if (file >= 0) {
-        const OpenFile& waited = world->files[file];
-        if (device(waited.device).ready_at(waited, direction) <= world->now) return Wake::ready;
-    }
-    return Wake::time_up;
+    return is_ready(file, direction) ? Wake::ready : Wake::time_up;
 }
 
 void take_time(Microseconds duration) {
@@ -210,32 +237,9 @@ bool take_time_of_shell(Microseconds duration) {
     return std::exchange(world->processes[world->actors[self].process].interrupt_pending, false);
 }
 
-int add_actor(int process, const char* kind, int number) {
-    if (world->actors_used == std::size(world->actors)) {
-        stop_run("more than %zu threads and processes", std::size(world->actors));
-        return -1;
-    }
-    const int place = static_cast<int>(world->actors_used++);
-    Actor& actor = world->actors[place];
-    actor.state = Actor::State::alive;
-    actor.process = static_cast<std::uint8_t>(process);
-    actor.file = -1;
-    actor.until = world->now;
-    std::snprintf(actor.name, sizeof actor.name, number == 0 ? "%s" : "%s%d", kind, number);
-    sem_init(&actor.turn, 1, 0);
-    return place;
-}
-
 void interrupt_all() {
-    for (Process& process : world->all_processes()) {
-        process.interrupt_pending = process.alive;
-    }
-}
-
-void end_process(int process) {
-    world->processes[process].alive = false;
-    for (Actor& actor : world->all_actors()) {
-        if (actor.process == process) actor.state = Actor::State::ended;
+    for (Process& process : world->processes) {
+        process.interrupt_pending = process.state == Process::State::alive;
     }
 }
 

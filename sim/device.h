@@ -10,7 +10,10 @@
 #include <string_view>
 #include <vector>
 
-#include "sim/world.h"
+#include "sim/process.h"
+#include "sim/time.h"
+
+struct termios;
 
 namespace sim {
 
@@ -37,7 +40,7 @@ class Device {
 
     // First instant, not before the present one, at which the file is ready. kNever = not by
     // itself.
-    virtual Microseconds ready_at(const OpenFile&, Direction) const { return world->now; }
+    virtual Microseconds ready_at(const OpenFile&, Direction) const;
 
     // Appends the names of its nodes in /dev, in directory order.
     virtual void list(std::vector<std::string>&) const {}

@@ -5,7 +5,7 @@ foreach(board IN LISTS BOARDS)
   file(READ ${board} text)
   string(APPEND rows "        {\"${name}\", R\"board(${text})board\"},\n")
 endforeach()
-file(WRITE ${OUTPUT} "#include \"sim/scenario.h\"
+file(WRITE ${OUTPUT} "#include \"sim/scenario/scenario.h\"
 
 namespace sim {
 

@@ -10,16 +10,19 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <span>
 #include <utility>
 
 #include "sim/call.h"
 #include "sim/clock.h"
-#include "sim/devices.h"
+#include "sim/devices/directory.h"
+#include "sim/devices/files.h"
+#include "sim/devices/pipe.h"
+#include "sim/devices/usb.h"
+#include "sim/process.h"
 #include "sim/supervisor.h"
+#include "sim/world.h"
 
 using namespace sim;
 
@@ -89,35 +92,10 @@ void* run_thread(void* argument) {
     }
     void* result = thread.body(nullptr);
     const HiddenFromThreadSanitizer hidden;
-    world->actors[self].state = Actor::State::ended;
+    end_thread();
     pass_turn();
     return result;
 }
-
-int count_actors(const char* kind) {
-    const std::span actors = world->all_actors();
-    return static_cast<int>(std::count_if(actors.begin(), actors.end(), [&](const Actor& actor) {
-        return std::strncmp(actor.name, kind, std::strlen(kind)) == 0;
-    }));
-}
-
-int add_child(const Process& parent) {
-    const int place = static_cast<int>(world->processes_used);
-    Process& child = world->processes[place];
-    child = parent;
-    child.pid = 0;  // until it is forked: the supervisor must not take it for its parent
-    child.interrupt_pending = false;
-    child.alive = true;
-    for (const std::int16_t file : child.files) {
-        if (file >= 0) ++world->files[file].users;
-    }
-    child.main_actor =
-        static_cast<std::int16_t>(add_actor(place, "child", count_actors("child") + 1));
-    ++world->processes_used;
-    return place;
-}
-
-constexpr pid_t kFirstPid = 100;  // what the product sees; the host's numbers differ each time
 
 [[noreturn]] void leave(const char* function, int status) {
     {
@@ -258,26 +236,19 @@ int setuid(uid_t user) {
 pid_t fork() {
     Call call("fork", kNoPath, 0);
     return static_cast<pid_t>(call.run([&]() -> long {
-        const Process& parent = world->processes[world->actors[self].process];
-        const int place = add_child(parent);
+        Process& child = world->processes[add_child()];
         const pid_t pid = ::fork();
-        if (pid < 0) {
-            const int error = errno;
-            end_process(place);
-            world->processes[place].collected = true;  // there is nothing to collect
-            stop_run("the host refused a process: %s", std::strerror(error));
-            return -error;
-        }
+        if (pid < 0) stop_here("the host refused a process: %s", std::strerror(errno));
         if (pid == 0) {
             call.abandon();
-            self = world->processes[place].main_actor;
+            self = child.main_actor;
             await_turn();
             deliver_interrupt();
             return 0;
         }
-        world->processes[place].pid = pid;
+        child.pid = pid;
         wake_supervisor();
-        return kFirstPid + place;
+        return pid_of(child);
     }));
 }
 
@@ -285,34 +256,29 @@ pid_t waitpid(pid_t process, int* status, int options) {
     Call call("waitpid", kNoPath, process);
     return static_cast<pid_t>(call.run([&]() -> long {
         if (options != WNOHANG) return -EINVAL;  // the product waits for no process
-        bool any_child = false;
-        for (int i = world->actors[self].process + 1; i < static_cast<int>(world->processes_used);
-             ++i) {
-            const Process& child = world->processes[i];
-            if (child.collected || (process > 0 && process != kFirstPid + i)) continue;
-            any_child = true;
-            if (child.alive || ::waitpid(child.pid, status, 0) != child.pid) continue;
-            world->processes[i].collected = true;
-            return kFirstPid + i;
-        }
-        return any_child ? 0 : -ECHILD;
+        Process* child = nullptr;
+        const pid_t ended = ended_child(process, &child);
+        if (ended <= 0) return ended < 0 ? -ECHILD : 0;
+        if (::waitpid(child->pid, status, 0) != child->pid) return -ECHILD;
+        forget_process(*child);
+        return ended;
     }));
 }
 
 int create_thread(pthread_t* thread, void* (*body)(void*)) {
-    long result = 0;
     int actor = -1;
     {
         Call call("pthread_create", kNoPath, 0);
         const int saved_errno = errno;
-        result = call.run([&]() -> long {
-            actor = add_actor(world->actors[self].process, "thread", count_actors("thread") + 1);
-            return actor < 0 ? -EAGAIN : 0;
+        const long result = call.run([&] {
+            actor = add_thread();
+            return 0L;
         });
-        if (result != 0) result = std::exchange(errno, saved_errno);
+        if (result != 0) return std::exchange(errno, saved_errno);
     }
-    if (result != 0) return static_cast<int>(result);
-    return ::pthread_create(thread, nullptr, run_thread, new Thread{actor, body});
+    const int error = ::pthread_create(thread, nullptr, run_thread, new Thread{actor, body});
+    if (error != 0) stop_here("the host refused a thread: %s", std::strerror(error));
+    return 0;
 }
 
 void exit(int status) { leave("exit", status); }

@@ -14,12 +14,15 @@
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
+#include <stdexcept>
 #include <system_error>
 
 #include "platform/platform.h"
 #include "sim/call.h"
 #include "sim/clock.h"
 #include "sim/device.h"
+#include "sim/process.h"
+#include "sim/world.h"
 
 #ifdef Q7_COVERAGE
 extern "C" void __gcov_dump();
@@ -44,6 +47,10 @@ class RealFile {  // owns a descriptor of the host
         if (fd < 0) fail(what);
     }
     RealFile(RealFile&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+    RealFile& operator=(RealFile&& other) noexcept {
+        std::swap(fd_, other.fd_);
+        return *this;
+    }
     ~RealFile() {
         if (fd_ >= 0) ::close(fd_);
     }
@@ -67,10 +74,6 @@ World* new_world() {
     World* made = static_cast<World*>(mapping);
     made->supervisor = ::getpid();
     made->typed_interrupt = kNever;
-    made->processes_used = 1;
-    Process& process = made->processes[0];
-    process.alive = true;
-    std::fill(std::begin(process.files), std::end(process.files), static_cast<std::int16_t>(-1));
     return made;
 }
 
@@ -89,9 +92,10 @@ class Run {
         console_stream = console_.get();
         world->wake_supervisor = wake_.get();
         world->paced = live.pace > 0;
+        start_first_process();
+        if (description.faults.size() > kMostFaults) stop_here("more than %zu faults", kMostFaults);
         start_devices();
-        add_actor(0, "main", 0);
-        world->running = 0;
+        if (world->stopped) throw std::length_error(world->stop_reason);
         ::prctl(PR_SET_CHILD_SUBREAPER, 1);
         const pid_t pid = ::fork();
         if (pid < 0) fail("fork");
@@ -103,13 +107,12 @@ class Run {
 
     Outcome finish() {
         watch_new_processes();
-        while (!all_dead() && !world->stopped)
-            attend();
+        while (!watched_.empty() && !world->stopped)
+            poll_once();
         // The group's leader is our child and has not been waited for: nobody else can have the
         // number of its group.
         ::kill(-leader_, SIGKILL);
-        for (const Watched& process : watched_)
-            collect(process);
+        collect_all();
         outcome_.stopped = world->stopped && !(world->restarted && exited_);
         if (outcome_.stopped) outcome_.reason = world->stop_reason;
         if (live_.show) live_.show(console_.get(), errors_.get());
@@ -120,9 +123,9 @@ class Run {
 
   private:
     struct Watched {
-        pid_t pid;
+        std::size_t place;
+        std::uint32_t number;
         RealFile handle;
-        bool dead;
     };
 
     [[noreturn]] void become_product(const Program& program) {
@@ -144,40 +147,40 @@ class Run {
     }
 
     void watch_new_processes() {
-        for (auto i = watched_.size(); i < world->processes_used; ++i) {
-            const pid_t pid = world->processes[i].pid;
-            if (pid <= 0) return;  // not forked yet
-            const int handle = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+        std::uint32_t next = next_number_;
+        for (const Process& process : world->processes) {
+            const bool forked = process.is_used() && process.pid > 0;
+            if (!forked || process.number < next_number_) continue;
+            next = std::max(next, process.number + 1);
+            const int handle = static_cast<int>(::syscall(SYS_pidfd_open, process.pid, 0));
             if (handle < 0 && errno != ESRCH) fail("pidfd_open");
-            // None left: it has ended in good order, and its parent has collected it already.
-            watched_.push_back({pid, RealFile(handle), handle < 0});
+            if (handle < 0) continue;  // it has ended in good order, and was waited for already
+            const auto place = static_cast<std::size_t>(&process - world->processes);
+            watched_.push_back({place, process.number, RealFile(handle)});
         }
-    }
-
-    bool all_dead() const {
-        return std::all_of(watched_.begin(), watched_.end(),
-                           [](const Watched& process) { return process.dead; });
+        next_number_ = next;
     }
 
     // A process that died without saying so cannot pass its turn on.
-    void bury(std::size_t place) {
-        watched_[place].dead = true;
-        if (!world->processes[place].alive) {
-            if (place == 0) exited_ = true;
-            return;
-        }
+    void reap(const Watched& dead) {
+        const bool crashed = is_alive(world->processes[dead.place], dead.number);
+        if (dead.number == 0 && !crashed) exited_ = true;
+        if (!crashed) return;
         const bool held_turn =
-            world->running >= 0 && world->actors[world->running].process == place;
-        end_process(static_cast<int>(place));
+            world->running >= 0
+            && world->actors[world->running].process == static_cast<int>(dead.place);
+        end_process(static_cast<int>(dead.place));
         if (held_turn) pass_turn();
     }
 
-    void collect(const Watched& process) {
+    // The main process, and each that it has left to us.
+    void collect_all() {
         int status = 0;
-        if (::waitpid(process.pid, &status, 0) != process.pid) return;  // its parent did
-        if (process.pid != leader_) return;
-        if (WIFEXITED(status)) outcome_.status = WEXITSTATUS(status);
-        if (WIFSIGNALED(status)) outcome_.signal = WTERMSIG(status);
+        for (pid_t pid; (pid = ::waitpid(-leader_, &status, 0)) > 0;) {
+            if (pid != leader_) continue;
+            if (WIFEXITED(status)) outcome_.status = WEXITSTATUS(status);
+            if (WIFSIGNALED(status)) outcome_.signal = WTERMSIG(status);
+        }
     }
 
     // Virtual time as the person in front of a paced run sees it pass.
@@ -202,25 +205,26 @@ class Run {
         return -1;
     }
 
-    void attend() {
+    void poll_once() {
         const int timeout_ms = step_in_pace();
         std::vector<pollfd> files{{wake_.get(), POLLIN, 0}};
-        for (const Watched& process : watched_) {
-            files.push_back({process.dead ? -1 : process.handle.get(), POLLIN, 0});
-        }
         for (const auto& [fd, typed] : live_.inputs)
             files.push_back({fd, POLLIN, 0});
+        for (const Watched& process : watched_)
+            files.push_back({process.handle.get(), POLLIN, 0});
         if (::poll(files.data(), files.size(), timeout_ms) < 0 && errno != EINTR) fail("poll");
 
         std::uint64_t wakes = 0;
         if (::read(wake_.get(), &wakes, sizeof wakes) < 0 && errno != EAGAIN) fail("read");
-        const std::size_t processes = watched_.size();
-        for (std::size_t i = 0; i < processes; ++i) {
-            if (files[1 + i].revents != 0) bury(i);
+        for (std::size_t i = files.size(); i-- > 1 + live_.inputs.size();) {
+            if (files[i].revents == 0) continue;
+            const auto dead = watched_.begin() + static_cast<long>(i - 1 - live_.inputs.size());
+            reap(*dead);
+            watched_.erase(dead);
         }
         watch_new_processes();
         for (std::size_t i = 0; i < live_.inputs.size(); ++i) {
-            if (files[1 + processes + i].revents == 0 || world->running >= 0) continue;
+            if (files[1 + i].revents == 0 || world->running >= 0) continue;
             world->now = std::clamp(present(), world->now, std::max(world->now, next_step().at));
             if (!live_.inputs[i].second()) live_.inputs[i].first = -1;
         }
@@ -229,7 +233,8 @@ class Run {
     Live live_;
     Outcome outcome_;
     RealFile console_, errors_, wake_;
-    std::vector<Watched> watched_;
+    std::vector<Watched> watched_;   // processes that live
+    std::uint32_t next_number_ = 0;  // of the next process to be watched
     pid_t leader_ = 0;     // the main process, which leads a group of all processes of the run
     bool exited_ = false;  // the main process, by itself
     RealClock::time_point start_ = RealClock::now();

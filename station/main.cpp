@@ -8,8 +8,10 @@
 #include <exception>
 
 #include "station/commands.h"
+#include "station/dictionary/command.h"
 #include "station/version.h"
 #ifdef Q7_STATION_PAGES
+#include "station/index/commands.h"
 #include "station/web/serve_command.h"
 #endif
 
@@ -23,7 +25,10 @@ int main(int argc, char** argv) {
     station::add_rejudge(app, status);
     station::add_replay(app, status);
     station::add_run(app, status);
+    station::add_dictionary(app, status);
+    station::add_faults(app, status);
 #ifdef Q7_STATION_PAGES
+    station::index::add_commands(app);
     station::add_serve(app, status);
 #endif
     try {

@@ -84,14 +84,13 @@ Result follow_run(const Folder& folder, const Run& run, std::uint64_t from) {
         bool sent = true, any = false;
         for (std::string_view line; sent && !(line = spool.next()).empty(); any = true)
             if (spool.last() >= from) sent = send(line);
-        if (spool.ended()) break;
-        if (!any && (!lives || spool.damaged())) break;
         silent_ms = any ? 0 : silent_ms + kLookEvery_ms;
-        if (silent_ms >= kAliveEvery_ms) {
-            sent = sent && send_alive(spool.last());
+        if (sent && silent_ms >= kAliveEvery_ms) {
+            sent = send_alive(spool.last());
             silent_ms = 0;
         }
         if (!sent) return failure(kNoOutput, "standard output: %s", std::strerror(errno));
+        if (!any && !lives) break;
         if (!any) pause_ms(kLookEvery_ms);
     }
     return end_of(spool, run);
@@ -110,6 +109,7 @@ void report_to_person(int /*unused*/, const Result& result) { say(result); }
 // The recorder keeps nothing of the process that starts it: no session, no descriptor.
 [[noreturn]] void become_recorder(const RunOptions& options, const Folder& folder, const Run& run,
                                   Descriptor lock, int report) {
+    ::signal(SIGHUP, SIG_IGN);
     ::setsid();
     const int null = ::open("/dev/null", O_RDWR | O_CLOEXEC);
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})

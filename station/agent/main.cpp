@@ -1,5 +1,7 @@
 // q7-agent: runs q7 on the board and keeps all that it says for the station.
+#include <fcntl.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -131,6 +133,12 @@ int execute(const CommandLine& line) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Nothing that is opened later takes the place of a standard stream that is missing.
+    int null = 0;
+    do {
+        null = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    } while (null >= 0 && null <= STDERR_FILENO);
+    ::close(null);
     ::signal(SIGPIPE, SIG_IGN);  // whoever reads may leave before the end
     if (argc == 2 && std::strcmp(argv[1], "--version") == 0) {
         std::puts("q7-agent " Q7_VERSION);

@@ -77,7 +77,7 @@ class Recorder {
     void end_without_program(const char* why);
 
     Line event(const char* name) const;
-    bool store(Line& line);
+    void store(Line& line);
     bool append(std::string_view line, off_t reserved);
     bool make_room();
     template <typename Attempt>
@@ -92,7 +92,6 @@ class Recorder {
     void read_control();
     void read_stream(Descriptor& stream, const char* name);
     void read_fifo();
-    void store_pieces();
     void stop(const char* by);
     void press();
     void reap();
@@ -107,6 +106,7 @@ class Recorder {
     SpoolWriter spool_;
     std::uint64_t events_ = 0;
     bool full_ = false;
+    int full_reason_ = 0;     // errno
     char removed_[200] = "";  // spools that gave their room, not yet said
 
     Descriptor fifo_, fifo_writer_;  // our own writer: the FIFO has no end while q7 may come
@@ -151,7 +151,7 @@ Result Recorder::open_fifo() {
 
 Result Recorder::open_spool() {
     const auto refuse = [&] {
-        const int reason = errno;
+        const int reason = full_ ? full_reason_ : errno;
         folder_.remove(run_);
         return failure(kNoSpool, "%s: cannot be written: %s", options_.folder,
                        std::strerror(reason));
@@ -166,7 +166,8 @@ Result Recorder::open_spool() {
     const bool ready = with_room([&] { return folder_.make_fifo(run_, kControl); })
                        && with_room([&] { return spool_.create(folder_, run_); })
                        && with_room([&] { return reserve_room(); });
-    if (!ready || !store(start) || !spool_.publish()) return refuse();
+    if (ready) store(start);
+    if (!ready || full_ || !spool_.publish()) return refuse();
     control_ = folder_.open(run_, kControl, O_RDWR | O_NONBLOCK);
     return control_.is_open() ? Result{} : refuse();
 }
@@ -311,29 +312,30 @@ bool Recorder::append(std::string_view line, off_t reserved) {
     return true;
 }
 
-// False: the spool is full, and takes no event any more but those that say so and end the run.
-bool Recorder::store(Line& line) {
-    if (full_) return false;
+// Stores an event. A full spool takes no event any more but those that say so and end the run.
+void Recorder::store(Line& line) {
+    if (full_) return;
     if (!append(line.seal(), kReserved)) {
         full_ = true;
-        const char* reason = std::strerror(errno);
+        full_reason_ = errno;
         folder_.remove(run_, kReserve);
-        Line said = event("problem");
-        append(said.text("what", "spool-full").text("text", reason).seal(), kReserved / 2);
-        return false;
+        problem("spool-full", std::strerror(full_reason_));
     }
-    if (removed_[0] != '\0') {
-        Line said = event("problem");
-        said.text("what", "spool-removed").text("text", removed_);
-        removed_[0] = '\0';
-        return store(said);
-    }
-    return true;
+    if (removed_[0] == '\0') return;
+    char names[sizeof removed_];
+    std::memcpy(names, removed_, sizeof names);
+    removed_[0] = '\0';
+    problem("spool-removed", names);
 }
 
 void Recorder::problem(const char* what, std::string_view text) {
     Line line = event("problem");
-    store(line.text("what", what).text("text", text));
+    line.text("what", what).text("text", text);
+    if (full_) {
+        append(line.seal(), kReserved / 2);
+    } else {
+        store(line);
+    }
 }
 
 void Recorder::store_output(const char* name, std::string_view bytes) {
@@ -431,8 +433,9 @@ void Recorder::stop(const char* by) {
 // Presses a program that is to stop, with the next signal when the last one did not help.
 void Recorder::press() {
     const std::int64_t now = monotonic_us();
+    if (program_ == 0) return;
     if (options_.time_limit_s > 0 && now - started_ > options_.time_limit_s * kSecond) stop("time");
-    if (!stopping_ || program_ == 0 || now < next_press_) return;
+    if (!stopping_ || now < next_press_) return;
     if (pressed_ == std::size(kStopSignals)) {
         given_up_ = true;  // it hangs within the kernel
         return;

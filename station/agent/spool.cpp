@@ -198,7 +198,6 @@ SpoolReader::SpoolReader(const Folder& folder, const Run& run)
     : file_(folder.open(run, kSpool, O_RDONLY)) {}
 
 std::string_view SpoolReader::next() {
-    if (damaged_) return {};
     const auto line_end = [&] {
         return static_cast<const char*>(std::memchr(bytes_ + begin_, '\n', end_ - begin_));
     };
@@ -210,13 +209,12 @@ std::string_view SpoolReader::next() {
         const ssize_t count = ::pread(file_.get(), bytes_, sizeof bytes_, offset_);
         end_ = count > 0 ? static_cast<std::size_t>(count) : 0;
         end = line_end();
-        damaged_ = end == nullptr && end_ > kLongestLine;
         if (end == nullptr) return {};
     }
     const std::string_view line(bytes_ + begin_,
                                 static_cast<std::size_t>(end + 1 - bytes_) - begin_);
     if (!is_sound(line) || event_number(line) != last_ + 1) {
-        damaged_ = true;
+        end_ = begin_;  // read it once more, for this process may have been too early
         return {};
     }
     begin_ += line.size();

@@ -89,14 +89,14 @@ class SpoolReader {
     SpoolReader(const Folder& folder, const Run& run);
     bool is_open() const { return file_.is_open(); }
 
-    // The next line, valid until the next call; empty = there is none (yet), or it is damaged.
+    // The next line, valid until the next call; empty = there is none yet. Behind a damaged line
+    // there is never one.
     std::string_view next();
 
     // True while the recorder lives. Ask first, then read: then nothing is missed.
     bool recorder_lives() const;
 
     bool ended() const { return ended_; }
-    bool damaged() const { return damaged_; }
     bool spool_full() const { return spool_full_; }
     bool program_missing() const { return program_missing_; }
     std::uint64_t last() const { return last_; }                         // number of the last line
@@ -110,7 +110,7 @@ class SpoolReader {
     std::size_t begin_ = 0, end_ = 0;
     off_t offset_ = 0;  // of bytes_[0] in the file
     std::uint64_t last_ = 0;
-    bool ended_ = false, damaged_ = false, spool_full_ = false, program_missing_ = false;
+    bool ended_ = false, spool_full_ = false, program_missing_ = false;
 };
 
 // All of `bytes`, however many writes it takes, to a descriptor that may block or not.

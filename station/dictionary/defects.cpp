@@ -569,7 +569,7 @@ void Enumeration::bridges() {
 // --- Calls -------------------------------------------------------------------------------------
 
 void Enumeration::calls(const CallCounts& calls) {
-    constexpr std::int64_t kMostFailures = 8;  // of the same call, each in a run of its own
+    constexpr std::int64_t kMostFailures = 16;  // of the same call, each in a run of its own
     for (const auto& [call, count] : calls) {
         std::string place = call.function;
         for (const std::string& word : {call.path, call.request})

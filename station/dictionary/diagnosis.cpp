@@ -1,8 +1,10 @@
 #include "station/dictionary/diagnosis.h"
 
 #include <algorithm>
-#include <cmath>
+#include <numeric>
 #include <set>
+
+#include "station/dictionary/comparison.h"
 
 namespace station {
 namespace {
@@ -16,110 +18,9 @@ constexpr double kForLikelihood = 0.012;  // of each point
 constexpr std::size_t kFirstPartners = 40;
 constexpr std::size_t kPairsShown = 3;
 
-// Signatures under comparison with what was measured.
-class Comparison {
-  public:
-    Comparison(const Dictionary& dictionary, const Symptoms& shown)
-        : dictionary_(dictionary), shown_(shown) {
-        for (const Signature& signature : dictionary.signatures)
-            for (const auto& [name, value] : signature.symptoms)
-                ++frequency_[name];
-    }
-
-    // Symptoms that one or two signatures share with what was measured, and all they have.
-    struct Overlap {
-        double shared = 0, all = 0;
-        double fit() const { return all == 0 ? 0 : shared / all; }
-        double cost() const {
-            return all - shared;
-        }  // shown and not explained, or expected in vain
-    };
-
-    Overlap single(const Symptoms& expected) const {
-        Overlap overlap;
-        for (const auto& [name, value] : shown_) {
-            const double weight = weight_(name);
-            const auto found = expected.find(name);
-            overlap.all += weight;
-            if (found != expected.end())
-                overlap.shared += weight * likeness(name, found->second, value);
-        }
-        for (const auto& [name, value] : expected)
-            if (shown_.count(name) == 0) overlap.all += weight_(name);
-        return overlap;
-    }
-
-    // A symptom of one defect cannot be seen where the other keeps that step from running.
-    Overlap pair(const Symptoms& a, const Symptoms& b) const {
-        Overlap overlap;
-        for (const auto& [name, value] : shown_) {
-            const double weight = weight_(name);
-            overlap.all += weight;
-            overlap.shared +=
-                weight * std::max(explained(a, name, value), explained(b, name, value));
-        }
-        const auto add_missing = [&](const Symptoms& own, const Symptoms& other, bool counted) {
-            for (const auto& [name, value] : own) {
-                if (shown_.count(name) != 0 || (counted && other.count(name) != 0)) continue;
-                if (other.count("step " + step_of(name)) == 0) overlap.all += weight_(name);
-            }
-        };
-        add_missing(a, b, false);
-        add_missing(b, a, true);
-        return overlap;
-    }
-
-    // How much of what was measured a signature explains, less what it expects in vain.
-    double promise(const Symptoms& expected) const {
-        double shared = 0, vain = 0;
-        for (const auto& [name, value] : expected) {
-            const auto found = shown_.find(name);
-            if (found == shown_.end()) {
-                vain += weight_(name);
-            } else {
-                shared += weight_(name) * likeness(name, value, found->second);
-            }
-        }
-        return shared == 0 ? 0 : shared * shared / (shared + vain);
-    }
-
-    // What was measured and a signature has not, or with quite another value.
-    Symptoms unexplained_by(const Symptoms& expected) const {
-        Symptoms rest;
-        for (const auto& [name, value] : shown_)
-            if (explained(expected, name, value) < kExplained) rest.emplace(name, value);
-        return rest;
-    }
-
-  private:
-    static double explained(const Symptoms& expected, const std::string& name,
-                            const std::string& value) {
-        const auto found = expected.find(name);
-        return found == expected.end() ? 0 : likeness(name, found->second, value);
-    }
-
-    // What few signatures have says more than what many have.
-    double weight_(const std::string& name) const {
-        const auto found = frequency_.find(name);
-        const double frequency = found == frequency_.end() ? 0 : found->second;
-        const double count = static_cast<double>(dictionary_.signatures.size()) + 2;
-        const double rarity = std::log(count / (frequency + 1)) / std::log(count);
-        return weight_of(name).weight * (0.3 + rarity);
-    }
-
-    const Dictionary& dictionary_;
-    const Symptoms& shown_;
-    std::map<std::string, int> frequency_;
-};
-
-bool have_common(const Symptoms& a, const Symptoms& b) {
-    return std::any_of(a.begin(), a.end(),
-                       [&](const auto& symptom) { return b.count(symptom.first) != 0; });
-}
-
 struct Candidate {
     const Signature *first, *second;  // second may be nullptr
-    double fit, cost, rank;           // the smallest rank comes first
+    double fit, rank;                 // the smallest rank comes first
 };
 
 double likelihood_of(const Signature& signature) {
@@ -128,49 +29,51 @@ double likelihood_of(const Signature& signature) {
 
 bool comes_before(const Candidate& a, const Candidate& b) { return a.rank < b.rank; }
 
-std::vector<Candidate> singles(const Dictionary& dictionary, const Comparison& comparison) {
+std::vector<Candidate> singles(const std::vector<Compared>& compared) {
     std::vector<Candidate> found;
-    for (const Signature& signature : dictionary.signatures) {
-        const Comparison::Overlap overlap = comparison.single(signature.symptoms);
-        if (overlap.shared <= 0) continue;
-        found.push_back({&signature, nullptr, overlap.fit(), overlap.cost(),
-                         overlap.cost() - likelihood_of(signature)});
-    }
+    for (const Compared& each : compared)
+        found.push_back({each.signature, nullptr, each.fit.share(),
+                         each.fit.cost() - likelihood_of(*each.signature)});
     std::stable_sort(found.begin(), found.end(), comes_before);
     return found;
 }
 
-// Pairs in which each explains something that the other does not.
-std::vector<Candidate> pairs(const Comparison& comparison, const std::vector<Candidate>& singles) {
-    std::map<std::string, double> alone;  // the least cost of a cause without another
-    const auto cause = [](const Candidate& single) {
-        return single.first->defects.front().cause();
-    };
-    for (const Candidate& single : singles) {
-        const auto [place, is_new] = alone.emplace(cause(single), single.cost);
-        place->second = std::min(place->second, single.cost);
+// The least cost of each signature's cause without a second one, which may show in several ways.
+std::vector<double> costs_alone(const std::vector<Compared>& compared) {
+    std::map<std::string, double> least;
+    std::vector<std::string> causes;
+    for (const Compared& each : compared) {
+        causes.push_back(each.signature->defects.front().cause());
+        const auto [place, is_new] = least.emplace(causes.back(), each.fit.cost());
+        place->second = std::min(place->second, each.fit.cost());
     }
-    std::vector<std::pair<double, const Candidate*>> partners;
-    for (const Candidate& single : singles)
-        partners.emplace_back(comparison.promise(single.first->symptoms), &single);
-    std::stable_sort(partners.begin(), partners.end(),
-                     [](const auto& a, const auto& b) { return a.first > b.first; });
+    std::vector<double> costs;
+    for (const std::string& cause : causes)
+        costs.push_back(least.at(cause));
+    return costs;
+}
 
+// Pairs in which each explains something that the other does not.
+std::vector<Candidate> pairs(const Comparison& comparison, const std::vector<Compared>& compared) {
+    const std::vector<double> alone = costs_alone(compared);
+    std::vector<std::size_t> partners(compared.size());
+    std::iota(partners.begin(), partners.end(), std::size_t{0});
+    std::stable_sort(partners.begin(), partners.end(), [&](std::size_t a, std::size_t b) {
+        return compared[a].promise > compared[b].promise;
+    });
     std::vector<Candidate> found;
-    for (std::size_t i = 0; i < std::min(partners.size(), kFirstPartners); ++i) {
-        const Candidate& a = *partners[i].second;
-        const Symptoms rest = comparison.unexplained_by(a.first->symptoms);
+    for (std::size_t i = 0; i < std::min(partners.size(), kFirstPartners); ++i)
         for (std::size_t k = i + 1; k < partners.size(); ++k) {
-            const Candidate& b = *partners[k].second;
-            if (!have_common(rest, b.first->symptoms)) continue;
-            const auto overlap = comparison.pair(a.first->symptoms, b.first->symptoms);
-            const double least = std::min(alone.at(cause(a)), alone.at(cause(b)));
-            if (overlap.cost() > least - kGainOfTwo) continue;
-            const double likelihood = std::min(likelihood_of(*a.first), likelihood_of(*b.first));
-            found.push_back({a.first, b.first, overlap.fit(), overlap.cost(),
-                             overlap.cost() + kSecondDefect - likelihood});
+            const Compared &a = compared[partners[i]], &b = compared[partners[k]];
+            if (!Comparison::adds(a, b)) continue;
+            const Fit fit = comparison.pair(a, b);
+            const double least = std::min(alone[partners[i]], alone[partners[k]]);
+            if (fit.cost() > least - kGainOfTwo) continue;
+            const double likelihood =
+                std::min(likelihood_of(*a.signature), likelihood_of(*b.signature));
+            found.push_back(
+                {a.signature, b.signature, fit.share(), fit.cost() + kSecondDefect - likelihood});
         }
-    }
     std::stable_sort(found.begin(), found.end(), comes_before);
     return found;
 }
@@ -249,10 +152,11 @@ std::vector<Cause> causes_of(const Dictionary& dictionary, const Symptoms& shown
     std::vector<Cause> causes;
     if (shown.empty()) return causes;
     const Comparison comparison(dictionary, shown);
-    std::vector<Candidate> candidates = singles(dictionary, comparison);
+    const std::vector<Compared> compared = comparison.compared();
+    std::vector<Candidate> candidates = singles(compared);
     const bool known = !candidates.empty() && candidates.front().fit > kExact;
     if (!known) {
-        std::vector<Candidate> two = pairs(comparison, candidates);
+        std::vector<Candidate> two = pairs(comparison, compared);
         two.resize(std::min(two.size(), kPairsShown));
         candidates.insert(candidates.end(), two.begin(), two.end());
         std::stable_sort(candidates.begin(), candidates.end(), comes_before);

@@ -13,6 +13,13 @@ namespace {
 
 constexpr int kVersion = 1;
 
+// The lines of the healthy transcript, which a defect may make absent.
+void add_texts_of_healthy(const Evidence& evidence, std::map<std::string, std::string>& texts) {
+    for (const Piece& piece : evidence.pieces)
+        for (const std::size_t fact : piece.facts)
+            texts.emplace(evidence.facts[fact].name + "=absent", piece.text);
+}
+
 // The line of the transcript that shows the symptom.
 void add_texts(const SimulatedAttempt& attempt, std::map<std::string, std::string>& texts) {
     for (const Item& item : attempt.judgement.items)
@@ -88,6 +95,8 @@ Dictionary make_dictionary(const AttemptSimulator& simulator, const std::string&
     dictionary.plan_revision = simulator.plan().revision;
     dictionary.plan_sha256 = simulator.plan().sha256;
     dictionary.board = board_name;
+
+    add_texts_of_healthy(simulator.healthy().evidence, dictionary.texts);
 
     std::vector<Symptoms> symptoms(defects.size());
     std::vector<std::string> changes(defects.size());

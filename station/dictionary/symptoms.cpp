@@ -85,20 +85,22 @@ void add_ports(Symptoms& symptoms, const Reason& reason) {
 // are facts of their own, or differ from board to board.
 std::string without_values(std::string text) {
     constexpr int kErrors = 134;
+    constexpr std::size_t kLongestName = 2;  // digits of a disk, a port
     for (int error = 1; error < kErrors; ++error) {
         const std::string name = std::string(": ") + std::strerror(error);
         if (text.ends_with(name)) text.resize(text.size() - name.size());
     }
     std::string result;
-    for (const char c : text) {
-        const auto is = [](int (*kind)(int), char of) {
-            return kind(static_cast<unsigned char>(of));
-        };
-        if (is(std::isdigit, c) == 0 || (!result.empty() && is(std::isalnum, result.back()) != 0)) {
-            result += c;
-        } else if (!result.ends_with('#')) {
-            result += '#';
-        }
+    for (std::size_t at = 0; at < text.size();) {
+        std::size_t end = at;
+        while (end < text.size() && std::isdigit(static_cast<unsigned char>(text[end])) != 0)
+            ++end;
+        const bool in_name =
+            !result.empty() && std::isalpha(static_cast<unsigned char>(result.back())) != 0;
+        const bool is_value = end > at && !(in_name && end - at <= kLongestName);
+        end = std::max(end, at + 1);
+        result += is_value ? "#" : text.substr(at, end - at);
+        at = end;
     }
     return result;
 }

@@ -34,8 +34,44 @@ void SharedIndex::open() {
     }
 }
 
-Archive::Archive(fs::path journals, const std::string& url)
-    : journals_(std::move(journals)), index_(url), outbox_(journals_ / "unsent", url) {}
+Archive::Archive(fs::path journals, const std::string& url, const fs::path& dictionaries)
+    : journals_(std::move(journals)), index_(url), outbox_(journals_ / "unsent", url) {
+    if (dictionaries.empty()) return;
+    for (const fs::directory_entry& entry : fs::directory_iterator(dictionaries)) {
+        if (!entry.is_regular_file()) continue;
+        const std::string path = entry.path().string();
+        dictionaries_.push_back(parse_dictionary(read_file(path), path));
+    }
+}
+
+// Of the dictionary that was made for the plan of the attempt, if there is one.
+json Archive::causes(const Judgement& judgement, const Evidence& evidence) const {
+    for (const Dictionary& dictionary : dictionaries_) {
+        if (dictionary.plan_sha256 == judgement.plan_sha256)
+            return to_json(causes_of(dictionary, judgement, evidence));
+    }
+    return json::array();
+}
+
+// The index keeps causes as changes of the simulated board; people read their titles.
+void Archive::name_causes(json& yield) const {
+    const auto name = [&](json& row) {
+        for (const Dictionary& dictionary : dictionaries_) {
+            for (const Signature& signature : dictionary.signatures) {
+                for (const KnownDefect& defect : signature.defects) {
+                    if (defect.change != row.at("cause")) continue;
+                    const Words words = title_of(*defect.kind, defect.places);
+                    row["title"] = {{"zh", words.zh}, {"en", words.en}};
+                    return;
+                }
+            }
+        }
+    };
+    for (json& row : yield.at("causes").at("rows"))
+        name(row);
+    if (json& series = yield.at("series"); series.contains("low") && series.at("low").is_object())
+        name(series.at("low"));
+}
 
 Records Archive::records() {
     Records records;
@@ -58,6 +94,9 @@ Records Archive::records() {
             const std::string failing = index::failing_set(history.back());
             return index.same_failures(serial, model, failing) >= kSameForSupervisor;
         });
+    };
+    records.causes = [this](const Judgement& judgement, const Evidence& evidence) {
+        return causes(judgement, evidence);
     };
     records.store = [this](const json& judgement) {
         const index::Outbox::Stored stored = outbox_.store(index::from_json(judgement));
@@ -114,6 +153,7 @@ json Archive::yield(const Query& query) {
     try {
         json yield =
             index_.use([&](index::Index& index) { return yield_json(index, query, now_iso()); });
+        name_causes(yield);
         yield["index"] = index_state();
         return yield;
     } catch (const Refusal&) {

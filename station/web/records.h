@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "station/dictionary/diagnosis.h"
 #include "station/index/index.h"
 #include "station/index/outbox.h"
 #include "station/web/controller.h"
@@ -49,7 +50,9 @@ class SharedIndex {
 
 class Archive {
   public:
-    Archive(std::filesystem::path journals, const std::string& url);
+    // `dictionaries` is a folder of them, or empty. Throws DictionaryError.
+    Archive(std::filesystem::path journals, const std::string& url,
+            const std::filesystem::path& dictionaries);
 
     [[nodiscard]] Records records();
     [[nodiscard]] nlohmann::json board(const std::string& serial);
@@ -59,10 +62,13 @@ class Archive {
   private:
     [[nodiscard]] std::vector<nlohmann::json> history(const std::string& serial);
     [[nodiscard]] nlohmann::json index_state();
+    [[nodiscard]] nlohmann::json causes(const Judgement& judgement, const Evidence& evidence) const;
+    void name_causes(nlohmann::json& yield) const;
 
     std::filesystem::path journals_;
     SharedIndex index_;
     index::Outbox outbox_;
+    std::vector<Dictionary> dictionaries_;
 };
 
 }  // namespace station::web

@@ -26,7 +26,7 @@ using namespace std::chrono_literals;
 
 struct ServeOptions {
     string listen = "127.0.0.1:8077", station, plans, journals = "journals", people, token_file,
-           operator_id, index;
+           operator_id, index, dictionaries;
     bool needs_proof = false;
     std::vector<string> words;
 };
@@ -128,9 +128,9 @@ int serve(const ServeOptions& options) {
     if (!web::is_loopback(listen.address) && !tokens.needed())
         throw std::runtime_error("other computers are served only with --token-file");
     std::atomic<bool> changed = false;
-    web::Archive archive(options.journals, options.index.empty()
-                                               ? options.journals + "/index.sqlite"
-                                               : options.index);
+    const string index = options.index.empty() ? options.journals + "/index.sqlite" : options.index;
+    std::filesystem::create_directories(options.journals);
+    web::Archive archive(options.journals, index, options.dictionaries);
     web::Controller controller(make_setup(options), archive.records(), [&] { changed = true; });
     const web::Server routes(make_backend(controller, archive, options.journals), tokens);
     web::HttpServer http(listen.address, listen.port, {},
@@ -155,6 +155,7 @@ void add_serve(CLI::App& app, int& status) {
     command->add_option("--journals", options->journals, "Folder of journals");
     command->add_option("--index", options->index,
                         "postgresql://..., or a file of SQLite; by default beside the journals");
+    command->add_option("--dictionaries", options->dictionaries, "Folder of fault dictionaries");
     command->add_option("--people", options->people, "File of operators and supervisors");
     command->add_option("--operator", options->operator_id, "Who works there, without --people");
     command->add_option("--token-file", options->token_file, "Tokens to look and to operate");

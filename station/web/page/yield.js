@@ -119,7 +119,7 @@ function yieldBox(t) {
     const { low } = data.series;
     const y = CHART.top + (100 - 100 * rows[worst].first_good / rows[worst].first) / (100 - floor) * CHART.height + 8;
     box.append(el('div', { class: 'at', css: { left: `${x(worst) - 28}px`, top: `${y}px`, fontSize: '19px' } }, el('b', {}, `${percent(rows[worst].first_good, rows[worst].first)} %`),
-      el('span', { class: 'lesser', css: { marginLeft: '10px', fontSize: '17px' } }, opens(t.lowDay(low.not, low.some, t.stationShort(low.station), low.name?.[t.language] ?? low.cause), { list: 'first-not', on: low.key, station: low.station, cause: low.cause }, t))));
+      el('span', { class: 'lesser', css: { marginLeft: '10px', fontSize: '17px' } }, opens(t.lowDay(low.not, low.some, t.stationShort(low.station), low.title?.[t.language] ?? low.cause), { list: 'first-not', on: low.key, station: low.station, cause: low.cause }, t))));
   }
   return { box, draw: () => drawChart(canvas, rows, at, last, floor, t) };
 }
@@ -212,7 +212,7 @@ function causesBox(t) {
   const gathers = (cause) => (cause.gathers ? el('span', { class: 'right gathers marked' }, t.gatherAt(cause.gathers.station, cause.gathers.count)) : el('span', { class: 'right gathers' }, t.scattered()));
   return el('section', { class: 'white causes', css: { left: '624px', top: '508px', width: '632px', height: '284px' } },
     el('div', { class: 'box-head' }, el('b', {}, t.whichCause()), el('span', { class: 'lesser' }, t.whichCauseWhy()), el('span', { class: 'right lesser' }, t.gathers())),
-    el('div', { class: 'bars' }, causes.rows.slice(0, 5).map((cause) => row(cause.name?.[t.language] ?? cause.cause, cause.count, 'ink-2', { list: 'first-not', cause: cause.cause }, gathers(cause))),
+    el('div', { class: 'bars' }, causes.rows.slice(0, 5).map((cause) => row(cause.title?.[t.language] ?? cause.cause, cause.count, 'ink-2', { list: 'first-not', cause: cause.cause }, gathers(cause))),
       causes.others.count ? row(t.otherCauses(causes.others.kinds), causes.others.count, 'line', { list: 'first-not', cause: '*' }, '', true) : '',
       causes.unknown ? row(t.unknownCause(), causes.unknown, 'line', { list: 'first-not', cause: '' }, '', true) : ''));
 }

@@ -1,0 +1,61 @@
+// Port-multiplier bridges with their SPI flash, behind the pass-through request of a disk.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "sim/time.h"
+
+namespace sim {
+
+class Keys;
+
+constexpr std::size_t kMostBridges = 4;
+constexpr std::size_t kFlashSize = 1 << 17;
+
+// An image that a bridge as described below takes, of this many bytes.
+std::string firmware_image(std::uint32_t size);
+
+struct Bridge {  // port multiplier with its SPI flash
+    std::map<std::uint32_t, std::uint8_t> registers = {
+        // by address
+        {0xFC00, 0x8F},  // presence
+        {0xFC03, 0x10},  // revision
+        {0xFAFD, 0x01},  // bonding, high part
+        {0xFAFC, 0x02},  // and low part
+    };
+    std::uint32_t reset_selector = 256;
+    double request_time = 20e-6;  // of each pass-through request
+    double erase_time = 0.1, program_time = 15e-6, status_time = 10e-6;
+    std::uint8_t protection = 0;  // block protection bits of the status register, 2 to 4
+    bool unlocks = true;          // writing the status register changes them
+    bool erases = true, programs = true;
+    std::string flash;  // its content from address 0; the rest is 0xFF
+    std::string save;   // file of this machine for the flash as the run leaves it
+};
+// `folder` is that of the scenario, for the files that it names.
+void describe(Keys& keys, Bridge& bridge, const std::string& folder);
+
+// Reads `image = 4096`: an image of this many bytes.
+void describe_image(Keys& keys, std::string& bytes);
+
+struct Flash {
+    std::uint8_t cells[kFlashSize];
+    bool write_enabled;
+    std::uint8_t protection;
+    Microseconds busy_until;
+};
+
+struct BridgeState {
+    Flash flash;
+    std::uint8_t running[kFlashSize];  // the firmware that it was last reset with
+    std::uint32_t resets, programmed_words;
+};
+
+void bridge_start();
+// The pass-through request: one register block of 16 bytes, in and out.
+long pass_through(const std::string& bridge, std::uint8_t* block);
+void reset_bridges(std::uint32_t selector);
+
+}  // namespace sim

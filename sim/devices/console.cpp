@@ -1,0 +1,84 @@
+// Standard input: silent until the operator types; a read takes one line at most, and what it
+// leaves of a long one stays for the next. Standard output and error are the product's own.
+#include "sim/devices/console.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "sim/scenario/keys.h"
+#include "sim/scenario/words.h"
+#include "sim/world.h"
+
+namespace sim {
+namespace {
+
+void add_input(Microseconds at, std::string_view text) {
+    auto& queue = world->console;
+    if (queue.is_full()) {
+        stop_run("more than %zu lines typed and not read", std::size(queue.items));
+        return;
+    }
+    queue[queue.tail++] = {at, keep(text), static_cast<std::uint32_t>(text.size())};
+}
+
+class Console final : public Device {
+  public:
+    void start() const override {
+        for (std::int16_t fd = 0; fd < 3; ++fd) {
+            world->files[fd] = {kConsoleRow, fd, 1, keep("console"), 0};
+            world->processes[0].files[fd] = fd;
+        }
+        for (const TypedLine& line : scenario->person.lines) {
+            add_input(from_seconds(line.at), line.text);
+        }
+    }
+
+    int find(std::string_view) const override { return -1; }
+
+    long read(OpenFile&, void* data, std::size_t size) const override {
+        auto& queue = world->console;
+        if (queue.is_empty() || queue.front().at > world->now) return -EAGAIN;
+        ConsoleInput& input = queue[queue.head];
+        const std::size_t count = std::min<std::size_t>(size, input.size);
+        std::memcpy(data, world->log.text + input.text, count);
+        input.text += static_cast<std::uint32_t>(count);
+        input.size -= static_cast<std::uint32_t>(count);
+        if (input.size == 0 && count > 0) ++queue.head;
+        return static_cast<long>(count);
+    }
+
+    long write(OpenFile& file, const void* data, std::size_t size) const override {
+        return ::write(file.index, data, size);
+    }
+
+    Microseconds ready_at(const OpenFile&, Direction direction) const override {
+        const auto& queue = world->console;
+        if (direction == Direction::write) return world->now;
+        return queue.is_empty() ? kNever : std::max(queue.front().at, world->now);
+    }
+};
+
+const Console console;
+
+void describe_line(Keys& keys, TypedLine& line) {
+    keys.key("at", line.at, "second at which it is typed");
+    keys.key("text", line.text, "the line, with its \"\\n\"; \"\" = end of input");
+}
+
+}  // namespace
+
+const Device& console_device = console;
+
+void type_line(std::string_view text) { add_input(world->now, text); }
+
+void describe(Keys& keys, Operator& person) {
+    keys.list("lines", person.lines, describe_line, kMostLines);
+    refuse_descending(keys, "lines", person.lines);
+    keys.key("interrupts", person.interrupts, "seconds at which Ctrl-C is pressed, in order");
+    if (!std::is_sorted(person.interrupts.begin(), person.interrupts.end()))
+        throw ScenarioError(keys.place_of("interrupts") + ": interrupts takes ascending times");
+}
+
+}  // namespace sim

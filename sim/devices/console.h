@@ -1,0 +1,39 @@
+// The standard streams, and the operator in front of them.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sim/device.h"
+#include "sim/time.h"
+
+namespace sim {
+
+class Keys;
+
+constexpr std::size_t kMostLines = 1024;  // that the operator types
+
+struct TypedLine {
+    double at = 0;
+    std::string text;  // as typed, with its "\n"; empty = end of input
+};
+
+struct Operator {
+    std::vector<TypedLine> lines;
+    std::vector<double> interrupts;  // Ctrl-C
+};
+void describe(Keys& keys, Operator& person);
+
+struct ConsoleInput {
+    Microseconds at;
+    std::uint32_t text, size;  // in the text arena; size 0 = end of input, which stays
+};
+
+extern const Device& console_device;
+
+// Adds what the operator types at the present instant; empty = end of input.
+void type_line(std::string_view text);
+
+}  // namespace sim

@@ -1,0 +1,152 @@
+// The control device, /dev/zebio.
+//
+// Lines: each has a level and a direction; an output shows what was last driven, an input what
+// stands outside.
+// Watchdog: stopped -> setting a time-out starts it -> it restarts the board when the time has
+// passed; a new time-out starts it anew, request 0x22 with 0 stops it.
+// Network port selector: copper (1) until fibre (2) is chosen.
+// RS-485 switches: both off until their requests come with 1.
+#include "sim/devices/control.h"
+
+#include <cstring>
+
+#include "sim/devices/alarm.h"
+#include "sim/devices/bridge.h"
+#include "sim/scenario/keys.h"
+#include "sim/world.h"
+
+namespace sim {
+namespace {
+
+using Block = std::uint8_t*;
+
+void put(Block block, int offset, std::uint32_t value) {
+    for (int i = 0; i < 4; ++i)
+        block[offset + i] |= static_cast<std::uint8_t>(value >> (8 * i));
+}
+
+void fill_hardware_block(Block block) {
+    for (const HardwareField& field : kHardwareFields) {
+        put(block, field.offset, scenario->hardware.at(field.key) << field.low);
+    }
+}
+
+long set_line(std::uint32_t argument) {
+    const std::uint8_t line = argument & 0xFF;
+    const std::uint8_t level = argument >> 8 & 0xFF;
+    if (world->control.level[line] != level) note("line", "%u=%u", line, level);
+    world->control.level[line] = level;
+    return 0;
+}
+
+long get_line(std::uint32_t argument) {
+    const std::uint8_t line = argument & 0xFF;
+    if (world->control.direction[line] == 1) return scenario->control.high_lines.count(line) != 0;
+    return world->control.level[line];
+}
+
+long set_watchdog_timeout(std::uint32_t seconds) {
+    world->control.watchdog_expires = world->now + from_ms(1000) * seconds;
+    note("watchdog", "%u s", seconds);
+    return 0;
+}
+
+long stop_watchdog(std::uint32_t value) {
+    if (value != 0) return -EINVAL;
+    world->control.watchdog_expires = kNever;
+    note("watchdog", "stopped");
+    return 0;
+}
+
+long select_net_port(std::uint32_t port) {
+    if (port != 1 && port != 2) return -EINVAL;
+    world->control.net_port = port;
+    return 0;
+}
+
+class ControlNode final : public Device {
+  public:
+    void start() const override {
+        std::memset(world->control.level, 1, sizeof world->control.level);
+        world->control.watchdog_expires = kNever;
+        world->control.net_port = 1;
+    }
+
+    int find(std::string_view path) const override {
+        return scenario->control.present && path == "/dev/zebio" ? 0 : -1;
+    }
+
+    void list(std::vector<std::string>& names) const override {
+        if (scenario->control.present) names.push_back("zebio");
+    }
+
+    long write(OpenFile&, const void* data, std::size_t size) const override {
+        std::uint32_t mask = 0;
+        if (size != sizeof mask) return -EINVAL;
+        std::memcpy(&mask, data, size);
+        drive_alarm_outputs(mask);
+        return static_cast<long>(size);
+    }
+
+    long ioctl(OpenFile&, std::uint32_t request, Argument argument) const override {
+        auto* const block = static_cast<Block>(argument.block);
+        switch (request) {
+        case 0x01:
+            return set_line(argument.value);
+        case 0x03:
+            world->control.direction[argument.value & 0xFF] = argument.value >> 8 & 0xFF;
+            return 0;
+        case 0x04:
+            std::memset(block, 0, 256);
+            fill_hardware_block(block);
+            return 0;
+        case 0x06:
+            return get_line(argument.value);
+        case 0x07:
+            world->control.rs485_first = argument.value == 1;
+            return 0;
+        case 0x08:
+            world->control.rs485_second = argument.value == 1;
+            return 0;
+        case 0x10:
+            std::memset(block, 0, 256);
+            put(block, 100, scenario->control.boot_device_type);
+            return 0;
+        case 0x20:
+            return set_watchdog_timeout(argument.value);
+        case 0x22:
+            return stop_watchdog(argument.value);
+        case 0x52:
+            reset_bridges(argument.value);
+            return 0;
+        case 0x81:
+            return select_net_port(argument.value);
+        case 0x40026B91:
+            return 0;
+        case 0x80026B90: {
+            const std::uint16_t inputs = alarm_inputs();  // the upper half keeps what it was
+            std::memcpy(block, &inputs, sizeof inputs);
+            return 0;
+        }
+        default:
+            return -ENOTTY;
+        }
+    }
+};
+
+const ControlNode control;
+
+}  // namespace
+
+const Device& control_device = control;
+
+void describe(Keys& keys, ControlDevice& control) {
+    keys.key("present", control.present, "/dev/zebio exists");
+    keys.key("boot_device_type", control.boot_device_type,
+             "device type in the boot parameters; 0x4487, 0x448F, 0x4497 and 0x449F have no RS-485 "
+             "step, and alarm I/O by control line 25");
+    keys.key("high_lines", control.high_lines,
+             "control lines that something outside drives high; it drives the others low");
+}
+
+}  // namespace sim

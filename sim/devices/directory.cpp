@@ -1,0 +1,37 @@
+// An open /dev: every device lists its nodes, in directory order. Each opening is a scan, by which
+// the operator plugs and unplugs USB devices.
+#include "sim/devices/directory.h"
+
+#include "sim/process.h"
+#include "sim/world.h"
+
+namespace sim {
+namespace {
+
+class Directory final : public Device {
+  public:
+    int find(std::string_view) const override { return -1; }
+};
+
+const Directory directory;
+
+}  // namespace
+
+const Device& directory_device = directory;
+
+long open_directory(std::string_view path) {
+    if (path != "/dev") return -ENOENT;
+    ++world->usb.scans;
+    return new_descriptor(kDirectoryRow, 0, path);
+}
+
+const char* next_entry(OpenFile& open) {
+    static std::string entry;
+    const std::vector<std::string> names = list_nodes();
+    const auto place = static_cast<std::size_t>(open.offset++);
+    if (place >= names.size()) return nullptr;
+    entry = names[place];
+    return entry.c_str();
+}
+
+}  // namespace sim

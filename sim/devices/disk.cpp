@@ -1,0 +1,119 @@
+// SATA, eSATA and miniSAS disks: identity, size, and the way to the bridge that they lie behind.
+#include "sim/devices/disk.h"
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+#include "sim/scenario/keys.h"
+#include "sim/scenario/words.h"
+#include "sim/world.h"
+
+namespace sim {
+namespace {
+
+const Disk& disk_at(int index) { return std::next(scenario->disks.begin(), index)->second; }
+
+// ATA strings are filled with blanks, and the two bytes of each word are exchanged.
+void put_string(std::uint8_t* words, const std::string& text, std::size_t size) {
+    for (std::size_t i = 0; i < size; ++i) {
+        words[i ^ 1] = i < text.size() ? static_cast<std::uint8_t>(text[i]) : ' ';
+    }
+}
+
+// HDIO_DRIVE_CMD with IDENTIFY DEVICE; the four register bytes stay as they were sent.
+long identify(const Disk& disk, std::uint8_t* command) {
+    if (!disk.identify || command[0] != 0xEC || command[3] != 1) return -EIO;
+    std::uint8_t* block = command + 4;
+    std::memset(block, 0, 512);
+    put_string(block + 20, disk.serial, 20);
+    put_string(block + 46, disk.firmware, 8);
+    put_string(block + 54, disk.model, 40);
+    std::copy_n(disk.identify_data.begin(), std::min<std::size_t>(disk.identify_data.size(), 512),
+                block);
+    return 0;
+}
+
+// As a 32-bit kernel has it: too large for its long beyond 2 TiB. It is stored as this one's.
+long count_sectors(const Disk& disk, void* count) {
+    if (!disk.size) return -ENOTTY;
+    const std::uint64_t sectors = disk.bytes / 512;
+    if (sectors > 0xFFFFFFFF) return -EFBIG;
+    const auto stored = static_cast<unsigned long>(sectors);
+    std::memcpy(count, &stored, sizeof stored);
+    return 0;
+}
+
+class DiskNodes final : public Device {
+  public:
+    void start() const override { bridge_start(); }
+
+    int find(std::string_view path) const override {
+        int index = 0;
+        for (const auto& [name, disk] : scenario->disks) {
+            if (disk.present && path == "/dev/" + name) return index;
+            ++index;
+        }
+        return -1;
+    }
+
+    void list(std::vector<std::string>& names) const override {
+        // The newest node first.
+        const auto& disks = scenario->disks;
+        for (auto disk = disks.rbegin(); disk != disks.rend(); ++disk) {
+            if (disk->second.present) names.push_back(disk->first);
+        }
+    }
+
+    long ioctl(OpenFile& file, std::uint32_t request, Argument argument) const override {
+        const Disk& disk = disk_at(file.index);
+        switch (request) {
+        case 0x031F:
+            return identify(disk, static_cast<std::uint8_t*>(argument.block));
+        case 0x1260:
+            return count_sectors(disk, argument.block);
+        case 0x80041272:
+            if (!disk.size64) return -ENOTTY;
+            std::memcpy(argument.block, &disk.bytes, sizeof disk.bytes);
+            return 0;
+        case 0x197B:
+            return pass_through(disk.bridge, static_cast<std::uint8_t*>(argument.block));
+        default:
+            return -ENOTTY;
+        }
+    }
+};
+
+const DiskNodes disks;
+
+// The bridges of this board, as read so far.
+Word bridge_of(const std::map<std::string, Bridge>& bridges, Disk& disk) {
+    std::string names = "\"\"";
+    for (const auto& [name, bridge] : bridges)
+        names += " or \"" + name + "\"";
+    return {"\"\" or the name of a bridge of this board: " + names, "\"\"",
+            [&](const std::string& name) {
+                disk.bridge = name;
+                return name.empty() || bridges.count(name) != 0;
+            }};
+}
+
+}  // namespace
+
+const Device& disk_device = disks;
+
+void describe(Keys& keys, Disk& disk, const std::map<std::string, Bridge>& bridges) {
+    keys.key("present", disk.present, "the disk's node exists");
+    keys.key("identify", disk.identify, "it answers IDENTIFY DEVICE");
+    keys.key("size64", disk.size64, "it answers BLKGETSIZE64");
+    keys.key("size", disk.size, "it answers BLKGETSIZE, which ends at 2 TiB");
+    keys.key("identify_data", hexadecimal(disk.identify_data, 512),
+             "the data of its answer from byte 0, in place of its texts");
+    keys.key("model", disk.model, "model number", {0, 40});
+    keys.key("serial", disk.serial, "serial number", {0, 20});
+    keys.key("firmware", disk.firmware, "firmware revision", {0, 8});
+    keys.key("bytes", disk.bytes, "its size");
+    keys.key("bridge", bridge_of(bridges, disk), "bridge that it lies behind; \"\" = none");
+}
+
+}  // namespace sim

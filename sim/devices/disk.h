@@ -1,0 +1,29 @@
+// SATA, eSATA and miniSAS disks.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "sim/device.h"
+#include "sim/devices/bridge.h"
+
+namespace sim {
+
+class Keys;
+
+struct Disk {  // by the name of its node: "sda", "esda", "sas1"
+    bool present = true;
+    bool identify = true;             // it answers IDENTIFY DEVICE
+    bool size64 = true, size = true;  // it answers BLKGETSIZE64, BLKGETSIZE
+    std::string identify_data;        // its 512 bytes, instead of the texts below
+    std::string model = "Simulated disk", serial = "0001", firmware = "1.0";
+    std::uint64_t bytes = 1'000'204'886'016;
+    std::string bridge;  // that it lies behind; empty = none
+};
+// `bridges` are those of the board.
+void describe(Keys& keys, Disk& disk, const std::map<std::string, Bridge>& bridges);
+
+extern const Device& disk_device;
+
+}  // namespace sim

@@ -1,0 +1,29 @@
+// The report FIFO, /var/q7.fifo, and its reader.
+#pragma once
+
+#include <cstdint>
+
+#include "sim/device.h"
+
+namespace sim {
+
+class Keys;
+
+struct FifoReader {
+    bool fifo = false, reader = false;  // the FIFO exists; somebody has it open for reading
+    std::uint32_t stalls_at = 0, leaves_at = 0;  // record, from 1; 0 = never
+    std::uint32_t unread = 0;  // bytes that lie in the pipe already when the reader stalls
+};
+void describe(Keys& keys, FifoReader& fifo);
+
+struct ReportFifo {
+    std::uint32_t records, unread;  // records taken so far; bytes that lie in the pipe
+    bool reader_left;
+};
+
+extern const Device& fifo_device;
+
+// Lets the reader of a FIFO of the host, open for writing, be that of the run; -1 = none.
+void use_host_fifo(int fd);
+
+}  // namespace sim

@@ -1,0 +1,26 @@
+// The hardware block of the control device: what the board says it is fitted with.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+namespace sim {
+
+class Keys;
+
+// A field of the 256-byte block that request 0x04 of the control device answers, little endian.
+struct HardwareField {
+    const char* key;
+    int offset, high, low;  // of its word in the block; its bits in that word
+    std::uint32_t preset;
+    const char* meaning;
+
+    std::uint32_t most() const { return 0xFFFFFFFFu >> (31 - high + low); }
+};
+extern const HardwareField kHardwareFields[29];
+
+std::map<std::string, std::uint32_t> preset_hardware();  // by key
+void describe(Keys& keys, std::map<std::string, std::uint32_t>& hardware);
+
+}  // namespace sim

@@ -1,0 +1,43 @@
+// The front panel on its serial line, /dev/ttyS2.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "sim/devices/serial.h"
+
+namespace sim {
+
+class Keys;
+
+constexpr std::size_t kMostFrames = 1024;
+
+struct PanelFrame {
+    double at = 0;
+    std::string bytes;   // as they are on the wire
+    bool whole = false;  // all of them become readable at once, when the last one has arrived
+};
+
+// The frame of a key by its name, as it is on the line; empty for a name that no key has.
+std::string key_frame(const std::string& key, bool pressed);
+std::string key_names();  // with commas
+
+struct Panel {  // on /dev/ttyS2
+    SerialPort port;
+    bool connected = true;
+    std::vector<PanelFrame> frames;
+};
+void describe(Keys& keys, Panel& panel);
+
+struct PanelState {
+    std::uint16_t record[2], network[2], function;  // LED masks
+    std::uint32_t frames;                           // valid ones received
+};
+
+void panel_start();
+// A key of the panel, by its name, at the present instant: before the frames still to come.
+void press_key(const std::string& key);
+void panel_receives(std::string_view bytes);
+
+}  // namespace sim

@@ -1,0 +1,138 @@
+// The serial lines.
+//
+// Sending: the line takes up to 4096 bytes at once and sends them one after the other, each in its
+// time. Receiving: a group of bytes becomes readable together; a read takes all that are.
+// A line that is not set up as its other end expects carries garbage in both directions. A fresh
+// one has canonical mode, echo and output processing on; its attributes survive close and open.
+#include "sim/devices/serial.h"
+
+#include <algorithm>
+#include <string>
+
+#include "sim/devices/panel.h"
+#include "sim/devices/rs485.h"
+#include "sim/scenario/keys.h"
+#include "sim/world.h"
+
+namespace sim {
+namespace {
+
+constexpr std::uint32_t kSendBuffer = 4096;
+
+const SerialPort& port(int line) {
+    return line == kRs485Line ? scenario->rs485.port : scenario->panel.port;
+}
+
+bool has_hung_up(int line) { return world->now >= from_seconds(port(line).hangs_up); }
+
+std::uint8_t garbled(std::uint8_t byte) { return static_cast<std::uint8_t>(byte << 1 ^ 0xA5); }
+
+// Until so much of what was given to the line has left that it takes another byte.
+Microseconds has_room_at(const SerialLine& line) {
+    return line.sent_until - (kSendBuffer - 1) * kByteTime;
+}
+
+class SerialNode final : public Device {
+  public:
+    void start() const override {
+        for (SerialLine& line : world->lines) {
+            line.attributes.c_iflag = ICRNL | IXON;
+            line.attributes.c_oflag = OPOST | ONLCR;
+            line.attributes.c_cflag = CS8 | CREAD | HUPCL | B115200;
+            line.attributes.c_lflag = ISIG | ICANON | ECHO | ECHOE | ECHOK | IEXTEN;
+            line.attributes.c_cc[VMIN] = 1;
+        }
+        panel_start();
+    }
+
+    int find(std::string_view path) const override {
+        if (path == "/dev/ttyS0" && port(kRs485Line).present) return kRs485Line;
+        if (path == "/dev/ttyS2" && port(kPanelLine).present) return kPanelLine;
+        return -1;
+    }
+
+    void list(std::vector<std::string>& names) const override {
+        if (port(kRs485Line).present) names.push_back("ttyS0");
+        if (port(kPanelLine).present) names.push_back("ttyS2");
+    }
+
+    termios* attributes(int line) const override { return &world->lines[line].attributes; }
+
+    long read(OpenFile& file, void* data, std::size_t size) const override {
+        if (has_hung_up(file.index)) return 0;
+        auto& queue = world->lines[file.index].arriving;
+        auto* bytes = static_cast<std::uint8_t*>(data);
+        std::size_t count = 0;
+        while (count < size && !queue.is_empty() && queue.front().readable <= world->now) {
+            const std::uint8_t value = queue[queue.head++].value;
+            bytes[count++] = is_set_up(file.index) ? value : garbled(value);
+        }
+        return count > 0 ? static_cast<long>(count) : -EAGAIN;
+    }
+
+    long write(OpenFile& file, const void* data, std::size_t size) const override {
+        SerialLine& line = world->lines[file.index];
+        if (has_hung_up(file.index)) return -EIO;
+        if (port(file.index).blocked || has_room_at(line) > world->now) return -EAGAIN;
+        const Microseconds start = std::max(line.sent_until, world->now);
+        const auto queued = static_cast<std::size_t>((start - world->now) / kByteTime);
+        std::string bytes(static_cast<const char*>(data), std::min(size, kSendBuffer - queued));
+        line.sent_until = start + static_cast<Microseconds>(bytes.size()) * kByteTime;
+        if (!is_set_up(file.index)) {
+            for (char& byte : bytes)
+                byte = static_cast<char>(garbled(static_cast<std::uint8_t>(byte)));
+        }
+        if (file.index == kRs485Line) fixture_receives(bytes, start + kByteTime);
+        if (file.index == kPanelLine) panel_receives(bytes);
+        return static_cast<long>(bytes.size());
+    }
+
+    Microseconds ready_at(const OpenFile& file, Direction direction) const override {
+        const Microseconds hang_up = from_seconds(port(file.index).hangs_up);
+        const SerialLine& line = world->lines[file.index];
+        const auto& queue = line.arriving;
+        if (direction == Direction::write) {
+            return port(file.index).blocked ? hang_up : std::min(hang_up, has_room_at(line));
+        }
+        return queue.is_empty() ? hang_up : std::min(hang_up, queue.front().readable);
+    }
+};
+
+const SerialNode serial;
+
+}  // namespace
+
+const Device& serial_device = serial;
+
+bool is_set_up(int line) {
+    const termios& attributes = world->lines[line].attributes;
+    const tcflag_t framing = CSIZE | CSTOPB | PARENB | CREAD | CLOCAL;
+    return cfgetospeed(&attributes) == B9600
+           && (attributes.c_cflag & framing) == (CS8 | CREAD | CLOCAL)
+           && (attributes.c_lflag & (ISIG | ICANON | ECHO)) == 0
+           && (attributes.c_iflag & (INLCR | IGNCR | ICRNL | IXON | IXOFF)) == 0
+           && (attributes.c_oflag & OPOST) == 0;
+}
+
+void arrive(int number, std::uint8_t byte, Microseconds at, std::uint32_t group_size) {
+    SerialLine& line = world->lines[number];
+    auto& queue = line.arriving;
+    if (queue.is_full()) stop_here("more than %zu bytes on a serial line", std::size(queue.items));
+    at = std::max(at, line.received_until + kByteTime);
+    const bool after_a_gap = at > line.received_until + 4 * kByteTime;
+    if (after_a_gap || line.group >= group_size) line.group = 0;
+    line.received_until = at;
+    queue[queue.tail++] = {at, byte};
+    ++line.group;
+    const Microseconds readable = line.group >= group_size ? at : at + 4 * kByteTime;
+    for (std::uint32_t i = 1; i <= line.group; ++i)
+        queue[queue.tail - i].readable = readable;
+}
+
+void describe(Keys& keys, SerialPort& port) {
+    keys.key("present", port.present, "the serial port exists");
+    keys.key("blocked", port.blocked, "the port takes no byte");
+    keys.key("hangs_up", port.hangs_up, "second at which it hangs up; 1e9 = never");
+}
+
+}  // namespace sim

@@ -1,0 +1,54 @@
+// The two serial lines, between the product and what is connected to them.
+#pragma once
+
+#include <termios.h>
+
+#include <cstdint>
+
+#include "sim/device.h"
+#include "sim/queue.h"
+#include "sim/time.h"
+
+namespace sim {
+
+class Keys;
+
+constexpr double kNeverSeconds = 1e9;
+
+struct SerialPort {
+    bool present = false;
+    bool blocked = false;             // takes no byte
+    double hangs_up = kNeverSeconds;  // from then on reads give 0 bytes and writes EIO
+};
+void describe(Keys& keys, SerialPort& port);
+
+constexpr int kRs485Line = 0;  // /dev/ttyS0
+constexpr int kPanelLine = 1;  // /dev/ttyS2
+
+constexpr Microseconds kByteTime = 1042;  // 10 bits at 9600 baud
+constexpr std::uint32_t kTrigger = 8;     // bytes in a group of the receiver
+
+// One byte for the product, the last bit of it at this time or as soon as the line is free. It
+// becomes readable with its group: when that is full, or when the line has been idle for the time
+// of four bytes.
+void arrive(int line, std::uint8_t byte, Microseconds at, std::uint32_t group_size = kTrigger);
+
+// Whether the product has set the line up as its other end expects it.
+bool is_set_up(int line);
+
+struct ArrivingByte {
+    Microseconds readable;
+    std::uint8_t value;
+};
+
+struct SerialLine {
+    termios attributes;
+    Microseconds sent_until;      // when the last byte given to it leaves
+    Microseconds received_until;  // when the last byte so far arrives
+    std::uint32_t group;          // bytes in the receiver's unfinished group
+    Queue<ArrivingByte, 1 << 17> arriving;
+};
+
+extern const Device& serial_device;
+
+}  // namespace sim

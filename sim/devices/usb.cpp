@@ -1,0 +1,217 @@
+// USB disks, mice, the device tree behind the rear ports, and the mount points under /mnt.
+//
+// A disk is there between two scans of /dev. A directory is made, a disk mounted on it, unmounted,
+// and the directory removed; what is mounted twice or removed while mounted is busy. Where nothing
+// is mounted, a directory shows the statistics of the file system that holds /mnt.
+#include "sim/devices/usb.h"
+
+#include <sys/vfs.h>
+
+#include <algorithm>
+#include <iterator>
+
+#include "sim/scenario/keys.h"
+#include "sim/scenario/words.h"
+#include "sim/world.h"
+
+namespace sim {
+namespace {
+
+constexpr int kFirstMouse = 1000, kFirstDevice = 2000;
+constexpr std::string_view kMouse = "/dev/input/mouse";
+constexpr std::string_view kTree = "/sys/bus/usb/devices/";
+
+bool is_present(const Presence& presence) {
+    const std::uint32_t scan = std::max(world->usb.scans, 1u);
+    return scan >= presence.from_scan && (presence.until_scan == 0 || scan < presence.until_scan);
+}
+
+template <class Item, class Matches>
+int place_of(const std::vector<Item>& items, Matches matches) {
+    const auto found = std::find_if(items.begin(), items.end(), [&](const Item& item) {
+        return is_present(item.presence) && matches(item);
+    });
+    return found == items.end() ? -1 : static_cast<int>(found - items.begin());
+}
+
+int disk_at(std::string_view path) {
+    return place_of(scenario->usb.disks,
+                    [&](const UsbDisk& disk) { return path == "/dev/" + disk.node; });
+}
+
+class UsbNodes final : public Device {
+  public:
+    void start() const override {
+        for (const std::string& path : scenario->usb.directories)
+            make_directory(path);
+    }
+
+    int find(std::string_view path) const override {
+        if (path.substr(0, kMouse.size()) == kMouse && path.size() == kMouse.size() + 1) {
+            const int number = path.back() - '0';
+            return number >= 0 && number < static_cast<int>(scenario->usb.mice)
+                       ? kFirstMouse + number
+                       : -1;
+        }
+        if (path.substr(0, kTree.size()) == kTree) {
+            const int place = place_of(scenario->usb.devices, [&](const UsbDevice& device) {
+                return path.substr(kTree.size()) == device.name;
+            });
+            return place < 0 ? -1 : kFirstDevice + place;
+        }
+        return disk_at(path);
+    }
+
+    void list(std::vector<std::string>& names) const override {
+        for (const UsbDisk& disk : scenario->usb.disks) {
+            if (is_present(disk.presence)) names.push_back(disk.node);
+        }
+    }
+};
+
+const UsbNodes usb;
+
+MountPoint* point_at(std::string_view path) {
+    for (MountPoint& point : world->usb.points) {
+        if (point.path != 0 && path == world->log.text + point.path) return &point;
+    }
+    return nullptr;
+}
+
+bool are_digits(std::string_view text) { return std::all_of(text.begin(), text.end(), is_digit); }
+
+bool is_stick(const std::string& name) {
+    return name.size() > 2 && name.size() < 8 && name.starts_with("ms") && is_letter(name[2])
+           && are_digits(std::string_view(name).substr(3));
+}
+
+bool is_usb_device(const std::string& name) {
+    const std::string form = "0-0:0.0";
+    return name.size() == form.size()
+           && std::equal(name.begin(), name.end(), form.begin(), [](char said, char meant) {
+                  return meant == '0' ? is_digit(said) : said == meant;
+              });
+}
+
+void describe_presence(Keys& keys, Presence& presence) {
+    keys.key("from_scan", presence.from_scan, "scan of /dev from which on it is there");
+    keys.key("until_scan", presence.until_scan, "scan from which on it is not; 0 = stays");
+}
+
+void describe_disk(Keys& keys, UsbDisk& disk) {
+    keys.key("node",
+             matching(disk.node, "ms, a letter and perhaps a number, such as \"msa1\"", is_stick),
+             "its name in /dev");
+    describe_presence(keys, disk.presence);
+    keys.key("mount",
+             choice(disk.mount, {{"works", UsbDisk::Mount::works},
+                                 {"by shell", UsbDisk::Mount::by_shell},
+                                 {"never", UsbDisk::Mount::never}}),
+             "what can mount it");
+    keys.key("free_blocks", disk.free_blocks, "free blocks of its file system");
+    keys.key("block_size", disk.block_size, "bytes in a block");
+}
+
+void describe_device(Keys& keys, UsbDevice& device) {
+    keys.key("name",
+             matching(device.name, "bus, port and interface, such as \"4-1:1.0\"", is_usb_device),
+             "in /sys/bus/usb/devices");
+    describe_presence(keys, device.presence);
+}
+
+}  // namespace
+
+const Device& usb_device = usb;
+
+long make_directory(std::string_view path) {
+    if (path.substr(0, 5) != "/mnt/") return -ENOENT;
+    if (point_at(path) != nullptr) return -EEXIST;
+    for (MountPoint& point : world->usb.points) {
+        if (point.path != 0) continue;
+        point = {keep(path), -1};
+        return 0;
+    }
+    stop_here("more than %zu directories under /mnt", std::size(world->usb.points));
+}
+
+long remove_directory(std::string_view path) {
+    MountPoint* point = point_at(path);
+    if (point == nullptr) return -ENOENT;
+    if (point->disk >= 0) return -EBUSY;
+    point->path = 0;
+    return 0;
+}
+
+long mount_disk(std::string_view device, std::string_view directory, std::string_view type,
+                bool by_shell) {
+    MountPoint* point = point_at(directory);
+    const int disk = disk_at(device);
+    if (point == nullptr || disk < 0) return -ENOENT;
+    if (point->disk >= 0) return -EBUSY;
+    if (type != "vfat") return -ENODEV;
+    const UsbDisk::Mount mount = scenario->usb.disks[static_cast<std::size_t>(disk)].mount;
+    if (mount == UsbDisk::Mount::never || (mount == UsbDisk::Mount::by_shell && !by_shell)) {
+        return -EINVAL;
+    }
+    point->disk = static_cast<std::int16_t>(disk);
+    return 0;
+}
+
+long unmount(std::string_view directory) {
+    MountPoint* point = point_at(directory);
+    if (point == nullptr) return -ENOENT;
+    if (point->disk < 0) return -EINVAL;
+    point->disk = -1;
+    return 0;
+}
+
+long statistics(std::string_view path, struct statfs& statistics) {
+    const MountPoint* point = point_at(path);
+    if (point == nullptr) return -ENOENT;
+    statistics = {};
+    statistics.f_bsize = 1024;
+    statistics.f_bfree = static_cast<fsblkcnt_t>(scenario->usb.host_free_blocks);
+    if (point->disk < 0) return 0;
+    const UsbDisk& disk = scenario->usb.disks[static_cast<std::size_t>(point->disk)];
+    statistics.f_bsize = static_cast<decltype(statistics.f_bsize)>(disk.block_size);
+    statistics.f_bfree = disk.free_blocks;
+    return 0;
+}
+
+// The two commands that the product knows: "mkdir %s\n" and "mount -t vfat %s  %s\n".
+int run_shell(std::string_view command) {
+    constexpr std::string_view kMkdir = "mkdir ", kMount = "mount -t vfat ";
+    constexpr int kFailed = 1 << 8, kUnknown = 127 << 8;
+    if (command.empty() || command.back() != '\n') return kUnknown;
+    command.remove_suffix(1);
+    if (command.substr(0, kMkdir.size()) == kMkdir) {
+        return make_directory(command.substr(kMkdir.size())) == 0 ? 0 : kFailed;
+    }
+    if (command.substr(0, kMount.size()) != kMount) return kUnknown;
+    command.remove_prefix(kMount.size());
+    const std::size_t blanks = command.find("  ");
+    if (blanks == std::string_view::npos) return kFailed;
+    const long result =
+        mount_disk(command.substr(0, blanks), command.substr(blanks + 2), "vfat", true);
+    return result == 0 ? 0 : kFailed;
+}
+
+void describe(Keys& keys, Usb& usb) {
+    keys.list("disks", usb.disks, describe_disk, kMostSticks);
+    keys.list("devices", usb.devices, describe_device, kMostSticks);
+    keys.key("mice", usb.mice, "nodes /dev/input/mouse0 and up", {0, 10});
+    keys.key("directories", usb.directories, "directories under /mnt, left from earlier");
+    for (const std::string& path : usb.directories) {
+        if (!path.starts_with("/mnt/") || path.find('/', 5) != std::string::npos
+            || usb.directories.size() > kMostDirectories)
+            throw ScenarioError(keys.place_of("directories") + ": directories takes at most "
+                                + std::to_string(kMostDirectories) + " paths under /mnt and not \""
+                                + path + "\"");
+    }
+    keys.key("mount_time", usb.mount_time, "seconds that a mount takes");
+    keys.key("shell_time", usb.shell_time, "seconds that a shell command takes");
+    keys.key("host_free_blocks", usb.host_free_blocks,
+             "free blocks, of 1 KiB, of the file system that holds /mnt");
+}
+
+}  // namespace sim

@@ -1,0 +1,72 @@
+// USB disks, mice, the device tree behind the rear ports, and the mount points under /mnt.
+#pragma once
+
+#include <cstdint>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sim/device.h"
+
+struct statfs;
+
+namespace sim {
+
+class Keys;
+
+constexpr std::size_t kMostSticks = 32;
+constexpr std::size_t kMostDirectories = 8;  // under /mnt, left from earlier
+
+// There from a scan of /dev, counted from 1, until another; 0 = for ever.
+struct Presence {
+    std::uint32_t from_scan = 1, until_scan = 0;
+};
+
+struct UsbDisk {
+    enum class Mount : std::uint8_t { works, by_shell, never };
+
+    std::string node;  // "msa1"
+    Presence presence;
+    Mount mount = Mount::works;
+    std::uint64_t free_blocks = 0;
+    std::uint32_t block_size = 4096;
+};
+
+struct UsbDevice {
+    std::string name;  // in /sys/bus/usb/devices
+    Presence presence;
+};
+
+struct Usb {
+    std::vector<UsbDisk> disks;  // in the order of the directory
+    std::vector<UsbDevice> devices;
+    std::uint32_t mice = 0;
+    std::set<std::string> directories;  // under /mnt, left from earlier
+    double mount_time = 0.2, shell_time = 0.1;
+    std::uint64_t host_free_blocks = 100'000;  // of the file system that holds /mnt, 1 KiB each
+};
+void describe(Keys& keys, Usb& usb);
+
+struct MountPoint {
+    std::uint32_t path;  // in the text arena; 0 = free
+    std::int16_t disk;   // that is mounted there, -1 = none
+};
+
+struct UsbState {
+    std::uint32_t scans;  // of /dev
+    MountPoint points[32];
+};
+
+extern const Device& usb_device;
+
+// Directories and mount points. Results as of a Device.
+long make_directory(std::string_view path);
+long remove_directory(std::string_view path);
+long mount_disk(std::string_view device, std::string_view directory, std::string_view type,
+                bool by_shell);
+long unmount(std::string_view directory);
+long statistics(std::string_view path, struct statfs& statistics);
+int run_shell(std::string_view command);  // wait status
+
+}  // namespace sim

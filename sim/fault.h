@@ -1,0 +1,34 @@
+// Calls of the scenario that go wrong: a layer over healthy devices.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace sim {
+
+class Keys;
+struct Event;
+
+constexpr std::size_t kMostFaults = 64;
+
+// Takes the place of the n-th platform call that matches, or, from then on, of each.
+struct Fault {
+    enum class Effect : std::uint8_t { error, shorten, interrupt, power_cut };
+
+    std::string call;           // function; empty = any
+    std::string path;           // of the file or directory; empty = any
+    std::string actor;          // "main", "thread1", "child1" ...; empty = any
+    std::uint32_t request = 0;  // of an ioctl; 0 = any
+    std::uint32_t nth = 1;
+    bool onwards = false;
+    Effect effect = Effect::error;
+    int error = 5;            // errno, with Effect::error
+    std::uint32_t count = 0;  // bytes that remain, with Effect::shorten
+    std::string place{};      // in the scenario: "board.toml:12"
+};
+void describe(Keys& keys, Fault& fault);
+
+// The fault that takes the place of this call; null = none. Counts the call.
+const Fault* matching_fault(const Event& call);
+
+}  // namespace sim

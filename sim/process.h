@@ -1,0 +1,83 @@
+// Actors, processes and descriptors of a run: the slots of what has ended are used again.
+#pragma once
+
+#include <semaphore.h>
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string_view>
+
+#include "sim/time.h"
+
+namespace sim {
+
+enum class Direction : std::uint8_t { read, write };
+
+// One flow of control: the main thread, a thread that it started, a process that it forked.
+struct Actor {
+    enum class State : std::uint8_t { unused, alive, ended } state;
+    bool interruptible;   // what it waits for ends early when an interrupt comes
+    Direction direction;  // of the wait for a descriptor
+    std::int16_t process;
+    std::int16_t file;     // open file that it waits for, -1 = none
+    Microseconds until;    // end of its wait
+    std::uint64_t order;   // of its wait among all; of those that end together the first begun ends
+    Microseconds instant;  // time of its latest call
+    std::uint32_t calls_at_instant;
+    std::uint32_t name;  // in the text arena: "main", "thread1", "child1" ...
+    sem_t turn;
+
+    bool is_used() const { return state != State::unused; }
+};
+
+struct Process {
+    enum class State : std::uint8_t { unused, alive, ended } state;
+    bool interrupt_pending;
+    std::int16_t main_actor;
+    std::int16_t parent;       // -1 = it has ended
+    pid_t pid;                 // on the host; 0 = not forked yet
+    std::uint32_t number;      // in the order of their start, from 0
+    std::int16_t files[1024];  // open file of each descriptor, -1 = closed
+
+    bool is_used() const { return state != State::unused; }
+};
+
+struct OpenFile {
+    std::uint8_t device;  // row of the device table
+    std::int16_t index;   // which one of its kind
+    std::int16_t users;   // descriptors that refer to it; 0 = free
+    std::uint32_t path;   // in the text arena
+    std::int64_t offset;
+
+    bool is_used() const { return users > 0; }
+};
+
+extern constinit thread_local int self;  // the actor that this thread is; -1 = the supervisor
+
+Process& running_process();
+
+// New actors, alive, whose turn comes at the present instant.
+void start_first_process();  // process 0, with the actor "main", which holds the turn
+int add_thread();            // of the running process; the slot of its actor
+int add_child();             // of the running process; its slot
+
+// Whether the process of this number is in the slot, and has not ended; for the supervisor.
+bool is_alive(Process& process, std::uint32_t number);
+pid_t pid_of(const Process& process);  // as the product knows it
+
+// All its actors end and its descriptors are closed; the turn stays where it is.
+void end_process(int process);
+void end_thread();  // the running one; its slot is free
+
+// The child of the running process that has ended and is to be waited for; kAny = any of them.
+// -1 = it has no such child, 0 = none has ended, else the pid.
+constexpr pid_t kAny = -1;
+pid_t ended_child(pid_t pid, Process** process);
+void forget_process(Process& process);  // it was waited for; its slots are free
+
+// Descriptors of the running process.
+OpenFile* open_file(int fd);
+long new_descriptor(int device_row, int index, std::string_view path);  // the lowest free one
+long close_descriptor(int fd);
+
+}  // namespace sim

@@ -1,0 +1,286 @@
+// q7-sim: q7 on a simulated board.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+#include <CLI/CLI.hpp>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "driver/q7.h"
+#include "sim/clock.h"
+#include "sim/devices/console.h"
+#include "sim/devices/fifo.h"
+#include "sim/devices/panel.h"
+#include "sim/event_log.h"
+#include "sim/program/keyboard.h"
+#include "sim/program/screen.h"
+#include "sim/scenario/scenario.h"
+#include "sim/supervisor.h"
+
+namespace {
+
+constexpr int kBadUsage = 2;
+constexpr int kStopped = 120;
+constexpr int kNeverCame = 121;  // with --strict
+
+struct Options {
+    std::string board = "healthy";
+    double pace = 0;
+    std::optional<std::string> trace, fifo;
+    bool gbk = false, strict = false, script = false;
+    std::vector<std::string> q7_arguments;
+};
+
+[[noreturn]] void refuse(const std::string& why) {
+    std::cerr << "q7-sim: " << why << "\n";
+    std::exit(kBadUsage);
+}
+
+void list_boards() {
+    for (const sim::BuiltInBoard& board : sim::built_in_boards()) {
+        std::printf("%-24s %s\n", board.name, sim::load_board(board.name).story.c_str());
+    }
+}
+
+// The words behind the options, which are q7's. What follows -- is not looked at.
+std::vector<std::string> q7_words(const CLI::App& app) {
+    std::vector<std::string> words = app.remaining();
+    if (words.empty()) return words;
+    if (words.front() == "--") return {words.begin() + 1, words.end()};
+    if (words.front().starts_with("--"))
+        refuse(words.front() + " is no option of q7-sim (see --help); words for q7 can follow --");
+    for (const std::string& word : words) {
+        const std::string name = word.substr(0, word.find('='));
+        if (name.starts_with("--") && app.get_option_no_throw(name) != nullptr)
+            refuse(name + " is an option of q7-sim: it belongs before " + words.front());
+    }
+    return words;
+}
+
+Options parse_options(int argc, char** argv) {
+    Options options;
+    bool list = false, keys = false;
+    CLI::App app("Runs q7, with the arguments that follow, on a simulated board in virtual time.",
+                 "q7-sim");
+    app.footer(
+        "The first word that is none of these begins q7's own arguments; what follows -- is not\n"
+        "looked at. Exit status: that of q7; 2 for bad arguments or a bad scenario, 120 for a run\n"
+        "that had to be stopped, 121 with --strict for a fault that never came.\n"
+        "With --pace at a terminal these keys drive the panel, besides the arrows, Esc, F1 and "
+        "F2:\n"
+        + sim::panel_key_help());
+    app.prefix_command();
+    app.set_help_flag("--help", "Show this text");
+    app.set_version_flag("--version", "q7-sim " Q7_VERSION, "Show the version");
+    app.add_option("--board", options.board,
+                   "Board to simulate: a scenario file, or a name that --list shows")
+        ->type_name("FILE");
+    app.add_option("--pace", options.pace,
+                   "Let virtual time pass N times as fast as real time; what is typed reaches q7, "
+                   "Ctrl-C is the operator's interrupt")
+        ->type_name("N")
+        ->check(CLI::Range(1e-3, 1e6));
+    app.add_flag("--script", options.script,
+                 "With --pace at a terminal, let the scenario press the panel's keys as well");
+    app.add_option("--trace", options.trace, "Write the event log, one JSON object a line")
+        ->type_name("FILE");
+    app.add_option("--fifo", options.fifo,
+                   "Write the report records of a net-mode run, as q7 sends them (without it "
+                   "their texts are shown on standard error); the reader of a real FIFO is the "
+                   "run's reader")
+        ->type_name("FILE");
+    app.add_flag("--strict", options.strict,
+                 "End with 121 when a fault of the scenario never came");
+    app.add_flag("--gbk", options.gbk, "Leave q7's texts in GBK");
+    app.add_flag("--list", list, "Show the built-in boards");
+    app.add_flag("--keys", keys, "Show every key of a scenario file");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() == 0) std::exit(app.exit(error));  // --help, --version
+        refuse(error.what() + std::string(" (see --help)"));
+    }
+    if (list) list_boards();
+    if (keys) std::fputs(sim::key_reference().c_str(), stdout);
+    if (list || keys) std::exit(0);
+    options.q7_arguments = q7_words(app);
+    return options;
+}
+
+std::ofstream open_output(const std::string& path) {
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    if (!file) refuse(path + ": cannot be written: " + std::strerror(errno));
+    return file;
+}
+
+// Where the report records go: nowhere, to a file, or to a FIFO, whose reader is then the run's.
+struct Records {
+    std::ofstream file;
+    int fifo = -1;
+};
+
+int open_fifo(const std::string& path) {
+    int fifo = ::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fifo < 0 && errno == ENXIO) {
+        std::cerr << "q7-sim: waiting for a reader of " << path << std::endl;
+        fifo = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+    }
+    if (fifo < 0 || ::fcntl(fifo, F_SETFL, O_WRONLY | O_NONBLOCK) < 0)
+        refuse(path + ": cannot be written: " + std::strerror(errno));
+    return fifo;
+}
+
+Records open_records(const std::string& path, const sim::Board& board) {
+    Records records;
+    if (!std::filesystem::is_fifo(path)) {
+        records.file = open_output(path);
+        return records;
+    }
+    const sim::FifoReader& reader = board.fifo;
+    if (!reader.reader || reader.stalls_at != 0 || reader.leaves_at != 0)
+        refuse(path
+               + " is a FIFO with a reader of its own, and the scenario describes one as well");
+    records.fifo = open_fifo(path);
+    return records;
+}
+
+// Ctrl-C as a descriptor, so that it becomes the operator's interrupt.
+int interrupts_as_descriptor() {
+    sigset_t interrupt;
+    sigemptyset(&interrupt);
+    sigaddset(&interrupt, SIGINT);
+    sigprocmask(SIG_BLOCK, &interrupt, nullptr);
+    return ::signalfd(-1, &interrupt, SFD_CLOEXEC);
+}
+
+sim::Live live(const Options& options, sim::Screen& screen, sim::Keyboard& keyboard) {
+    sim::Live live;
+    live.pace = options.pace;
+    live.show = [&](int console, int errors) { screen.show(console, errors); };
+    if (options.pace == 0) return live;
+    live.inputs.emplace_back(STDIN_FILENO, [&] { return keyboard.take_input(); });
+    const int interrupts = interrupts_as_descriptor();
+    live.inputs.emplace_back(interrupts, [interrupts] {
+        signalfd_siginfo info;
+        if (::read(interrupts, &info, sizeof info) == sizeof info) {
+            sim::world->typed_interrupt = sim::world->now;
+        }
+        return true;
+    });
+    return live;
+}
+
+// What could not be written is said, and the run's own end stays as it is.
+void close_output(std::ofstream& file, const std::string& path) {
+    file.close();
+    if (!file) std::cerr << "q7-sim: " << path << ": not all of it could be written\n";
+}
+
+int run_q7(const Options& options) {
+    std::vector<char*> arguments{const_cast<char*>("q7")};
+    for (const std::string& argument : options.q7_arguments) {
+        arguments.push_back(const_cast<char*>(argument.c_str()));
+    }
+    arguments.push_back(nullptr);
+    return q7_main(static_cast<int>(arguments.size()) - 1, arguments.data());
+}
+
+void save_flashes(const sim::Board& board, const sim::World& state) {
+    std::size_t place = 0;
+    for (const auto& [name, bridge] : board.bridges) {
+        const auto& cells = state.bridges[place++].flash.cells;
+        if (bridge.save.empty()) continue;
+        std::ofstream file = open_output(bridge.save);
+        file.write(reinterpret_cast<const char*>(cells), sizeof cells);
+        close_output(file, bridge.save);
+    }
+}
+
+int end_like(const sim::Outcome& outcome) {
+    const auto seconds = [](sim::Microseconds at) { return static_cast<double>(at) / 1e6; };
+    if (outcome.stopped) {
+        std::fprintf(stderr, "q7-sim: stopped at %.6f s: %s\n", seconds(outcome.world->now),
+                     outcome.reason.c_str());
+        return kStopped;
+    }
+    const sim::Microseconds restart = outcome.world->control.watchdog_expires;
+    if (restart != sim::kNever) {
+        std::fprintf(stderr, "q7-sim: the watchdog restarts the board at %.6f s\n",
+                     seconds(restart));
+    }
+    if (outcome.signal == 0) return outcome.status;
+    std::fprintf(stderr, "q7-sim: q7 ended by signal %d (%s)\n", outcome.signal,
+                 strsignal(outcome.signal));
+    ::signal(outcome.signal, SIG_DFL);
+    sigset_t own;
+    sigemptyset(&own);
+    sigaddset(&own, outcome.signal);
+    sigprocmask(SIG_UNBLOCK, &own, nullptr);
+    ::raise(outcome.signal);
+    return 128 + outcome.signal;
+}
+
+// What the scenario said and the run did not show; whether there was any.
+bool tell_what_never_came(const sim::Board& board, const sim::World& state) {
+    bool any = false;
+    for (std::size_t i = 0; i < board.faults.size(); ++i) {
+        const sim::Fault& fault = board.faults[i];
+        const std::uint32_t matches = state.fault_matches[i];
+        if (matches >= fault.nth) continue;
+        std::fprintf(stderr,
+                     "q7-sim: %s: this fault never came: %u calls matched, it waits for %u\n",
+                     fault.place.c_str(), matches, fault.nth);
+        any = true;
+    }
+    return any;
+}
+
+// The whole run, with everything written that was asked for.
+sim::Outcome simulate(sim::Board& board, const Options& options) {
+    std::ofstream trace;
+    Records records;
+    if (options.trace) trace = open_output(*options.trace);
+    if (options.fifo) records = open_records(*options.fifo, board);
+    sim::use_host_fifo(records.fifo);
+    const bool paced = options.pace > 0;
+    sim::Keyboard keyboard(paced);
+    if (keyboard.is_terminal() && !options.script) board.panel.frames.clear();
+    sim::Screen screen(records.file, records.fifo < 0 ? sim::Records::shown : sim::Records::sent,
+                       options.gbk ? sim::Texts::gbk : sim::Texts::utf8, paced);
+    sim::Outcome outcome =
+        sim::simulate(board, {[&] { return run_q7(options); }}, live(options, screen, keyboard));
+    screen.finish();
+    for (const sim::Event& event : outcome.world->log.all()) {
+        if (trace.is_open()) trace << sim::to_json(outcome.world->log, event) << '\n';
+    }
+    save_flashes(board, *outcome.world);
+    if (options.trace) close_output(trace, *options.trace);
+    if (records.file.is_open()) close_output(records.file, *options.fifo);
+    return outcome;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    ::signal(SIGPIPE, SIG_IGN);  // whoever reads may leave before the end
+    try {
+        const Options options = parse_options(argc, argv);
+        sim::Board board = sim::load_board(options.board);
+        const sim::Outcome outcome = simulate(board, options);
+        const bool incomplete = tell_what_never_came(board, *outcome.world);
+        const int status = end_like(outcome);
+        return incomplete && options.strict && !outcome.stopped ? kNeverCame : status;
+    } catch (const std::exception& error) {
+        refuse(error.what());
+    }
+}

@@ -1,0 +1,95 @@
+#include "sim/program/screen.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <fstream>
+
+namespace sim {
+namespace {
+
+std::string read_from(int fd, std::size_t& position, std::size_t limit) {
+    std::string text;
+    char buffer[4096];
+    while (position < limit) {
+        const ssize_t count = ::pread(fd, buffer, std::min(sizeof buffer, limit - position),
+                                      static_cast<off_t>(position));
+        if (count <= 0) break;
+        text.append(buffer, static_cast<std::size_t>(count));
+        position += static_cast<std::size_t>(count);
+    }
+    return text;
+}
+
+// What a person beside the board would see or hear of a change; empty = nothing.
+std::string telling(const Event& event) {
+    const std::string_view device = event.function, state = world->log.sent(event);
+    if (event.actor != 0) return "";
+    if (device == "panel" && state.starts_with("record")) {
+        return "[LEDs] " + std::string(state) + "\n";
+    }
+    if (device == "line" && state == "4=0") return "[buzzer] on\n";
+    if (device == "line" && state == "4=1") return "[buzzer] off\n";
+    return "";
+}
+
+}  // namespace
+
+void write_all(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t count = ::write(fd, bytes.data(), bytes.size());
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) return;  // whoever read this has gone
+        bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+}
+
+Screen::Screen(std::ofstream& file, Records records, Texts texts, bool tells_devices)
+    : file_(file), records_(records), tells_devices_(tells_devices), leds_(tells_devices) {
+    if (texts == Texts::utf8) decoders_.emplace();
+}
+
+void Screen::show(int console, int errors) {
+    for (; next_event_ < world->log.events_used; ++next_event_) {
+        const Event& event = world->log.events[next_event_];
+        const std::string told = tells_devices_ ? telling(event) : "";
+        const bool is_report = world->log.is_report(event);
+        if (told.empty() && !is_report) continue;
+        print(console, event.printed);
+        if (!leds_.is_shown()) write_all(STDERR_FILENO, told);
+        if (is_report) show_record(world->log.sent(event));
+    }
+    print(console, SIZE_MAX);
+    if (leds_.is_shown()) leds_.draw(world->panel, world->control.level[4] == 0);
+    const std::string text = read_from(errors, errors_shown_, SIZE_MAX);
+    write_all(STDERR_FILENO, decoders_ ? decoders_->errors.decode(text) : text);
+}
+
+void Screen::finish() {
+    if (!decoders_) return;
+    write_all(STDOUT_FILENO, decoders_->console.finish());
+    write_all(STDERR_FILENO, decoders_->errors.finish());
+}
+
+void Screen::print(int console, std::size_t limit) {
+    const std::string text = read_from(console, console_shown_, limit);
+    write_all(STDOUT_FILENO, decoders_ ? decoders_->console.decode(text) : text);
+}
+
+void Screen::show_record(std::string_view record) {
+    if (records_ == Records::sent) return;
+    if (file_.is_open()) {
+        file_ << record << std::flush;
+        return;
+    }
+    const std::string_view bytes = record.substr(8);
+    std::string text = decoders_ ? gbk_to_utf8(bytes) : std::string(bytes);
+    for (std::size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at += 2) {
+        text.replace(at, 1, "\\n");
+    }
+    write_all(STDERR_FILENO, "[record] " + text + "\n");
+}
+
+}  // namespace sim
