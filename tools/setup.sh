@@ -20,6 +20,7 @@ is_installed() {
     libtomlplusplus-dev) has_header toml++/toml.h ;;
     libcli11-dev) has_header CLI/CLI.hpp ;;
     nlohmann-json3-dev) has_header nlohmann/json.hpp ;;
+    libssl-dev) has_header openssl/evp.h ;;
     libmicrohttpd-dev) has_header microhttpd.h ;;
     libjs-chart.js) [ -e /usr/share/javascript/chart.js/chart.min.js ] ;;
     fonts-noto-cjk) [ -e /usr/share/fonts/opentype/noto/NotoSansCJK-Regular.ttc ] ;;
@@ -36,7 +37,7 @@ is_installed() {
 
 simulator_packages="g++ cmake ninja-build libtomlplusplus-dev libcli11-dev nlohmann-json3-dev"
 
-station_packages="pkg-config libmicrohttpd-dev libjs-chart.js"
+station_packages="libssl-dev libsoci-dev pkg-config libmicrohttpd-dev libjs-chart.js"
 browser_packages="chromium chromium-driver python3-selenium fonts-noto-cjk"
 
 # need PACKAGE...: installs what is missing on Debian and Ubuntu, as root or through sudo.
