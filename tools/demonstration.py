@@ -152,7 +152,7 @@ class Line:
                     kind, start = ("healthy" if self.random.random() < 0.85 else kind), start + datetime.timedelta(minutes=7)
                     station = self.random.choice(STATIONS)
         shutil.rmtree(self.path("samples"))
-        subprocess.run([f"{self.build}/q7-station", "index", "--index", self.path("journals", "index.sqlite"), self.path("journals")],
+        subprocess.run([f"{self.build}/q7-station", "index", "--index", self.path("journals", "index.sqlite"), "--journals", self.path("journals")],
                        check=True, stdout=subprocess.DEVNULL)
 
     # ---- the station ----
@@ -162,7 +162,8 @@ class Line:
         self.process = subprocess.Popen(
             [f"{self.build}/q7-station", "serve", "--listen", f"127.0.0.1:{self.options.port}", "--station", "3L02", "--operator", "W1032",
              "--plans", self.path("plans"), "--journals", self.path("journals"), "--dictionaries", self.path("dictionaries"), *self.words()],
-            stdout=subprocess.PIPE, text=True, env=environment)
+            stdout=subprocess.PIPE, text=True, env=environment,
+            start_new_session=True)  # Ctrl-C of the terminal ends it through us, when its board has ended
         self.url = self.process.stdout.readline().strip()
         return bool(self.url)
 
@@ -229,8 +230,6 @@ def main():
     wanted = []
     for number in (signal.SIGINT, signal.SIGTERM):
         signal.signal(number, lambda *_: wanted.append(1))
-    # A child that gets Ctrl-C from the terminal, too, would end before its board does.
-    os.setpgrp() if not sys.stdin.isatty() else None
     try:
         print("Simulating every defect of the board, and a week of boards ...", flush=True)
         line.board("healthy")
