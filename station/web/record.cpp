@@ -45,16 +45,23 @@ std::string says(const Evidence& evidence, const Piece& piece) {
     return text;
 }
 
-json transcript(const Evidence& evidence) {
+// Lines that the plan explains are known, like those of the grammar.
+json transcript(const Evidence& evidence, const Judgement& judgement) {
+    std::set<int> unexplained;
+    for (const UnexplainedLine& one : judgement.unexplained)
+        unexplained.insert(one.line);
     json lines = json::array();
     const std::int64_t begin_us =
         evidence.commands.empty() ? 0 : evidence.commands.front().start_us;
     constexpr const char* kKinds[] = {"known", "fact", "failure", "unexplained"};
     for (const Piece& piece : evidence.pieces) {
+        const bool explained =
+            piece.kind == Piece::Kind::unexplained && !unexplained.contains(piece.line);
+        const auto kind = static_cast<std::size_t>(explained ? Piece::Kind::known : piece.kind);
         lines.push_back({{"line", piece.line},
                          {"seconds", static_cast<double>(piece.time_us - begin_us) / 1e6},
                          {"channel", name_of(piece.channel)},
-                         {"kind", kKinds[static_cast<std::size_t>(piece.kind)]},
+                         {"kind", kKinds[kind]},
                          {"step", piece.step},
                          {"text", piece.text},
                          {"says", says(evidence, piece)}});
@@ -167,17 +174,22 @@ json start_member(const Seen& attempt, const char* name) {
 }
 
 json checks(const std::vector<Seen>& attempts) {
-    const bool asked = std::any_of(attempts.begin(), attempts.end(),
-                                   [](const Seen& one) { return one.plan.scan_out; });
-    const bool scanned = std::all_of(attempts.begin(), attempts.end(), [](const Seen& one) {
+    bool released = false;
+    bool all_scanned = true;
+    for (const Seen& one : attempts) {
+        if (!one.plan.scan_out
+            || judge(one.journal, one.evidence, one.plan).verdict != Verdict::pass)
+            continue;
+        released = true;
         const auto& remarks = one.journal.remarks;
-        return judge(one.journal, one.evidence, one.plan).verdict != Verdict::pass
-               || std::any_of(remarks.begin(), remarks.end(),
-                              [](const Remark& remark) { return remark.kind == "scan-out"; });
-    });
+        all_scanned =
+            all_scanned && std::any_of(remarks.begin(), remarks.end(), [](const Remark& remark) {
+                return remark.kind == "scan-out";
+            });
+    }
     return {{"address_same",
              all_same(attempts, [](const Seen& one) { return start_member(one, "addresses"); })},
-            {"scanned", asked ? json(scanned) : json()},
+            {"scanned", released ? json(all_scanned) : json()},
             {"plan_same", all_same(attempts, [](const Seen& one) {
                  const json program = start_member(one, "program");
                  return one.plan.sha256 + (program.is_object() ? program.value("sha256", "") : "");
@@ -205,12 +217,13 @@ json attempt_json(const fs::path& journals, const std::string& id) {
     const fs::path path = journal_of(journals, id);
     const Journal journal = read_journal(path);
     const Evidence evidence = take_evidence(journal);
-    json attempt = for_page(to_json(judge(journal)));
+    const Judgement judgement = judge(journal);
+    json attempt = for_page(to_json(judgement));
     attempt["causes"] = kept_causes(path);
     attempt["number"] = journal.identity.attempt.value_or(1);
     attempt["lines"] = journal.lines;
     attempt["unexplained"] = attempt.at("unexplained").size();
-    attempt["transcript"] = transcript(evidence);
+    attempt["transcript"] = transcript(evidence, judgement);
     return attempt;
 }
 

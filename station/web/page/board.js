@@ -78,7 +78,7 @@ function changes(t) {
     const same = before && value && before.value === value.value;
     return el('td', { class: `${newest ? 'newest' : ''} ${same || change.ignored ? 'lesser' : ''}` },
       el('span', { class: 'with-sign' }, value?.state ? stateSign(value.state, 20) : el('span', { class: 'no-sign' }),
-        el(newest && !change.ignored ? 'b' : 'span', {}, value ? t.value(value.value) + (value.unit && value.unit !== 'bits' ? ` ${value.unit}` : '') : t.noReport())));
+        el(newest && !change.ignored ? 'b' : 'span', {}, value ? t.value(value.value) + (value.unit && value.unit !== 'bits' ? ` ${t.unit(value.unit)}` : '') : t.noReport())));
   };
   const name = (change) => (change.ignored ? t.ignored(t.fact(change.fact)) : t.fact(change.fact));
   const shown = board.changes.length > 6 ? board.changes.slice(0, 5) : board.changes;
@@ -86,6 +86,7 @@ function changes(t) {
     el('thead', {}, el('tr', {}, el('th', {}, t.changed()), columns.map((attempt) => el('th', { class: 'column' }, t.attempt(attempt.number, attempt.provisional))))),
     el('tbody', {}, shown.map((change) => el('tr', { class: change.ignored ? 'ignored' : '' },
       el('td', {}, name(change), el('span', { class: 'mono fact' }, change.fact)), columns.map((attempt, i) => cell(change, attempt, i)))),
+      columns.length < 2 ? el('tr', { class: 'ignored' }, el('td', { colspan: 2 }, t.oneAttempt())) : '',
       shown.length < board.changes.length ? el('tr', {}, el('td', { class: 'lesser', colspan: 4 }, t.moreChanges(board.changes.length - shown.length))) : '')));
 }
 

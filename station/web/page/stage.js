@@ -207,7 +207,7 @@ function pass(state, t) {
 function measuredRow(t, finding) {
   const { reason } = finding;
   const long = Math.max(plain(t.value(reason.value)).length, plain(t.value(reason.wanted)).length) > 5;
-  const unit = reason.unit && reason.unit !== 'bits' ? ` ${reason.unit}` : '';
+  const unit = reason.unit && reason.unit !== 'bits' ? t.unit(reason.unit) : '';
   const size = long ? 28 : 50;
   const measured = differences(/^0x/.test(reason.value) ? reason.value : t.value(reason.value), reason.wanted);
   let note;
@@ -219,7 +219,7 @@ function measuredRow(t, finding) {
   }
   return el('div', { class: 'at', css: { left: '20px', right: '20px', top: '12px', height: '63px', display: 'flex', alignItems: 'center', borderBottom: '2px solid var(--line)' } },
     el('span', { css: { fontSize: '25px', marginRight: '12px' } }, t.measured()),
-    el('b', { class: 'mono', css: { fontSize: `${size}px`, display: 'inline-flex', alignItems: 'center', lineHeight: '50px' } }, measured.map((run) => (run.differs ? [...run.text].length > 3 ? el('span', { class: 'difference' }, run.text) : [...run.text].map((c) => el('span', { class: 'difference' }, c)) : run.text)), unit && el('span', { css: { fontSize: '22px', marginLeft: '4px' } }, unit)),
+    el('b', { class: 'mono', css: { fontSize: `${size}px`, display: 'inline-flex', alignItems: 'center', lineHeight: '50px' } }, measured.map((run) => (run.differs ? [...run.text].length > 3 ? el('span', { class: 'difference' }, run.text) : [...run.text].map((c) => el('span', { class: 'difference' }, c)) : run.text)), unit && el('span', { css: { fontSize: '22px', marginLeft: '8px' } }, unit)),
     el('span', { css: { fontSize: '25px', margin: '0 12px 0 23px' } }, t.wanted()),
     el('b', { class: 'mono', css: { fontSize: `${size}px` } }, plain(t.value(reason.wanted))),
     el('div', { class: 'lesser', css: { marginLeft: 'auto', textAlign: 'right', fontSize: t.language === 'en' ? '18px' : '21px', lineHeight: '28px' } }, note));

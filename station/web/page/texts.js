@@ -199,6 +199,7 @@ const zh = {
   }[r.code] ?? (() => zh.reasonShort(r.code)))(),
   fact: (name) => factName(name, 1),
   values: { up: '通', down: '断开', unknown: '未知', full: '全双工', half: '半双工', good: '成功', bad: '失败', yes: '是', no: '否', absent: '没有', 'no-size': '读不出容量', none: '没有', complete: '收完', timeout: '超时', marker: '有', person: '由人判断' },
+  unit: (name) => pick({ bytes: '字节' }, name),
   value: (value) => pick(zh.values, String(value ?? '').replace(/^0x/, '')),
   next: (f) => ({
     'alarm-inputs': () => `查夹具 ${list(f.ids, '、')} 号线，再扫码重测`, 'alarm-outputs': () => '查夹具输出线，再扫码重测', 'alarm-stuck': () => `查夹具 ${list(f.ids, '、')} 号线，再扫码重测`, port: () => `查网口 ${f.ids[0]} 的${f.medium === 'fibre' ? '光纤' : '网线'}，再扫码重测`,
@@ -272,6 +273,7 @@ const zh = {
   attemptLine: (station, op, shift) => `${station} • ${op}${shift ? ` • 验证 ${shift}` : ''}`,
   changed: () => '相比上一次，变了的',
   ignored: (label) => `${label}（计划不管）`,
+  oneAttempt: () => '只有一次，没有上一次可比',
   moreChanges: (count) => `还有 ${count} 项变了：看记录`,
   recordOf: (count) => `第 ${count} 次的记录`,
   recordHead: (lines, reasons, unexplained) => `${lines} 行，字节原样；${reasons} 处原因，${unexplained} 行无法解释`,
@@ -426,6 +428,7 @@ const en = {
   }[r.code] ?? (() => en.reasonShort(r.code)))(),
   fact: (name) => factName(name, 2),
   values: { marker: 'there', person: 'by a person', absent: 'absent' },
+  unit: (name) => name,
   value: (value) => pick(en.values, String(value ?? '').replace(/^0x/, '')),
   next: (f) => ({
     'alarm-inputs': () => `Check wire ${list(f.ids, ', ')}, scan again`, 'alarm-outputs': () => 'Check output wires, scan', 'alarm-stuck': () => `Check wire ${list(f.ids, ', ')}, scan again`, port: () => `Check LAN ${f.ids[0]} cable, scan`,
@@ -493,6 +496,7 @@ const en = {
   attemptLine: (station, op, shift) => `${station} • ${op}${shift ? ` • ${shift}` : ''}`,
   changed: () => 'Changed since the attempt before',
   ignored: (label) => `${label} (ignored)`,
+  oneAttempt: () => 'One attempt: nothing to compare with',
   moreChanges: (count) => `${count} more changed: see the record`,
   recordOf: (count) => `Record of attempt ${count}`,
   recordHead: (lines, reasons, unexplained) => `${lines} lines; ${reasons} reasons, ${unexplained} unexplained`,
