@@ -187,7 +187,6 @@ void Attempt::begin_command(int number) {
                           {"name", planned.name},
                           {"run", run_name(number)},
                           {"words", planned.words}});
-        writer_.sync();
     }
     latest_event_ = Clock::now();
 }

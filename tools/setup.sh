@@ -28,6 +28,8 @@ is_installed() {
     chromium-driver) has_command chromedriver ;;
     python3-selenium) /usr/bin/python3 -c 'import selenium' 2>/dev/null ;;
     pkg-config) has_command pkg-config ;;
+    openssh-server) [ -x /usr/sbin/sshd ] ;;
+    openssh-client) has_command ssh && has_command ssh-keygen ;;
     libgmock-dev) has_header gmock/gmock.h ;;
     libsoci-dev) has_header soci/soci-config.h ;;
     postgresql) compgen -G '/usr/lib/postgresql/*/bin/postgres' >/dev/null ;;
@@ -36,7 +38,6 @@ is_installed() {
 }
 
 simulator_packages="g++ cmake ninja-build libtomlplusplus-dev libcli11-dev nlohmann-json3-dev"
-
 station_packages="libssl-dev libsoci-dev pkg-config libmicrohttpd-dev libjs-chart.js"
 browser_packages="chromium chromium-driver python3-selenium fonts-noto-cjk"
 
