@@ -294,6 +294,21 @@ class StationPage(PageCase):
         self.press(Keys.F8)
         self.wait(lambda: self.verdict() == "fail")
 
+    def test_steps_that_did_not_run_are_not_proven(self):
+        with open(os.path.join(SOURCE, "boards", "healthy.toml"), encoding="utf-8") as file:
+            board = file.read().replace("boot_device_type = 0x1234", "boot_device_type = 0x4487\nhigh_lines = [25]")
+        self.assertIn("high_lines", board)
+        self.station.board("no-alarm", board)
+        self.open()
+        self.scan("45270-2648-0414")
+        self.assertEqual(self.answer_all({}), "not-proven")
+        steps = self.states_of("step")
+        self.assertEqual([name for name, state in steps.items() if state == "not-proven"], ["alarm", "rs485", "info"])
+        self.assertIn("两步没有运行", self.shown())
+        self.assertIn("没有测，不算数", self.shown())
+        self.assertNotIn("不良", self.shown())
+        self.screenshot("not-proven")
+
     def test_texts_of_a_disk_are_texts(self):
         disk = 'sda = {serial = "SIM-0001", model = "<script>alert(1)</script>"'
         with open(os.path.join(SOURCE, "boards", "healthy.toml"), encoding="utf-8") as file:

@@ -190,7 +190,7 @@ function question(state, t) {
 function pass(state, t) {
   const { verdict } = state;
   const row = (top, ...content) => el('div', { class: 'at', css: { left: '24px', top: `${top}px`, display: 'flex', alignItems: 'center', gap: '12px', fontSize: t.language === 'en' ? '22px' : '25px', lineHeight: '32px' } }, stateSign('pass', 27), el('span', {}, ...content));
-  const words = verdict.mark !== 'production' ? t.notRelease() : verdict.scan_out === 'due' ? t.scanOut() : verdict.scan_out === 'done' ? t.released() : t.takeOff();
+  const words = verdict.mark !== 'production' ? t.notRelease() : verdict.scan_out === 'due' ? t.scanOut() : t.takeOff();
   const spooled = verdict.stored.database !== 'committed';
   return [
     panel('pass', 790, true, { top: 40, height: 236, size: t.language === 'en' ? 182 : 218, sign: t.language === 'en' ? 176 : 206, gap: t.language === 'en' ? 26 : 38, text: t.verdicts.pass }, []),
@@ -200,7 +200,7 @@ function pass(state, t) {
       row(100, t.judged(verdict.facts.good)),
       row(138, spooled ? el('b', { css: { background: 'var(--amber)', padding: '0 8px' } }, t.spooled(verdict.stored.unsent)) : t.committed()),
       el('div', { class: 'next', css: { height: '134px', padding: '0 0 0 20px', lineHeight: '58px', fontSize: t.language === 'en' ? '44px' : '48px' } },
-        verdict.scan_out === 'done' ? sign('arrow', 60, 'white') : sign('scan', 90, 'white'), el('div', { css: { marginLeft: '20px' } }, el('div', {}, words[0]), el('div', {}, words[1])))),
+        sign('scan', 90, 'white'), el('div', { css: { marginLeft: '20px' } }, el('div', {}, words[0]), el('div', {}, words[1])))),
   ];
 }
 
