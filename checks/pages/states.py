@@ -223,6 +223,12 @@ def last_of(word):
     return state
 
 
+def no_dictionary():
+    state = failed()
+    state["verdict"]["causes"] = []
+    return state
+
+
 def long_check():
     state = failed()
     state["verdict"]["causes"][0]["check"] = {
@@ -232,7 +238,7 @@ def long_check():
 
 
 ALL = {"1-waiting": waiting, "2-running": running, "3-question": question, "4-pass": passed, "5-fail": failed,
-       "6-not-proven": not_proven, "9-fail-en": failed_twice, "10-phone": running, "long-check": long_check, "incomplete": incomplete,
+       "6-not-proven": not_proven, "9-fail-en": failed_twice, "10-phone": running, "long-check": long_check, "no-dictionary": no_dictionary, "incomplete": incomplete,
        "sign-in": signing_in, "locked": locked, "keys": keys, "question-keys": question_keys,
        "last-fail": lambda: last_of("fail"), "last-not-proven": lambda: last_of("not-proven"), "last-incomplete": lambda: last_of("incomplete")}
 

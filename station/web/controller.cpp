@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <system_error>
 
@@ -176,7 +177,7 @@ json Controller::progress() const {
         learned = learned && step.at("seconds").is_number();
         if (learned) whole += step.at("seconds").get<double>();
     }
-    const int rest = static_cast<int>(whole + 0.5) - elapsed;
+    const int rest = static_cast<int>(std::lround(whole)) - elapsed;
     return {{"step", run_.step},
             {"elapsed", elapsed},
             {"left", learned ? json(std::max(0, rest)) : json()},

@@ -78,7 +78,7 @@ function changes(t) {
     const same = before && value && before.value === value.value;
     return el('td', { class: `${newest ? 'newest' : ''} ${same || change.ignored ? 'lesser' : ''}` },
       el('span', { class: 'with-sign' }, value?.state ? stateSign(value.state, 20) : el('span', { class: 'no-sign' }),
-        el(newest && !change.ignored ? 'b' : 'span', {}, value ? t.value(value.value) + (value.unit && value.unit !== 'bits' ? ` ${t.unit(value.unit)}` : '') : t.noReport())));
+        el(newest && !change.ignored ? 'b' : 'span', {}, value ? t.value(change.fact === 'station' ? value.value.replace(/^\d+L(\d+) /, '$1 ') : value.value) + (value.unit && value.unit !== 'bits' ? ` ${t.unit(value.unit)}` : '') : t.noReport())));
   };
   const name = (change) => (change.ignored ? t.ignored(t.fact(change.fact)) : t.fact(change.fact));
   const shown = board.changes.length > 6 ? board.changes.slice(0, 5) : board.changes;

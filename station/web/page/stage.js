@@ -254,11 +254,14 @@ function causeRows(t, verdict) {
   return rows;
 }
 
+// A reason names what q7 printed, and may be long.
+const reasonSize = (content) => Math.max(16, Math.min(28, Math.floor(430 / widthOf(content))));
+
 function reasonRows(t, reasons, top, room) {
   const shown = reasons.slice(0, room);
   const rows = shown.map((reason, i) => el('div', { class: 'at', css: { left: '20px', right: '20px', top: `${top + 51 * i}px`, height: '51px', display: 'flex', alignItems: 'center', borderBottom: '2px solid var(--line)', overflow: 'hidden' } },
     stateSign(reason.verdict, 40), el('b', { css: { fontSize: '36px', margin: '0 0 0 13px', minWidth: '160px' } }, t.step(reason.item)),
-    el('span', { css: { fontSize: t.language === 'en' ? '24px' : '28px', marginLeft: '12px' } }, t.reason(reason))));
+    el('span', { css: { fontSize: `${reasonSize(t.reason(reason))}px`, marginLeft: '12px' } }, t.reason(reason))));
   if (reasons.length > room) rows.push(at(20, top + 51 * room + 8, 24, t.more(reasons.length - room)));
   return rows;
 }
@@ -272,10 +275,11 @@ function fail(state, t) {
   if (third) rows.push([t.language === 'en' ? 232 : 243, t.language === 'en' ? 31 : 30, t.thirdTime(), 700]);
   rows.push([third ? 273 : 250, third ? 24 : t.language === 'en' ? 24 : 30, t.storedLine(verdict.number, shortId(verdict.id))]);
   const why = finding.reason?.fact && finding.reason.wanted ? [measuredRow(t, finding)] : reasonRows(t, reasonsOf(verdict), 16, 1);
-  const rest = reasonsOf(verdict).filter((reason) => reason !== finding.reason);
+  const first = finding.reason;
+  const rest = reasonsOf(verdict).filter((reason) => reason.fact !== first?.fact || reason.line !== first?.line);
   return [
     panel('fail', 512, true, { top: 22, height: 158, size: t.language === 'en' ? 142 : 128, sign: 142, gap: 22, text: t.verdicts.fail }, rows),
-    card(528, 704, why, verdict.causes.length ? causeRows(t, verdict) : reasonRows(t, rest, 78, 3),
+    card(528, 704, why, verdict.causes.length ? causeRows(t, verdict) : reasonRows(t, rest, 78, rest.length > 3 ? 2 : 3),
       nextStep(third ? t.stopSupervisor() : t.next(finding))),
   ];
 }

@@ -28,7 +28,7 @@ const factNames = [
   [/alarm\.inputs$/, '报警输入个数', 'Alarm inputs'],
   [/alarm\.outputs$/, '报警输出个数', 'Alarm outputs'],
   [/alarm\.idle\.inputs$/, '输出断开时的输入', 'Inputs with outputs off'],
-  [/alarm\.output\.(\d+)\.inputs$/, '输出 $1 接通时的输入', 'Inputs with output $1 on'],
+  [/alarm\.output\.(\d+)\.inputs$/, '输出 $1 接通时的输入', 'Inputs, output $1 on'],
   [/alarm\.good$/, '报警检查：好', 'Alarm checks: good'],
   [/alarm\.bad$/, '报警检查：坏', 'Alarm checks: bad'],
   [/rtc\.(\d)\.difference$/, '时钟差，第 $1 次', 'Clock difference $1'],

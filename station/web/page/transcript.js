@@ -29,8 +29,15 @@ export function transcriptRows(attempt, t, { unfold = false, onUnfold } = {}) {
   const reasons = attempt.items.flatMap((item) => item.reasons).filter((reason) => reason.line);
   const marked = new Map();
   reasons.forEach((reason, i) => { if (!marked.has(reason.line)) marked.set(reason.line, []); marked.get(reason.line).push({ ...reason, count: i + 1 }); });
-  const node = ({ line, seconds, channel, text, kind, says }) => {
-    const why = marked.get(line) ?? [];
+  // One line of the journal may hold several of the transcript: a reason stands at the one that says
+  // its fact, if there is one.
+  const saying = (line, fact) => attempt.transcript.filter((piece) => piece.line === line && ` ${piece.says}`.includes(` ${fact} = `));
+  const node = (piece) => {
+    const { line, seconds, channel, text, kind, says } = piece;
+    const why = (marked.get(line) ?? []).filter((reason) => {
+      const there = saying(line, reason.fact);
+      return there.length === 0 || there.includes(piece);
+    });
     return el('div', { class: `line ${why.length ? `reason ${why[0].verdict}` : ''} ${kind === 'unexplained' ? 'reason not-proven' : ''}`, 'data-line': line },
       el('span', { class: 'number' }, String(line)), el('span', { class: 'time' }, seconds.toFixed(2)), el('span', { class: 'channel' }, t.channels[channel] ?? channel),
       el('span', { class: 'words mono' }, text),
