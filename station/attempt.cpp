@@ -90,6 +90,7 @@ Judgement Attempt::run(AttemptWatcher& watcher) {
         runner_ = std::this_thread::get_id();
         running_ = true;
     }
+    const Ending ending{*this};
     const int commands = static_cast<int>(setup_.plan.commands.size());
     for (int number = 1; number <= commands && !given_up_; ++number) {
         const PlannedCommand& planned = setup_.plan.commands[static_cast<std::size_t>(number) - 1];
@@ -108,13 +109,16 @@ Judgement Attempt::run(AttemptWatcher& watcher) {
     refresh();
     Judgement judgement = judge(reader_.journal(), evidence_, setup_.plan);
     write_file(judgement_path(writer_.path()), to_json(judgement).dump() + "\n");
-    {
-        const std::lock_guard lock(mutex_);
-        running_ = false;
-        requests_taken_ = requests_made_;
-    }
-    taken_.notify_all();
     return judgement;
+}
+
+// However the run ends: whoever waits for an answer to be stored learns that it is not.
+Attempt::Ending::~Ending() {
+    {
+        const std::lock_guard lock(attempt.mutex_);
+        attempt.running_ = false;
+    }
+    attempt.taken_.notify_all();
 }
 
 // The journal.
@@ -515,8 +519,8 @@ bool Attempt::answer(const std::string& question, const std::string& answer,
     const std::uint64_t one = 1;
     [[maybe_unused]] const ssize_t written = ::write(wake_, &one, sizeof one);
     if (std::this_thread::get_id() == runner_) return true;  // taken before the next event
-    taken_.wait(lock, [&] { return requests_taken_ >= mine; });
-    return true;
+    taken_.wait(lock, [&] { return requests_taken_ >= mine || !running_; });
+    return requests_taken_ >= mine;
 }
 
 void Attempt::stop(const std::string& operator_id) {

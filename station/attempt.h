@@ -92,6 +92,11 @@ class Attempt {
         std::string question, answer, operator_id, via;  // no question: stop
     };
 
+    struct Ending {
+        Attempt& attempt;
+        ~Ending();
+    };
+
     Attempt(AttemptSetup setup, JournalWriter writer);
 
     // The journal.

@@ -359,6 +359,20 @@ JournalWriter JournalWriter::resume(const fs::path& path) {
     return writer;
 }
 
+void append_scan_out(const fs::path& path, const std::string& serial,
+                     const std::string& operator_id) {
+    const Journal journal = read_journal(path);
+    if (!journal.ended || !journal.damage.empty())
+        throw std::runtime_error(path.string() + ": it is not whole");
+    const int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+    if (fd < 0) fail(path);
+    JournalWriter writer(fd, path);
+    writer.previous_ = journal.sha256;
+    writer.lines_ = journal.lines;
+    writer.line("scan-out", {{"serial", serial}, {"operator", operator_id}});
+    writer.sync();
+}
+
 std::string JournalWriter::line(std::string_view kind, const ordered_json& members) {
     return write_line("\"kind\":\"" + std::string(kind) + "\"" + member_list(members));
 }

@@ -146,6 +146,8 @@ class JournalWriter {
     int lines() const { return lines_; }
 
   private:
+    friend void append_scan_out(const std::filesystem::path&, const std::string&,
+                                const std::string&);
     JournalWriter(int file, std::filesystem::path path) : file_(file), path_(std::move(path)) {}
     std::string write_line(const std::string& open);
     void write_all(std::string_view bytes);
@@ -156,6 +158,11 @@ class JournalWriter {
     int lines_ = 0;
     std::optional<std::chrono::steady_clock::time_point> due_;
 };
+
+// Adds the scan at the release to a journal that has its end. Throws std::system_error when it is
+// not on the disk, std::runtime_error when the journal is not whole.
+void append_scan_out(const std::filesystem::path& journal, const std::string& serial,
+                     const std::string& operator_id);
 
 // Writes a file as a whole: beside its place, synced, then renamed. Throws std::system_error.
 void write_file(const std::filesystem::path& path, std::string_view content);

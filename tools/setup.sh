@@ -21,6 +21,13 @@ is_installed() {
     libcli11-dev) has_header CLI/CLI.hpp ;;
     nlohmann-json3-dev) has_header nlohmann/json.hpp ;;
     libssl-dev) has_header openssl/evp.h ;;
+    libmicrohttpd-dev) has_header microhttpd.h ;;
+    libjs-chart.js) [ -e /usr/share/javascript/chart.js/chart.min.js ] ;;
+    fonts-noto-cjk) [ -e /usr/share/fonts/opentype/noto/NotoSansCJK-Regular.ttc ] ;;
+    chromium) has_command chromium ;;
+    chromium-driver) has_command chromedriver ;;
+    python3-selenium) /usr/bin/python3 -c 'import selenium' 2>/dev/null ;;
+    pkg-config) has_command pkg-config ;;
     openssh-server) [ -x /usr/sbin/sshd ] ;;
     openssh-client) has_command ssh && has_command ssh-keygen ;;
     libgmock-dev) has_header gmock/gmock.h ;;
@@ -31,7 +38,8 @@ is_installed() {
 }
 
 simulator_packages="g++ cmake ninja-build libtomlplusplus-dev libcli11-dev nlohmann-json3-dev"
-station_packages="libssl-dev libsoci-dev"
+station_packages="libssl-dev libsoci-dev pkg-config libmicrohttpd-dev libjs-chart.js"
+browser_packages="chromium chromium-driver python3-selenium fonts-noto-cjk"
 
 # need PACKAGE...: installs what is missing on Debian and Ubuntu, as root or through sudo.
 need() {

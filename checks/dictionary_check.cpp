@@ -1,0 +1,559 @@
+// The fault dictionary: does it name the defect that a board has? Of defects that were not
+// simulated for it, of pairs, and of those that a bring-up engineer described.
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "station/dictionary/board.h"
+#include "station/dictionary/diagnosis.h"
+#include "station/text.h"
+
+namespace {
+
+using namespace station;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+const std::string kSource = Q7_SOURCE, kBinaries = Q7_BINARIES;
+bool in_full() { return std::getenv("Q7_FULL") != nullptr; }
+
+using Change = AttemptSimulator::Change;
+
+// A model with its plan, its board, and the dictionary made of both.
+struct Model {
+    explicit Model(const std::string& name, const Change& variation = nullptr)
+        : plan_file(kSource + "/plans/" + name + ".toml"),
+          scenario(kSource + "/boards/" + name.substr(0, name.find('-')) + ".toml"),
+          plan_text(read_file(plan_file)),
+          plan(Plan::parse(plan_text, plan_file)),
+          simulator(kBinaries + "/q7-sim", scenario, plan, plan_text, variation) {}
+
+    std::string plan_file, scenario, plan_text;
+    Plan plan;
+    AttemptSimulator simulator;
+};
+
+struct KnownModel : Model {
+    explicit KnownModel(const std::string& name)
+        : Model(name), dictionary(make_dictionary(simulator, name + ".toml", nullptr)) {}
+    Dictionary dictionary;
+};
+
+// Made once, by the first check that needs it.
+const KnownModel& known(const std::string& name) {
+    static std::map<std::string, std::unique_ptr<KnownModel>> models;
+    std::unique_ptr<KnownModel>& model = models[name];
+    if (!model) model = std::make_unique<KnownModel>(name);
+    return *model;
+}
+
+const std::vector<std::string> kModels{"healthy-bridge", "healthy", "healthy-restore", "dvs", "nvr",
+                                       "nvr-bridge"};
+
+Symptoms symptoms_with(const AttemptSimulator& simulator, const Change& defect) {
+    const SimulatedAttempt attempt = simulator.run(defect);
+    return symptoms_of(attempt.judgement, attempt.evidence);
+}
+
+// True when one of the first `count` causes names this defect, or one with an equal signature.
+bool is_named(const std::vector<Cause>& causes, const std::set<std::string>& wanted,
+              std::size_t count) {
+    for (std::size_t i = 0; i < std::min(count, causes.size()); ++i) {
+        for (const KnownDefect* defect : causes[i].defects)
+            if (wanted.count(defect->cause()) != 0) return true;
+        for (const auto& group : causes[i].alternatives)
+            for (const KnownDefect* defect : group)
+                if (wanted.count(defect->cause()) != 0) return true;
+    }
+    return false;
+}
+
+std::size_t group_size(const Cause& cause) {
+    std::size_t size = 0;
+    for (const auto& group : cause.alternatives)
+        size += 1 + group.size();
+    return size;
+}
+
+// --- Defects that were not simulated -----------------------------------------------------------
+
+struct Unseen {
+    std::set<std::string> causes;  // any of them is right
+    std::string kind, change;
+};
+
+// The generator of the dictionary takes other values than these.
+class UnseenDefects {
+  public:
+    explicit UnseenDefects(const Model& model) : board_(model.simulator.board()), model_(model) {}
+
+    std::vector<Unseen> all() {
+        alarm();
+        network();
+        clock();
+        usb();
+        disks();
+        rs485();
+        panel();
+        description();
+        bridges();
+        calls();
+        return std::move(list_);
+    }
+
+  private:
+    void add(std::set<std::string> causes, const std::string& change) {
+        const std::string first = *causes.begin();
+        list_.push_back({std::move(causes), first.substr(0, first.find(' ')), change + "\n"});
+    }
+    void add(const std::string& cause, const std::string& change) { add(std::set{cause}, change); }
+
+    template <class Values>
+    void add_each(const std::string& cause, const std::string& key, const Values& values) {
+        for (const auto& value : values)
+            add(cause, key + " = " + text(value));
+    }
+
+    static std::string text(const std::string& value) { return value; }
+    static std::string text(const char* value) { return value; }
+    static std::string text(std::int64_t value) { return std::to_string(value); }
+    static std::string text(double value) { return std::to_string(value); }
+
+    // Wires of the fixture: missing, or touching in one direction only.
+    void alarm() {
+        std::vector<std::vector<int>> wiring;
+        for (const toml::node& output : *board_["alarm"]["wiring"].as_array()) {
+            wiring.emplace_back();
+            for (const toml::node& input : *output.as_array())
+                wiring.back().push_back(input.value_or(0));
+        }
+        const auto written = [](const std::vector<std::vector<int>>& wires) {
+            std::string text = "alarm.wiring = [";
+            for (const auto& inputs : wires) {
+                text += "[";
+                for (const int input : inputs)
+                    text += std::to_string(input) + ",";
+                text += "],";
+            }
+            return text + "]";
+        };
+        for (int a = 1; a <= 16; ++a) {
+            auto open = wiring;
+            for (auto& inputs : open)
+                inputs.erase(std::remove(inputs.begin(), inputs.end(), a), inputs.end());
+            add("alarm.input.open " + std::to_string(a), written(open));
+            if (a > 14) continue;
+            const std::string x = std::to_string(a), y = std::to_string(a + 1),
+                              z = std::to_string(a + 2);
+            auto three = wiring, leak = wiring;
+            for (std::size_t k = 0; k < wiring.size(); ++k) {
+                const auto drives = [&](int input) {
+                    return std::count(wiring[k].begin(), wiring[k].end(), input) != 0;
+                };
+                if (drives(a) || drives(a + 1) || drives(a + 2))
+                    three[k].insert(three[k].end(), {a, a + 1, a + 2});
+                if (drives(a)) leak[k].push_back(a + 1);
+            }
+            const std::string shorted = "alarm.inputs.shorted ";
+            add({shorted + x + " " + y, shorted + y + " " + z, shorted + x + " " + z},
+                written(three));
+            add(shorted + x + " " + y, written(leak));
+        }
+        for (std::size_t k = 0; k < wiring.size(); ++k) {
+            std::string dead = "alarm.dead = [";
+            for (const int input : wiring[k])
+                dead += std::to_string(input) + ",";
+            add("alarm.output.dead " + std::to_string(k + 1), dead + "]");
+        }
+    }
+
+    void network() {
+        int number = 0;
+        for (const auto& [port, value] : *board_["ports"].as_table()) {
+            ++number;
+            for (const std::string medium : {"copper", "fibre"}) {
+                const std::string place = medium + ".slow " + std::to_string(number);
+                const std::string key = "ports." + std::string(port) + "." + medium + ".";
+                add_each("network." + place, key + "speed",
+                         std::vector<std::int64_t>{0, 1, 50, 2500, 10'000});
+                add("network." + place, key + "speed = 2500\n" + key + "full_duplex = false");
+            }
+        }
+    }
+
+    void clock() {
+        add_each("rtc.wrong", "rtc.offset",
+                 std::vector<std::int64_t>{7, -11, 25, -45, 400, -300, 1800, 7200, -10'000, 200'000,
+                                           -600'000, 9'000'000});
+        add_each(
+            "rtc.battery", "rtc.offset",
+            std::vector<std::int64_t>{-1'780'000'000, -1'470'012'345, -848'000'000, -810'000'321,
+                                      -500'000'000, -400'000'000, -350'000'000, -240'000'000});
+        for (const int offset : {-5000, -86'400, 30})
+            add("rtc.stopped", "rtc.rate = 0\nrtc.offset = " + std::to_string(offset));
+        add_each("rtc.fast", "rtc.rate", std::vector<double>{1.2, 1.3, 1.7, 3, 10});
+        add_each("rtc.slow", "rtc.rate", std::vector<double>{0.2, 0.3, 0.7, 0.8, 0.85});
+    }
+
+    // The sticks as they are, but for one.
+    std::string disks_with(const std::string& node, const std::string& key) const {
+        std::string list = "usb.disks = [";
+        for (const toml::node& disk : *board_["usb"]["disks"].as_array()) {
+            const std::string name = (*disk.as_table())["node"].value_or(std::string());
+            list += "{node = '" + name + "', ";
+            if (name.substr(0, 3) == node.substr(0, 3)) {
+                list += key;
+            } else {
+                list += "free_blocks = "
+                        + std::to_string((*disk.as_table())["free_blocks"].value_or(0));
+            }
+            list += "}, ";
+        }
+        return list + "]";
+    }
+
+    void usb() {
+        for (const std::string node : {"msa1", "msb1", "msc1", "msd1"}) {
+            for (const char* blocks : {"10", "300", "5000"})
+                add("usb.disk.full " + node,
+                    disks_with(node, std::string("free_blocks = ") + blocks));
+            add("usb.disk.full " + node, disks_with(node, "free_blocks = 1000, block_size = 512"));
+            add("usb.disk.unmountable " + node,
+                disks_with(node, "free_blocks = 5_000_000, mount = 'never'"));
+        }
+        add_each("usb.extra", "usb.mice", std::vector<std::int64_t>{3, 4, 5});
+        add("usb.all", "usb.disks = []\nusb.devices = []");
+    }
+
+    void disks() {
+        std::vector<std::string> nodes;
+        for (const auto& [node, disk] : *board_["disks"].as_table())
+            nodes.emplace_back(node);
+        for (const std::string& node : nodes) {
+            const std::string key = "disks." + node + ".";
+            add_each("sata.disk.other " + node, key + "bytes",
+                     std::vector<std::int64_t>{1'000'000'000, 120'034'123'776, 500'107'862'016,
+                                               3'000'592'982'016, 8'001'563'222'016});
+            add("sata.disk.other " + node, key + "model = 'WB 1000'");
+            add("sata.disk.other " + node,
+                key + "model = 'WB 500'\n" + key + "bytes = 500107862016");
+            std::string garbage, zeros;
+            for (int i = 0; i < 94; ++i) {
+                garbage += i % 3 == 0 ? "A7" : "E1";
+                zeros += "00";
+            }
+            add("sata.disk.texts " + node, key + "identify_data = '" + garbage + "'");
+            add("sata.disk.texts " + node, key + "identify_data = '" + zeros + "'");
+            for (const std::string& other : nodes)
+                if (node < other)
+                    add({"sata.disks.doubled " + node + " " + other,
+                         "sata.disks.doubled " + other + " " + node},
+                        key + "serial = '"
+                            + board_["disks"][other]["serial"].value_or(std::string()) + "'");
+        }
+    }
+
+    static std::string bytes(int first, int last, int step) {
+        std::string list = "[";
+        for (int byte = first; byte <= last; byte += step)
+            list += std::to_string(byte) + ",";
+        return list + "]";
+    }
+
+    void rs485() {
+        for (const std::string& list :
+             {bytes(9, 1023, 10), bytes(100, 100, 1), bytes(3, 5, 1), bytes(1014, 1023, 1),
+              bytes(0, 4, 1), bytes(2, 1023, 3), bytes(300, 800, 250), bytes(200, 400, 1)}) {
+            add("rs485.lost", "rs485.drop = " + list);
+            add("rs485.corrupt", "rs485.corrupt = " + list);
+        }
+        add_each("rs485.late", "rs485.delay", std::vector<double>{5.5, 8, 20});
+        add("rs485.no-echo", "rs485.drop = " + bytes(0, 1023, 1));
+    }
+
+    void panel() {
+        const toml::array* frames = board_["panel"]["frames"].as_array();
+        if (frames == nullptr || frames->empty()) return;
+        for (const toml::node& chosen : *frames) {
+            std::string list = "panel.frames = [";
+            const std::string key = (*chosen.as_table())["key"].value_or(std::string());
+            for (const toml::node& frame : *frames) {
+                const std::string own = (*frame.as_table())["key"].value_or(std::string());
+                list += "{at = " + text((*frame.as_table())["at"].value_or(0.0));
+                list += own == key ? ", bytes = 'FF 06 20 EE 01 11'}," : ", key = '" + own + "'},";
+            }
+            add("panel.key.unknown " + key, list + "]");
+        }
+    }
+
+    void description() {
+        const std::vector<std::pair<const char*, std::vector<std::int64_t>>> fields{
+            {"memory_size", {2, 4, 5, 6}},
+            {"flash_size", {2}},
+            {"cpld_date", {0x4DF5, 0x0001}},
+            {"channels", {3, 5, 6, 9}},
+            {"sata_layout", {2, 3, 8}},
+            {"alarm_inputs", {1, 7, 12, 20}},
+            {"alarm_outputs", {5, 6, 8, 100}},
+            {"model", {0xB002, 0x1234}},
+            {"minisas", {2, 3}},
+            {"esata", {3}},
+            {"device_type", {3}}};
+        for (const auto& [field, values] : fields)
+            for (const std::int64_t value : values)
+                if (value != board_["hardware"][field].value_or(std::int64_t{0}))
+                    add(std::string("board.field ") + field,
+                        std::string("hardware.") + field + " = " + std::to_string(value));
+    }
+
+    void bridges() {
+        const toml::table* bridges = board_["bridges"].as_table();
+        if (bridges == nullptr) return;
+        for (const auto& [key, bridge] : *bridges) {
+            const std::string name(key), at = "bridges." + name + ".";
+            add_each("pmp.old " + name, at + "image", std::vector<std::int64_t>{1024, 3072});
+            add("pmp.blank " + name, at + "flash = '00 01'");
+            add_each("pmp.absent " + name, at + "presence", std::vector<std::int64_t>{1, 0x55});
+            add("pmp.variant " + name, at + "revision = 0x30");
+            add("pmp.variant " + name, at + "bonding_low = 0x7");
+            add("pmp.protected " + name,
+                at + "image = 2048\n" + at + "protection = 0x0C\n" + at + "unlocks = false");
+            add("pmp.programs " + name, at + "flash = ''\n" + at + "programs = false");
+        }
+    }
+
+    // Failures of a later call, with another error.
+    void calls() {
+        for (const auto& [call, count] : model_.simulator.calls()) {
+            std::string place = call.function;
+            std::string fault = "call = '" + call.function + "'";
+            if (!call.path.empty()) {
+                place += " " + call.path;
+                fault += ", path = '" + call.path + "'";
+            }
+            if (!call.request.empty()) {
+                place += " " + call.request;
+                fault += ", request = " + call.request;
+            }
+            for (const char* what : {"nth = 9, errno = 'ENODEV'", "nth = 2, errno = 'EACCES'",
+                                     "nth = 2, onwards = true", "effect = 'short', count = 1"})
+                add("call.fails " + place, "faults = [{" + fault + ", " + what + "}]");
+        }
+    }
+
+    const toml::table& board_;
+    const Model& model_;
+    std::vector<Unseen> list_;
+};
+
+struct Score {
+    int made = 0, hidden = 0, first = 0, three = 0;
+    std::size_t groups = 0;
+    int seen() const { return made - hidden; }
+    void operator+=(const Score& other) {
+        made += other.made;
+        hidden += other.hidden;
+        first += other.first;
+        three += other.three;
+        groups += other.groups;
+    }
+};
+
+void print(const std::string& name, const Score& score) {
+    std::printf("%-28s %5d %6d %6.1f %6.1f %6.1f\n", name.c_str(), score.made, score.hidden,
+                100.0 * score.first / std::max(1, score.seen()),
+                100.0 * score.three / std::max(1, score.seen()),
+                static_cast<double>(score.groups) / std::max(1, score.seen()));
+}
+
+// Of every `step`th unseen defect.
+std::map<std::string, Score> scores_of(const KnownModel& model, const AttemptSimulator& simulator,
+                                       std::size_t step) {
+    std::vector<Unseen> all = UnseenDefects(model).all(), unseen;
+    for (std::size_t i = 0; i < all.size(); i += step)
+        unseen.push_back(all[i]);
+    std::vector<Score> each(unseen.size());
+    in_parallel(unseen.size(), [&](std::size_t i) {
+        const Symptoms symptoms = symptoms_with(
+            simulator, [&](toml::table& board) { apply_change(board, unseen[i].change); });
+        Score& score = each[i];
+        score.made = 1;
+        score.hidden = symptoms.empty() ? 1 : 0;
+        if (symptoms.empty()) return;
+        const std::vector<Cause> causes = causes_of(model.dictionary, symptoms);
+        score.first = is_named(causes, unseen[i].causes, 1) ? 1 : 0;
+        score.three = is_named(causes, unseen[i].causes, 3) ? 1 : 0;
+        score.groups = causes.empty() ? 0 : group_size(causes[0]);
+        if (score.three == 0 && std::getenv("Q7_MISSES") != nullptr) {
+            std::printf("missed %s: %s", unseen[i].causes.begin()->c_str(),
+                        unseen[i].change.c_str());
+            for (const auto& [name, value] : symptoms)
+                std::printf("    %s = %s\n", name.c_str(), value.c_str());
+            for (const Cause& cause : causes) {
+                for (const KnownDefect* defect : cause.defects)
+                    std::printf("  %.3f %s", cause.fit, defect->cause().c_str());
+                std::printf("\n");
+            }
+        }
+    });
+    std::map<std::string, Score> scores;
+    for (std::size_t i = 0; i < unseen.size(); ++i)
+        scores[unseen[i].kind] += each[i];
+    return scores;
+}
+
+Score total_of(const std::map<std::string, Score>& scores) {
+    Score total;
+    for (const auto& [kind, score] : scores)
+        total += score;
+    return total;
+}
+
+// Under which the board is as good as before: other press times, one second of the clock, other
+// disks of the same model, other free space.
+void vary(toml::table& board) {
+    if (toml::array* frames = board["panel"]["frames"].as_array()) {
+        double later = 0.7;
+        for (toml::node& frame : *frames) {
+            toml::table& entry = *frame.as_table();
+            entry.insert_or_assign("at", entry["at"].value_or(0.0) + later);
+            later += 0.4;
+        }
+    }
+    table_at(board, {"rtc"}).insert_or_assign("offset", 1);
+    for (auto&& [node, disk] : *board["disks"].as_table())
+        disk.as_table()->insert_or_assign("serial", "WX-" + std::string(node) + "-77");
+    for (toml::node& disk : *board["usb"]["disks"].as_array())
+        disk.as_table()->insert_or_assign("free_blocks", 700'123);
+}
+
+TEST(DictionaryCheck, NamesSingleDefectsThatWereNotSimulated) {
+    const std::size_t step = in_full() ? 1 : 5;
+    std::printf("%-28s %5s %6s %6s %6s %6s\n", "", "made", "hidden", "first%", "three%", "group");
+    for (const std::string& name : kModels) {
+        if (!in_full() && name != kModels.front()) continue;
+        const KnownModel& model = known(name);
+        const auto scores = scores_of(model, model.simulator, step);
+        for (const auto& [kind, score] : scores)
+            print(name + " " + kind, score);
+        const Score total = total_of(scores);
+        print(name, total);
+        EXPECT_GE(total.three, 0.95 * total.seen());
+        EXPECT_GT(total.seen(), in_full() ? 300 : 60);
+
+        const Model varied(name, vary);
+        const Score noisy = total_of(scores_of(model, varied.simulator, step));
+        print(name + " with noise", noisy);
+        EXPECT_GE(1.0 * noisy.three / noisy.seen(), 1.0 * total.three / total.seen() - 0.02);
+    }
+}
+
+// --- Pairs -------------------------------------------------------------------------------------
+
+struct Pair {
+    const Signature *a, *b;
+    std::size_t first, second;  // places in the list of defects
+};
+
+// True when the other defect hides everything that this one shows alone.
+bool is_masked(const Symptoms& alone, const Symptoms& other, const Symptoms& both) {
+    return std::none_of(alone.begin(), alone.end(), [&](const auto& symptom) {
+        return other.count(symptom.first) == 0 && both.count(symptom.first) != 0;
+    });
+}
+
+struct PairScore {
+    int made = 0, masked = 0, both = 0, one = 0;
+    int seen() const { return made - masked; }
+};
+
+PairScore score_pairs(const KnownModel& model, const AttemptSimulator& simulator, int wanted) {
+    const std::vector<Defect> defects =
+        defects_of(model.simulator.board(), model.simulator.calls());
+    std::map<std::string, std::vector<std::size_t>> by_kind;
+    std::map<std::size_t, const Signature*> signatures;
+    for (std::size_t i = 0; i < defects.size(); ++i) {
+        const std::string change = model.simulator.change(defects[i].apply);
+        for (const Signature& signature : model.dictionary.signatures)
+            for (const KnownDefect& defect : signature.defects)
+                if (defect.change == change && !signature.symptoms.empty())
+                    signatures[i] = &signature;
+        if (signatures.count(i) != 0) by_kind[std::string(defects[i].kind->name)].push_back(i);
+    }
+    std::vector<std::vector<std::size_t>> kinds;
+    for (const auto& [kind, list] : by_kind)
+        kinds.push_back(list);
+    std::mt19937 random(7);
+    const auto draw = [&](std::size_t count) { return random() % count; };
+    std::vector<std::pair<std::size_t, std::size_t>> pairs;
+    while (pairs.size() < static_cast<std::size_t>(wanted)) {
+        const auto &one = kinds[draw(kinds.size())], &two = kinds[draw(kinds.size())];
+        const std::size_t a = one[draw(one.size())], b = two[draw(two.size())];
+        if (defects[a].name() != defects[b].name()) pairs.emplace_back(a, b);
+    }
+    std::vector<PairScore> each(pairs.size());
+    in_parallel(pairs.size(), [&](std::size_t i) {
+        const auto [a, b] = pairs[i];
+        const Symptoms symptoms = symptoms_with(simulator, [&](toml::table& board) {
+            defects[a].apply(board);
+            defects[b].apply(board);
+        });
+        PairScore& score = each[i];
+        score.made = 1;
+        const Symptoms &alone_a = signatures.at(a)->symptoms, &alone_b = signatures.at(b)->symptoms;
+        if (is_masked(alone_a, alone_b, symptoms) || is_masked(alone_b, alone_a, symptoms)) {
+            score.masked = 1;
+            return;
+        }
+        const std::vector<Cause> causes = causes_of(model.dictionary, symptoms);
+        const bool first = is_named(causes, {defects[a].name()}, kCausesShown),
+                   second = is_named(causes, {defects[b].name()}, kCausesShown);
+        score.both = first && second ? 1 : 0;
+        score.one = first != second ? 1 : 0;
+        if (score.both == 0 && std::getenv("Q7_MISSES") != nullptr) {
+            std::printf("missed %s%s + %s%s\n", defects[a].name().c_str(), first ? "" : "!",
+                        defects[b].name().c_str(), second ? "" : "!");
+            for (const Cause& cause : causes) {
+                for (const KnownDefect* defect : cause.defects)
+                    std::printf("  %.3f %s", cause.fit, defect->cause().c_str());
+                std::printf("\n");
+            }
+        }
+    });
+    PairScore total;
+    for (const PairScore& score : each) {
+        total.made += score.made;
+        total.masked += score.masked;
+        total.both += score.both;
+        total.one += score.one;
+    }
+    return total;
+}
+
+TEST(DictionaryCheck, NamesBothDefectsOfAPair) {
+    for (const std::string& name : kModels) {
+        if (!in_full() && name != kModels.front()) continue;
+        const KnownModel& model = known(name);
+        const PairScore score = score_pairs(model, model.simulator, in_full() ? 500 : 100);
+        std::printf("%s: %d pairs, %d mask each other; of the others both %.1f %%, one %.1f %%\n",
+                    name.c_str(), score.made, score.masked, 100.0 * score.both / score.seen(),
+                    100.0 * score.one / score.seen());
+        EXPECT_GE(score.both, 0.8 * score.seen());
+        const Model varied(name, vary);
+        const PairScore noisy = score_pairs(model, varied.simulator, in_full() ? 500 : 100);
+        std::printf("%s with noise: both %.1f %%\n", name.c_str(),
+                    100.0 * noisy.both / noisy.seen());
+        EXPECT_GE(1.0 * noisy.both / noisy.seen(), 1.0 * score.both / score.seen() - 0.02);
+    }
+}
+
+}  // namespace

@@ -1,0 +1,608 @@
+#include "station/dictionary/defects.h"
+
+#include <algorithm>
+#include <numeric>
+#include <stdexcept>
+
+#include "station/dictionary/board.h"
+
+namespace station {
+namespace {
+
+using Apply = std::function<void(toml::table&)>;
+using Path = std::initializer_list<std::string_view>;
+
+// A change that a key takes the value.
+template <class Value>
+Apply setting(std::vector<std::string> table, std::string key, Value value) {
+    return [=](toml::table& board) {
+        toml::table* at = &board;
+        for (const std::string& name : table)
+            at = &table_at(*at, {name});
+        at->insert_or_assign(key, value);
+    };
+}
+
+// Both changes.
+Apply both(Apply first, Apply second) {
+    return [=](toml::table& board) {
+        first(board);
+        second(board);
+    };
+}
+
+toml::array& list_at(toml::table& table, std::string_view key) {
+    if (!table.get_as<toml::array>(key)) table.insert_or_assign(key, toml::array{});
+    return *table.get_as<toml::array>(key);
+}
+
+Apply numbers_added(const char* table, const char* key, std::vector<std::int64_t> numbers) {
+    return [=](toml::table& board) {
+        toml::array& list = list_at(table_at(board, {table}), key);
+        for (const std::int64_t number : numbers)
+            list.push_back(number);
+    };
+}
+
+// The call fails from the `nth` on, or that one time.
+Apply failing(const SystemCall& call, bool onwards, std::int64_t nth = 1) {
+    return [=](toml::table& board) {
+        toml::table fault{{"call", call.function}};
+        if (!call.path.empty()) fault.insert("path", call.path);
+        if (!call.request.empty())
+            fault.insert("request", std::int64_t{std::stoll(call.request, nullptr, 16)});
+        if (nth != 1) fault.insert("nth", nth);
+        if (onwards) fault.insert("onwards", true);
+        list_at(board, "faults").push_back(std::move(fault));
+    };
+}
+
+std::vector<std::int64_t> numbers_between(std::int64_t first, std::int64_t last,
+                                          std::int64_t step = 1) {
+    std::vector<std::int64_t> numbers;
+    for (std::int64_t number = first; number <= last; number += step)
+        numbers.push_back(number);
+    return numbers;
+}
+
+// The rows of the table of defects are the calls of add().
+class Enumeration {
+  public:
+    explicit Enumeration(const toml::table& board) : board_(board) {}
+
+    void alarm();
+    void network();
+    void clock();
+    void usb();
+    void disks();
+    void rs485();
+    void panel();
+    void description();
+    void bridges();
+    void calls(const CallCounts& calls);
+
+    std::vector<Defect> defects;
+
+  private:
+    void add(std::string_view kind, std::vector<std::string> places, Apply apply);
+    void add_disk(const std::string& node);
+    void add_rear_port(const std::string& name, char port);
+    std::int64_t number(std::string_view table, std::string_view key) const {
+        return board_[table][key].value_or(std::int64_t{0});
+    }
+    std::vector<std::string> names(std::string_view table) const;
+    std::vector<std::string> nodes(bool external) const;
+
+    const toml::table& board_;
+};
+
+void Enumeration::add(std::string_view kind, std::vector<std::string> places, Apply apply) {
+    const Kind* known = find_kind(kind);
+    if (known == nullptr) throw std::logic_error("no kind of defect " + std::string(kind));
+    defects.push_back({known, std::move(places), std::move(apply)});
+}
+
+std::vector<std::string> Enumeration::names(std::string_view table) const {
+    std::vector<std::string> names;
+    if (const toml::table* found = board_[table].as_table())
+        for (const auto& [key, value] : *found)
+            names.emplace_back(key);
+    return names;
+}
+
+// Disks, internal or external, that the board has.
+std::vector<std::string> Enumeration::nodes(bool external) const {
+    std::vector<std::string> found;
+    for (const std::string& node : names("disks")) {
+        const bool present = board_["disks"][node]["present"].value_or(true);
+        if (present && (node.rfind("sd", 0) != 0) == external) found.push_back(node);
+    }
+    return found;
+}
+
+// --- Alarm -------------------------------------------------------------------------------------
+
+using Wiring = std::vector<std::vector<std::int64_t>>;
+
+Wiring wiring_of(const toml::table& board) {
+    Wiring wiring;
+    if (const toml::array* outputs = board["alarm"]["wiring"].as_array()) {
+        for (const toml::node& output : *outputs) {
+            wiring.emplace_back();
+            for (const toml::node& input : *output.as_array())
+                wiring.back().push_back(input.value_or(std::int64_t{0}));
+        }
+    }
+    return wiring;
+}
+
+// A change of the wiring as it then is, so that two of them can follow each other.
+Apply rewired(std::function<void(Wiring&)> change) {
+    return [=](toml::table& board) {
+        Wiring wiring = wiring_of(board);
+        change(wiring);
+        toml::array outputs;
+        for (std::vector<std::int64_t>& inputs : wiring) {
+            std::sort(inputs.begin(), inputs.end());
+            inputs.erase(std::unique(inputs.begin(), inputs.end()), inputs.end());
+            toml::array list;
+            for (const std::int64_t input : inputs)
+                list.push_back(input);
+            outputs.push_back(std::move(list));
+        }
+        table_at(board, {"alarm"}).insert_or_assign("wiring", std::move(outputs));
+    };
+}
+
+Apply inputs_shorted(std::int64_t a, std::int64_t b) {
+    return rewired([=](Wiring& wiring) {
+        for (auto& inputs : wiring) {
+            const auto has = [&](std::int64_t input) {
+                return std::find(inputs.begin(), inputs.end(), input) != inputs.end();
+            };
+            if (has(a) || has(b)) inputs.insert(inputs.end(), {a, b});
+        }
+    });
+}
+
+Apply inputs_swapped(std::int64_t a, std::int64_t b) {
+    return rewired([=](Wiring& wiring) {
+        for (auto& inputs : wiring)
+            for (std::int64_t& input : inputs)
+                input = input == a ? b : input == b ? a : input;
+    });
+}
+
+void Enumeration::alarm() {
+    const Wiring wiring = wiring_of(board_);
+    const std::int64_t inputs = std::min(number("hardware", "alarm_inputs"), std::int64_t{16});
+    const auto outputs = static_cast<std::int64_t>(wiring.size());
+    const auto text = [](std::int64_t place) { return std::to_string(place); };
+    for (std::int64_t a = 1; a <= inputs; ++a) {
+        add("alarm.input.open", {text(a)}, numbers_added("alarm", "dead", {a}));
+        add("alarm.input.stuck", {text(a)}, numbers_added("alarm", "stuck", {a}));
+        for (std::int64_t b = a + 1; b <= inputs; ++b) {
+            add("alarm.inputs.shorted", {text(a), text(b)}, inputs_shorted(a, b));
+            add("alarm.inputs.swapped", {text(a), text(b)}, inputs_swapped(a, b));
+        }
+        for (const std::int64_t size : {4, 8}) {
+            const std::int64_t last = a + size - 1;
+            if (a % size == 1 && last <= inputs)
+                add("alarm.inputs.block", {text(a), text(last)},
+                    numbers_added("alarm", "dead", numbers_between(a, last)));
+        }
+    }
+    if (inputs != 0)
+        add("alarm.inputs.all", {}, numbers_added("alarm", "dead", numbers_between(1, inputs)));
+    for (std::int64_t a = 1; a <= outputs; ++a) {
+        const auto at = static_cast<std::size_t>(a - 1);
+        add("alarm.output.dead", {text(a)}, rewired([=](Wiring& wires) { wires[at].clear(); }));
+        add("alarm.output.stuck", {text(a)}, numbers_added("alarm", "stuck", wiring[at]));
+        for (std::int64_t b = a + 1; b <= outputs; ++b) {
+            const auto other = static_cast<std::size_t>(b - 1);
+            add("alarm.outputs.swapped", {text(a), text(b)},
+                rewired([=](Wiring& wires) { std::swap(wires[at], wires[other]); }));
+            add("alarm.outputs.joined", {text(a), text(b)}, rewired([=](Wiring& wires) {
+                    wires[at].insert(wires[at].end(), wires[other].begin(), wires[other].end());
+                    wires[other] = wires[at];
+                }));
+        }
+    }
+    if (outputs != 0)
+        add("alarm.outputs.all", {}, rewired([](Wiring& wires) {
+                for (auto& inputs_of : wires)
+                    inputs_of.clear();
+            }));
+}
+
+// --- Network -----------------------------------------------------------------------------------
+
+void Enumeration::network() {
+    const std::vector<std::string> ports = names("ports");
+    std::map<std::string, Apply> all_down;
+    for (std::size_t i = 0; i < ports.size(); ++i) {
+        const std::string& port = ports[i];
+        const std::string place = std::to_string(i + 1);
+        for (const std::string medium : {"copper", "fibre"}) {
+            if (!board_["ports"][port][medium]["up"].value_or(false)) continue;
+            const std::vector<std::string> link{"ports", port, medium};
+            const std::string kind = "network." + medium;
+            const Apply down = setting(link, "up", false);
+            all_down[medium] = all_down[medium] ? both(all_down[medium], down) : down;
+            add(kind + ".no-link", {place}, down);
+            for (const std::int64_t speed : {10, 100}) {
+                const Apply slow = setting(link, "speed", speed);
+                add(kind + ".slow", {place}, slow);
+                add(kind + ".slow", {place}, both(slow, setting(link, "full_duplex", false)));
+            }
+            add(kind + ".half", {place}, setting(link, "full_duplex", false));
+        }
+        add("network.port.no-link", {place},
+            both(setting({"ports", port, "copper"}, "up", false),
+                 setting({"ports", port, "fibre"}, "up", false)));
+        add("network.port.absent", {place}, setting({"ports", port}, "present", false));
+        add("network.port.driver", {place}, setting({"ports", port}, "ethtool", false));
+    }
+    for (const auto& [medium, apply] : all_down)
+        add("network." + medium + ".all", {}, apply);
+}
+
+// --- Clock -------------------------------------------------------------------------------------
+
+void Enumeration::clock() {
+    if (!board_["rtc"]["present"].value_or(false)) return;
+    const auto year = board_["start"].value<toml::date_time>();
+    const std::int64_t years = (year ? year->date.year : 2026) - 2000;
+    constexpr std::int64_t kYear_s = 31'556'952;
+    add("rtc.absent", {}, setting({"rtc"}, "present", false));
+    add("rtc.stopped", {}, setting({"rtc"}, "rate", 0.0));
+    for (const std::int64_t offset_s : {5, 60, 3600, 28'800, 86'400, 2'592'000}) {
+        add("rtc.wrong", {}, setting({"rtc"}, "offset", offset_s));
+        add("rtc.wrong", {}, setting({"rtc"}, "offset", -offset_s));
+    }
+    for (const std::int64_t epoch_years : {years, years + 30, years - 10, years - 20})
+        add("rtc.battery", {}, setting({"rtc"}, "offset", -epoch_years * kYear_s));
+    for (const double rate : {1.1, 1.5, 2.0, 4.0})
+        add("rtc.fast", {}, setting({"rtc"}, "rate", rate));
+    for (const double rate : {0.5, 0.9, 0.97})
+        add("rtc.slow", {}, setting({"rtc"}, "rate", rate));
+    add("rtc.flag", {}, setting({"rtc"}, "isdst", std::int64_t{1}));
+}
+
+// --- USB ---------------------------------------------------------------------------------------
+
+// A change of the entries of an array of tables for which `chosen` holds; `change` returns false
+// for one that has to go.
+Apply entries(const char* key, std::function<bool(const toml::table&)> chosen,
+              std::function<bool(toml::table&)> change) {
+    return [=](toml::table& board) {
+        toml::array& list = list_at(table_at(board, {"usb"}), key);
+        toml::array kept;
+        for (toml::node& node : list) {
+            toml::table entry = *node.as_table();
+            if (!chosen(entry) || change(entry)) kept.push_back(std::move(entry));
+        }
+        list = std::move(kept);
+    };
+}
+
+bool removed(toml::table&) { return false; }
+
+// A stick and its partition: "msa" and "msa1".
+std::function<bool(const toml::table&)> stick(const std::string& node) {
+    return [=](const toml::table& disk) {
+        const std::string name = disk["node"].value_or(std::string());
+        return name == node || name == node.substr(0, 3);
+    };
+}
+
+std::function<bool(const toml::table&)> in_port(char port) {
+    return [=](const toml::table& device) {
+        return device["name"].value_or(std::string()).substr(1, 2) == std::string("-") + port;
+    };
+}
+
+Apply disk_set(const std::string& node, const char* key, std::string value) {
+    return entries("disks", stick(node), [=](toml::table& disk) {
+        disk.insert_or_assign(key, value);
+        return true;
+    });
+}
+
+void Enumeration::add_rear_port(const std::string& name, char port) {
+    const Apply gone = entries("devices", in_port(port), removed);
+    add("usb.rear.dead", {name}, gone);
+    if (const toml::array* disks = board_["usb"]["disks"].as_array())
+        for (const toml::node& disk : *disks) {
+            const std::string node = disk.as_table()->at("node").value_or(std::string());
+            if (node.size() > 3)
+                add("usb.rear.dead", {name}, both(gone, entries("disks", stick(node), removed)));
+        }
+    add("usb.rear.slow", {name}, entries("devices", in_port(port), [=](toml::table& device) {
+            device.insert_or_assign("name", std::string("3-") + port + ":1.0");
+            return true;
+        }));
+}
+
+void Enumeration::usb() {
+    const toml::array* disks = board_["usb"]["disks"].as_array();
+    if (disks == nullptr) return;
+    for (const toml::node& disk : *disks) {
+        const std::string node = disk.as_table()->at("node").value_or(std::string());
+        if (node.size() <= 3) continue;
+        add("usb.disk.missing", {node}, entries("disks", stick(node), removed));
+        add("usb.disk.unmountable", {node}, disk_set(node, "mount", "never"));
+        add("usb.disk.shell", {node}, disk_set(node, "mount", "by shell"));
+        for (const std::int64_t blocks : {0, 1000})
+            add("usb.disk.full", {node}, entries("disks", stick(node), [=](toml::table& full) {
+                    full.insert_or_assign("free_blocks", blocks);
+                    return true;
+                }));
+    }
+    add("usb.all", {},
+        entries(
+            "disks", [](const toml::table&) { return true; }, removed));
+    for (const std::int64_t mice : {1, 2})
+        add("usb.extra", {}, setting({"usb"}, "mice", number("usb", "mice") + mice));
+    add("usb.leftover", {}, setting({"usb"}, "directories", toml::array{"/mnt/msa1"}));
+    add_rear_port("upper", '1');
+    add_rear_port("lower", '2');
+    add("usb.rear.unchanged", {}, [](toml::table& board) {
+        entries(
+            "devices", [](const toml::table& device) { return device.contains("from_scan"); },
+            removed)(board);
+        entries(
+            "devices", [](const toml::table&) { return true; },
+            [](toml::table& device) {
+                device.erase("until_scan");
+                return true;
+            })(board);
+    });
+}
+
+// --- Disks -------------------------------------------------------------------------------------
+
+void Enumeration::add_disk(const std::string& node) {
+    const std::vector<std::string> disk{"disks", node};
+    add("sata.disk.absent", {node}, setting(disk, "present", false));
+    add("sata.disk.mute", {node}, setting(disk, "identify", false));
+    add("sata.disk.sizeless", {node},
+        both(setting(disk, "size64", false), setting(disk, "size", false)));
+    add("sata.disk.size-call", {node}, setting(disk, "size64", false));
+    add("sata.disk.size-call", {node}, setting(disk, "size", false));
+    add("sata.disk.texts", {node}, setting(disk, "identify_data", "FF FF FF FF"));
+    add("sata.disk.texts", {node},
+        both(setting(disk, "serial", ""),
+             both(setting(disk, "model", ""), setting(disk, "firmware", ""))));
+    add("sata.disk.other", {node},
+        both(setting(disk, "model", "Another disk"), setting(disk, "firmware", "X1")));
+    for (const std::int64_t bytes :
+         {std::int64_t{512}, std::int64_t{250'059'350'016}, std::int64_t{12'000'138'625'024}})
+        add("sata.disk.other", {node}, setting(disk, "bytes", bytes));
+}
+
+// Exchanges what two disks say of themselves.
+Apply disks_swapped(const std::string& a, const std::string& b) {
+    return [=](toml::table& board) {
+        toml::table& first = table_at(board, {"disks", a});
+        toml::table& second = table_at(board, {"disks", b});
+        for (const std::string key : {"serial", "model", "firmware", "bytes"}) {
+            toml::table old;
+            if (const toml::node* value = first.get(key)) old.insert(key, *value);
+            if (const toml::node* value = second.get(key)) first.insert_or_assign(key, *value);
+            if (const toml::node* value = old.get(key)) second.insert_or_assign(key, *value);
+        }
+    };
+}
+
+void Enumeration::disks() {
+    const std::vector<std::string> internal = nodes(false);
+    std::vector<std::string> all = internal;
+    for (const std::string& node : nodes(true))
+        all.push_back(node);
+    std::map<std::string, Apply> behind;
+    Apply none = [](toml::table&) {};
+    for (std::size_t a = 0; a < all.size(); ++a) {
+        const toml::node_view<const toml::node> disk = board_["disks"][all[a]];
+        add_disk(all[a]);
+        const Apply absent = setting({"disks", all[a]}, "present", false);
+        if (a < internal.size()) none = both(none, absent);
+        if (const std::string bridge = disk["bridge"].value_or(std::string()); !bridge.empty())
+            behind[bridge] = behind[bridge] ? both(behind[bridge], absent) : absent;
+        for (std::size_t b = a + 1; b < all.size(); ++b) {
+            const std::string serial = disk["serial"].value_or(std::string("0001"));
+            add("sata.disks.doubled", {all[a], all[b]},
+                setting({"disks", all[b]}, "serial", serial));
+            add("sata.disks.swapped", {all[a], all[b]}, disks_swapped(all[a], all[b]));
+        }
+    }
+    for (const auto& [bridge, apply] : behind)
+        add("sata.bridge.down", {bridge}, apply);
+    if (!internal.empty()) add("sata.all", {}, none);
+}
+
+// --- RS-485, panel, buzzer ---------------------------------------------------------------------
+
+void Enumeration::rs485() {
+    if (!board_["rs485"]["present"].value_or(false)) return;
+    add("rs485.no-echo", {}, setting({"rs485"}, "fixture", false));
+    add("rs485.blocked", {}, setting({"rs485"}, "blocked", true));
+    add("rs485.absent", {}, setting({"rs485"}, "present", false));
+    add("rs485.late", {}, setting({"rs485"}, "delay", 6.0));
+    for (const auto& bytes :
+         {numbers_between(0, 0), numbers_between(500, 500), numbers_between(1023, 1023),
+          numbers_between(7, 1023, 16), numbers_between(1, 1023, 2), numbers_between(512, 1023)}) {
+        add("rs485.lost", {}, numbers_added("rs485", "drop", bytes));
+        add("rs485.corrupt", {}, numbers_added("rs485", "corrupt", bytes));
+    }
+    add("rs485.corrupt", {}, numbers_added("rs485", "corrupt", numbers_between(0, 1023)));
+}
+
+// A change of the frames of the panel that say this key; "" = of each.
+Apply frames(const std::string& key, std::function<bool(toml::table&)> change) {
+    return [=](toml::table& board) {
+        toml::array& list = list_at(table_at(board, {"panel"}), "frames");
+        toml::array kept;
+        for (toml::node& node : list) {
+            toml::table frame = *node.as_table();
+            const bool chosen = key.empty() || frame["key"].value_or(std::string()) == key;
+            if (!chosen || change(frame)) kept.push_back(std::move(frame));
+        }
+        list = std::move(kept);
+    };
+}
+
+Apply frames_sent_as(const std::string& key, const std::string& bytes) {
+    return frames(key, [=](toml::table& frame) {
+        frame.erase("key");
+        frame.insert_or_assign("bytes", bytes);
+        return true;
+    });
+}
+
+void Enumeration::panel() {
+    const SystemCall set_line{"ioctl", "/dev/zebio", "0x1"};
+    add("buzzer.silent", {}, failing(set_line, true));
+    add("buzzer.endless", {}, failing(set_line, true, 2));  // the first call switches it on
+    if (!board_["panel"]["present"].value_or(false)) return;
+    add("panel.unplugged", {}, setting({"panel"}, "connected", false));
+    add("panel.blocked", {}, setting({"panel"}, "blocked", true));
+    add("panel.absent", {}, setting({"panel"}, "present", false));
+    const toml::array* pressed = board_["panel"]["frames"].as_array();
+    if (pressed == nullptr || pressed->empty()) return;
+    for (const toml::node& node : *pressed) {
+        const std::string key = node.as_table()->at("key").value_or(std::string());
+        if (key.empty()) continue;
+        add("panel.key.dead", {key}, frames(key, removed));
+        add("panel.key.unknown", {key}, frames_sent_as(key, "FF 06 20 FF 01 00"));
+    }
+    add("panel.keys.dead", {}, frames("", removed));
+    add("panel.cut", {}, frames_sent_as("", "FF 06 20"));
+    add("panel.noise", {}, [](toml::table& board) {
+        toml::array& list = list_at(table_at(board, {"panel"}), "frames");
+        const double at = (*list[0].as_table())["at"].value_or(5.0);
+        list.insert(list.begin() + 1, toml::table{{"at", at + 1}, {"bytes", "FF 06 20 FF 01 00"}});
+    });
+}
+
+// --- Description, boot parameters, bridges -----------------------------------------------------
+
+// A field of the board's description, and wrong values that it may have.
+struct Field {
+    const char* key;
+    std::vector<std::int64_t> values;
+};
+const std::vector<Field> kFields = {
+    {"model", {0x9664, 0xB001}},
+    {"arm_frequency", {0, 1}},
+    {"memory_frequency", {0, 1}},
+    {"memory_size", {0, 1, 3, 7}},
+    {"flash_size", {0, 1, 3}},
+    {"flash_type", {0, 1}},
+    {"cpld_date", {0, 0x4DD6, 0xFFFF}},
+    {"channels", {0, 1, 2, 8, 15}},
+    {"sata_layout", {0, 1, 4, 5, 6, 7, 11}},
+    {"usb_layout", {0, 2}},
+    {"panel_type", {0, 1}},
+    {"device_type", {0, 1, 2}},
+    {"esata", {0, 1, 2}},
+    {"alarm_inputs", {0, 4, 8, 15, 32}},
+    {"alarm_outputs", {0, 1, 2, 3, 7}},
+    {"minisas", {0, 1}},
+    {"board_word", {0, 1}},
+    {"memory_15_13", {0, 1}},
+    {"memory_4_3", {0, 1}},
+    {"memory_2_0", {0, 1}},
+    {"second_15_12", {0, 1}},
+    {"second_11_8", {0, 1}},
+    {"fitting_11_10", {0, 1}},
+    {"fitting_6_5", {0, 1}},
+    {"fitting_0", {0, 1}},
+    {"storage_13_12", {0, 1}},
+    {"storage_11_9", {0, 1}},
+    {"storage_8_6", {0, 1}},
+};
+
+void Enumeration::description() {
+    add("board.description", {}, setting({"hardware"}, "presence", std::int64_t{0xFFFF}));
+    for (const Field& field : kFields)
+        for (const std::int64_t value : field.values)
+            if (value != number("hardware", field.key))
+                add("board.field", {field.key}, setting({"hardware"}, field.key, value));
+    add("board.control", {}, setting({"control"}, "present", false));
+    for (const std::int64_t type : {0x4487, 0x448F, 0x4497, 0x449F}) {
+        const Apply typed = setting({"control"}, "boot_device_type", type);
+        add("board.boot-type", {}, typed);
+        add("board.boot-type", {}, both(typed, numbers_added("control", "high_lines", {25})));
+    }
+    for (const std::int64_t line : {4, 25})
+        add("board.line-high", {std::to_string(line)},
+            numbers_added("control", "high_lines", {line}));
+    add("board.root", {}, setting({}, "root", false));
+    for (const std::string& path : names("files"))
+        add(path.find("zeb") == std::string::npos ? "board.file" : "pmp.file",
+            path.find("zeb") == std::string::npos ? std::vector{path} : std::vector<std::string>{},
+            setting({"files", path}, "present", false));
+}
+
+void Enumeration::bridges() {
+    for (const std::string& name : names("bridges")) {
+        const std::vector<std::string> bridge{"bridges", name};
+        const Apply old = setting(bridge, "image", std::int64_t{2048}),
+                    stays = setting(bridge, "erases", false),
+                    keeps = setting(bridge, "programs", false);
+        for (const std::int64_t presence : {0, 0xFF})
+            add("pmp.absent", {name}, setting(bridge, "presence", presence));
+        add("pmp.old", {name}, old);
+        add("pmp.blank", {name}, setting(bridge, "flash", ""));
+        add("pmp.ignores", {name}, both(old, both(stays, keeps)));
+        add("pmp.erases", {name}, both(old, stays));
+        add("pmp.programs", {name}, both(old, keeps));
+        add("pmp.protected", {name},
+            both(old, both(setting(bridge, "protection", std::int64_t{0x1C}),
+                           setting(bridge, "unlocks", false))));
+        for (const char* key : {"revision", "bonding_high", "bonding_low"})
+            add("pmp.variant", {name}, setting(bridge, key, std::int64_t{0x20}));
+    }
+}
+
+// --- Calls -------------------------------------------------------------------------------------
+
+void Enumeration::calls(const CallCounts& calls) {
+    constexpr std::int64_t kMostFailures = 16;  // of the same call, each in a run of its own
+    for (const auto& [call, count] : calls) {
+        std::string place = call.function;
+        for (const std::string& word : {call.path, call.request})
+            if (!word.empty()) place += " " + word;
+        for (const std::int64_t nth :
+             numbers_between(1, std::min<std::int64_t>(count, kMostFailures)))
+            add("call.fails", {place}, failing(call, false, nth));
+        add("call.fails", {place}, failing(call, true));
+    }
+}
+
+}  // namespace
+
+std::string Defect::name() const {
+    std::string text(kind->name);
+    for (const std::string& place : places)
+        text += " " + place;
+    return text;
+}
+
+std::vector<Defect> defects_of(const toml::table& board, const CallCounts& calls) {
+    Enumeration all(board);
+    all.alarm();
+    all.network();
+    all.clock();
+    all.usb();
+    all.disks();
+    all.rs485();
+    all.panel();
+    all.description();
+    all.bridges();
+    all.calls(calls);
+    return std::move(all.defects);
+}
+
+}  // namespace station

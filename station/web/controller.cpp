@@ -1,0 +1,521 @@
+#include "station/web/controller.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <system_error>
+
+#include "station/text.h"
+#include "station/web/server.h"
+
+namespace station::web {
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+using std::chrono::duration_cast;
+using std::chrono::seconds;
+
+constexpr seconds kRefusalShown{5}, kProbeEvery{5};
+constexpr std::size_t kProbeBytes = 4096;
+
+struct Leaving {};  // thrown out of a run that the server leaves
+
+int whole_seconds(std::chrono::steady_clock::duration time) {
+    return static_cast<int>(std::max<std::int64_t>(0, duration_cast<seconds>(time).count()));
+}
+
+// Why nothing can be stored in the folder: "disk-full", "read-only"; empty = it can.
+std::string storage_problem(int error) {
+    return error == ENOSPC || error == EDQUOT ? "disk-full" : "read-only";
+}
+
+std::string probe(const fs::path& folder) {
+    std::error_code ignored;
+    fs::create_directories(folder, ignored);
+    const std::string path = folder / ".probe";
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    if (fd < 0) return storage_problem(errno);
+    const std::string bytes(kProbeBytes, '\n');
+    const bool written =
+        ::write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size())
+        && ::fdatasync(fd) == 0;
+    const int error = errno;
+    ::close(fd);
+    ::unlink(path.c_str());
+    return written ? "" : storage_problem(error);
+}
+
+// The latest journal of the station; empty = none.
+fs::path latest_journal(const fs::path& folder, const std::string& station) {
+    fs::path latest;
+    for (const fs::path& path : journals_in(folder)) {
+        const std::string name = path.filename().string();
+        if (name.starts_with(station + "-")) latest = path;
+    }
+    return latest;
+}
+
+// What the index keeps beside the verdict: the clock's largest difference, addresses, versions.
+void add_for_index(json& object, const Journal& journal, const Evidence& evidence) {
+    object["drift"] = json::array();
+    std::optional<std::int64_t> largest_s;
+    for (const Fact& fact : evidence.facts) {
+        const auto* value = std::get_if<std::int64_t>(&fact.value);
+        if (value == nullptr || !fact.name.starts_with("rtc.") || fact.unit != "s") continue;
+        largest_s = std::max(largest_s.value_or(0), std::abs(*value));
+    }
+    if (largest_s)
+        object["drift"].push_back(
+            {{"fact", "rtc.difference"}, {"value", *largest_s}, {"unit", "s"}});
+    if (!journal.identity.shift.empty()) object["shift"] = journal.identity.shift;
+    for (const BoardEvent& event : journal.events) {
+        if (event.kind != BoardEvent::Kind::start) continue;
+        object["agent"] = event.fields.value("agent", "");
+        const json program = event.fields.value("program", json::object());
+        object["q7"] = program.value("sha256", "");
+        break;
+    }
+}
+
+template <typename Function, typename... Arguments>
+auto ask(const Function& function, decltype(function(std::declval<Arguments>()...)) otherwise,
+         const Arguments&... arguments) {
+    if (!function) return otherwise;
+    try {
+        return function(arguments...);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "q7-station: %s\n", error.what());
+        return otherwise;
+    }
+}
+
+}  // namespace
+
+std::vector<LoadedPlan> load_plans(const fs::path& folder) {
+    std::vector<LoadedPlan> plans;
+    std::vector<fs::path> files;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder))
+        if (entry.path().extension() == ".toml") files.push_back(entry.path());
+    std::sort(files.begin(), files.end());
+    for (const fs::path& file : files) {
+        const std::string text = read_file(file.string());
+        plans.push_back({Plan::parse(text, file.string()), text});
+    }
+    if (plans.empty()) throw std::runtime_error(folder.string() + ": no plan");
+    return plans;
+}
+
+Controller::Controller(ControllerSetup setup, Records records, std::function<void()> changed)
+    : setup_(std::move(setup)),
+      records_(std::move(records)),
+      changed_(std::move(changed)),
+      operator_id_(setup_.people.empty() ? setup_.operator_id : "") {
+    const std::lock_guard lock(mutex_);
+    plan_ = setup_.plans.front().plan;
+    const fs::path latest = latest_journal(setup_.journals, setup_.station);
+    if (!latest.empty()) restore(latest);
+}
+
+Controller::~Controller() {
+    leaving_ = true;
+    if (runner_.joinable()) runner_.join();
+}
+
+// ---- the state ----
+
+json Controller::state() {
+    const std::lock_guard lock(mutex_);
+    const std::vector<std::string> locked = locks();
+    const bool live = phase_ == Phase::running || phase_ == Phase::storing;
+    const bool shows_run = phase_ != Phase::waiting;
+    const bool refused = !refusal_.empty() && Clock::now() - refused_at_ < kRefusalShown;
+    std::string board = "idle";
+    if (phase_ == Phase::verdict) board = "connected";
+    if (live) board = run_.connected ? "connected" : "lost";
+    return {{"version", 1},
+            {"now", now_iso()},
+            {"station", setup_.station},
+            {"operator", operator_id_.empty() ? json() : json(operator_id_)},
+            {"proof", ask(records_.proof, json())},
+            {"unsent", ask(records_.unsent, std::size_t{0})},
+            {"database", ask(records_.database, true)},
+            {"board", board},
+            {"phase", phase_name(!locked.empty())},
+            {"locked", locked},
+            {"attempt", shows_run ? about_ : json()},
+            {"plan", plan_json(*plan_)},
+            {"steps", shows_run ? run_.steps : idle_steps(*plan_, learned_)},
+            {"progress", live ? progress() : json()},
+            {"facts", shows_run ? run_.facts : json::object()},
+            {"answers", shows_run ? run_.answers : json::object()},
+            {"question", question()},
+            {"verdict", phase_ == Phase::verdict ? verdict_ : json()},
+            {"last", phase_ == Phase::waiting ? last_ : json()},
+            {"refusal", refused ? json{{"code", refusal_}} : json()}};
+}
+
+// What the stage shows. A verdict stays, whatever keeps the next board from being started.
+std::string Controller::phase_name(bool is_locked) const {
+    if (phase_ == Phase::running) return "running";
+    if (phase_ == Phase::storing) return "storing";
+    if (phase_ == Phase::verdict) return "verdict";
+    if (!problem_.empty()) return "locked";
+    if (operator_id_.empty()) return "sign-in";
+    return is_locked ? "locked" : "waiting";
+}
+
+json Controller::progress() const {
+    const int elapsed = whole_seconds(Clock::now() - run_.started);
+    double whole = 0;
+    bool learned = true;
+    for (const json& step : run_.steps) {
+        learned = learned && step.at("seconds").is_number();
+        if (learned) whole += step.at("seconds").get<double>();
+    }
+    const int rest = static_cast<int>(std::lround(whole)) - elapsed;
+    return {{"step", run_.step},
+            {"elapsed", elapsed},
+            {"left", learned ? json(std::max(0, rest)) : json()},
+            {"over", learned ? std::max(0, -rest) : 0},
+            {"silent", whole_seconds(Clock::now() - run_.latest_event)}};
+}
+
+json Controller::question() const {
+    if (phase_ != Phase::running || run_.due.empty()) return nullptr;
+    const AttemptState::Due& due = run_.due.front();
+    const auto since = std::chrono::duration<double>(Clock::now() - run_.due_at).count();
+    const auto place = std::find_if(plan_->questions.begin(), plan_->questions.end(),
+                                    [&](const Question& one) { return one.name == due.question; });
+    return {{"name", due.question},
+            {"number", place - plan_->questions.begin() + 1},
+            {"count", plan_->questions.size()},
+            {"left", std::max(0, static_cast<int>(due.seconds_left - since))}};
+}
+
+// What keeps a new attempt from being started.
+std::vector<std::string> Controller::locks() {
+    std::vector<std::string> reasons;
+    if (phase_ == Phase::running || phase_ == Phase::storing) return reasons;
+    if (!probed_at_ || Clock::now() - *probed_at_ > kProbeEvery) {
+        problem_ = probe(setup_.journals);
+        probed_at_ = Clock::now();
+    }
+    if (!problem_.empty()) reasons.push_back(problem_);
+    if (setup_.needs_proof && ask(records_.proof, json()).is_null())
+        reasons.emplace_back("no-proof");
+    return reasons;
+}
+
+// ---- scans, answers, stop ----
+
+void Controller::scan(const std::string& text) {
+    {
+        const std::lock_guard lock(mutex_);
+        try {
+            take_scan(text);
+            refusal_.clear();
+        } catch (const Refusal& refused) {
+            refusal_ = refused.what();
+            refused_at_ = Clock::now();
+            changed_();
+            throw;
+        }
+    }
+    changed_();
+}
+
+void Controller::take_scan(const std::string& text) {
+    if (phase_ == Phase::running || phase_ == Phase::storing)
+        throw Refusal(409, run_.due.empty() ? "running" : "question");
+    if (const auto person = find_badge(setup_.people, text)) return sign_in(*person);
+    const bool release_due =
+        phase_ == Phase::verdict && verdict_.value("scan_out", json()) == "due";
+    const LoadedPlan* loaded = plan_of(text);
+    if (loaded == nullptr) throw Refusal(409, operator_id_.empty() ? "sign-in" : "serial-pattern");
+    if (operator_id_.empty()) throw Refusal(409, "sign-in");
+    if (release_due) return scan_out(text);
+    probed_at_.reset();
+    if (!locks().empty()) throw Refusal(409, "locked");
+    if (supervised_serial_ != text
+        && ask(records_.wants_supervisor, false, text, loaded->plan.model))
+        throw Refusal(409, "supervisor");
+    begin(text);
+}
+
+void Controller::sign_in(const Person& person) {
+    if (!person.supervisor) {
+        operator_id_ = person.name;
+        return;
+    }
+    if (phase_ == Phase::verdict) supervised_serial_ = about_.at("serial");
+}
+
+// The board leaves with the serial number it came with, or two boards were swapped.
+void Controller::scan_out(const std::string& text) {
+    try {
+        append_scan_out(journal_, text, operator_id_);
+    } catch (const std::system_error& error) {
+        problem_ = storage_problem(error.code().value());
+        throw Refusal(409, "locked");
+    }
+    if (text == about_.at("serial")) {
+        last_ = {{"verdict", "pass"},
+                 {"id", about_.at("id")},
+                 {"serial", about_.at("serial")},
+                 {"number", about_.at("number")},
+                 {"time", now_iso()},
+                 {"released", true}};
+        phase_ = Phase::waiting;
+        return;
+    }
+    const Journal journal = read_journal(journal_);
+    const Judgement judgement = judge(journal);
+    write_file(judgement_path(journal_), to_json(judgement).dump() + "\n");
+    show_verdict(journal, judgement, verdict_.at("stored"));
+    throw Refusal(409, "swapped");
+}
+
+void Controller::answer(const std::string& attempt, const std::string& serial,
+                        const std::string& question, const std::string& answer) {
+    if (answer != "yes" && answer != "no" && answer != "unsure")
+        throw Refusal(400, "missing-answer");
+    Attempt* running = nullptr;
+    std::string who;
+    {
+        const std::lock_guard lock(mutex_);
+        const bool waits = phase_ == Phase::running && about_.at("id") == attempt
+                           && about_.at("serial") == serial && !run_.due.empty()
+                           && run_.due.front().question == question;
+        if (!waits) throw Refusal(409, "late-answer");
+        running = attempt_.get();
+        who = operator_id_;
+    }
+    // The attempt outlives the run's thread: only another scan replaces it, and a run refuses that.
+    if (!running->answer(question, answer, who, "page")) throw Refusal(409, "late-answer");
+    changed_();
+}
+
+void Controller::stop(const std::string& attempt) {
+    const std::lock_guard lock(mutex_);
+    if (phase_ != Phase::running || about_.at("id") != attempt) throw Refusal(409, "late-answer");
+    attempt_->stop(operator_id_);
+}
+
+// ---- runs ----
+
+const LoadedPlan* Controller::plan_of(const std::string& serial) const {
+    const auto found =
+        std::find_if(setup_.plans.begin(), setup_.plans.end(),
+                     [&](const LoadedPlan& one) { return one.plan.takes_serial(serial); });
+    return found == setup_.plans.end() ? nullptr : &*found;
+}
+
+AttemptSetup Controller::attempt_setup(const LoadedPlan& loaded) const {
+    AttemptSetup setup;
+    setup.plan = loaded.plan;
+    setup.plan_text = loaded.text;
+    setup.journals = setup_.journals;
+    setup.board = setup_.board;
+    setup.somebody_answers = true;
+    return setup;
+}
+
+void Controller::begin(const std::string& serial) {
+    const LoadedPlan& loaded = *plan_of(serial);
+    AttemptSetup setup = attempt_setup(loaded);
+    const int number = ask(records_.next_attempt, 0, serial, loaded.plan.model);
+    setup.identity.serial = serial;
+    setup.identity.operator_id = operator_id_;
+    setup.identity.station = setup_.station;
+    setup.identity.mark = mark_;
+    if (number > 0) setup.identity.attempt = number;
+    const json proof = ask(records_.proof, json());
+    if (proof.is_object()) setup.identity.shift = proof.at("number");
+    if (records_.serials_of_address)
+        setup.serials_of_address = [this, serial](const std::string& address) {
+            return records_.serials_of_address(address, serial);
+        };
+    try {
+        auto attempt = std::make_unique<Attempt>(std::move(setup));
+        supervised_serial_.clear();
+        about_ = {{"id", attempt->id()},
+                  {"serial", serial},
+                  {"number", std::max(1, number)},
+                  {"provisional", number == 0 || ask(records_.unsent, std::size_t{0}) > 0}};
+        launch(std::move(attempt), loaded.plan, Clock::now());
+    } catch (const std::system_error& error) {
+        problem_ = storage_problem(error.code().value());
+        throw Refusal(409, "locked");
+    }
+}
+
+void Controller::launch(std::unique_ptr<Attempt> attempt, const Plan& plan,
+                        Clock::time_point started) {
+    if (runner_.joinable()) runner_.join();
+    attempt_ = std::move(attempt);
+    journal_ = attempt_->journal_path();
+    plan_ = plan;
+    run_ = Run();
+    run_.steps = idle_steps(plan, learned_);
+    run_.started = started;
+    run_.latest_event = Clock::now();
+    verdict_ = nullptr;
+    last_ = nullptr;
+    phase_ = Phase::running;
+    runner_ = std::thread([this] { run(); });
+}
+
+// Goes on where the server was killed: with a run, or with the verdict of one.
+void Controller::restore(const fs::path& path) {
+    const Journal journal = read_journal(path);
+    const Identity& identity = journal.identity;
+    if (journal.lines == 0 || identity.plan_text.empty()) return;
+    LoadedPlan loaded{Plan::parse(identity.plan_text, path.string()), identity.plan_text};
+    about_ = {{"id", identity.id},
+              {"serial", identity.serial},
+              {"number", identity.attempt.value_or(1)},
+              {"provisional", !identity.attempt}};
+    journal_ = path;
+    plan_ = loaded.plan;
+    mark_ = "production";
+    if (operator_id_.empty()) operator_id_ = identity.operator_id;
+    if (!journal.ended) {
+        try {
+            launch(Attempt::resume(path, attempt_setup(loaded)), loaded.plan, Clock::now());
+        } catch (const std::exception& error) {
+            std::fprintf(stderr, "q7-station: %s\n", error.what());
+            phase_ = Phase::waiting;
+        }
+        return;
+    }
+    const Evidence evidence = take_evidence(journal);
+    learn(evidence);
+    const Judgement judgement = judge(journal, evidence, loaded.plan);
+    run_.facts = facts_json(loaded.plan, evidence);
+    run_.answers = answers_json(journal, {});
+    run_.steps = judged_steps(loaded.plan, evidence, judgement, learned_);
+    show_verdict(journal, judgement,
+                 {{"journal", true},
+                  {"judgement", fs::exists(judgement_path(path))},
+                  {"database", "committed"},
+                  {"unsent", ask(records_.unsent, std::size_t{0})}});
+    const bool released =
+        std::any_of(journal.remarks.begin(), journal.remarks.end(),
+                    [](const Remark& remark) { return remark.kind == "scan-out"; });
+    if (!released || judgement.verdict != Verdict::pass) return;
+    last_ = {{"verdict", "pass"},         {"id", identity.id},
+             {"serial", identity.serial}, {"number", identity.attempt.value_or(1)},
+             {"time", journal.end_at},    {"released", true}};
+    phase_ = Phase::waiting;
+}
+
+void Controller::run() {
+    try {
+        const Judgement judgement = attempt_->run(*this);
+        finish(judgement);
+    } catch (const Leaving&) {
+        return;
+    } catch (const std::system_error& error) {
+        const std::lock_guard lock(mutex_);
+        problem_ = storage_problem(error.code().value());
+        probed_at_ = Clock::now();
+        phase_ = Phase::waiting;
+        std::fprintf(stderr, "q7-station: %s\n", error.what());
+    } catch (const std::exception& error) {
+        const std::lock_guard lock(mutex_);
+        phase_ = Phase::waiting;
+        std::fprintf(stderr, "q7-station: %s\n", error.what());
+    }
+    changed_();
+}
+
+// The judgement is on the disk; the verdict is shown when the database, or the copy that waits for
+// it, has it too.
+void Controller::finish(const Judgement& judgement) {
+    fs::path path;
+    {
+        const std::lock_guard lock(mutex_);
+        phase_ = Phase::storing;
+        path = journal_;
+    }
+    changed_();
+    const Journal journal = read_journal(path);
+    const Evidence evidence = take_evidence(journal);
+    json object = to_json(judgement);
+    object["causes"] = ask(records_.causes, json::array(), judgement, evidence);
+    add_for_index(object, journal, evidence);
+    write_file(judgement_path(path), object.dump() + "\n");
+    Records::Stored stored{true, 0};
+    if (records_.store) stored = records_.store(object);
+    const std::lock_guard lock(mutex_);
+    if (judgement.verdict == Verdict::pass) learn(evidence);
+    run_.facts = facts_json(*plan_, evidence);
+    run_.answers = answers_json(journal, {});
+    run_.steps = judged_steps(*plan_, evidence, judgement, learned_);
+    run_.due.clear();
+    show_verdict(journal, judgement,
+                 {{"journal", true},
+                  {"judgement", true},
+                  {"database", stored.committed ? "committed" : "spooled"},
+                  {"unsent", stored.unsent}});
+    verdict_["causes"] = object["causes"];
+}
+
+void Controller::show_verdict(const Journal& journal, const Judgement& judgement, json stored) {
+    json shown = for_page(to_json(judgement));
+    const bool due = judgement.verdict == Verdict::pass && plan_->scan_out
+                     && judgement.identity.mark == "production";
+    const std::string last_step = running_step(take_evidence(journal));
+    shown["number"] = about_.at("number");
+    shown["same"] =
+        judgement.verdict == Verdict::pass ? 1 : ask(records_.same_failures, 1, judgement);
+    shown["scan_out"] = due ? json("due") : json();
+    shown["lines"] = judgement.journal_lines;
+    shown["broke_off"] =
+        judgement.verdict == Verdict::incomplete && !last_step.empty() ? json(last_step) : json();
+    shown["stored"] = std::move(stored);
+    if (const fs::path path = judgement_path(journal_); fs::exists(path)) {
+        const json kept = json::parse(read_file(path.string()), nullptr, false);
+        if (kept.is_object() && kept.contains("causes")) shown["causes"] = kept.at("causes");
+    }
+    verdict_ = std::move(shown);
+    phase_ = Phase::verdict;
+}
+
+void Controller::learn(const Evidence& evidence) {
+    for (const auto& [step, time_s] : durations(evidence)) {
+        const auto [place, is_new] = learned_.emplace(step, time_s);
+        if (!is_new) place->second = (2 * place->second + time_s) / 3;
+    }
+}
+
+void Controller::changed(const AttemptState& now) {
+    std::vector<std::string> open;
+    for (const AttemptState::Due& due : now.due)
+        open.push_back(due.question);
+    const std::lock_guard lock(mutex_);
+    if (now.journal.events.size() != run_.events) {
+        run_.events = now.journal.events.size();
+        run_.latest_event = Clock::now();
+    }
+    run_.steps = running_steps(*plan_, now.evidence, open, learned_);
+    run_.facts = facts_json(*plan_, now.evidence);
+    run_.answers = answers_json(now.journal, open);
+    run_.due = now.due;
+    run_.due_at = Clock::now();
+    const std::string step = running_step(now.evidence);
+    if (!step.empty()) run_.step = step;
+    run_.connected = now.connected;
+    changed_();
+}
+
+void Controller::tick() {
+    if (leaving_) throw Leaving();
+}
+
+}  // namespace station::web

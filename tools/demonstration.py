@@ -1,0 +1,263 @@
+"""The demonstration line of tools/station: a week of attempts, then one station that is served."""
+
+import argparse
+import binascii
+import datetime
+import hashlib
+import json
+import os
+import random
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import urllib.error
+import urllib.request
+
+SOURCE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+
+# Boards that come by: a scenario of boards/ and how many of two hundred are like it. The answers are a
+# person's who looks at the panel and listens.
+MIX = [("healthy", 180), ("alarm-input-dead", 4), ("network-slow", 3), ("network-fibre-down", 3), ("disk-missing", 2),
+       ("usb-dead-port", 2), ("rs485-silent", 3), ("alarm-input-stuck", 2), ("rtc-stopped", 1)]
+STATIONS = ["3L02", "3L05", "3L07"]
+OPERATORS = {"3L02": "W1032", "3L05": "W1017", "3L07": "W1044"}
+
+
+class Line:
+    def __init__(self, options):
+        self.options = options
+        self.build = os.path.abspath(options.build)
+        self.folder = tempfile.mkdtemp(prefix="q7-station-")
+        self.random = random.Random(2026)
+        self.process = None
+        self.stopping = threading.Event()
+        os.mkdir(self.path("plans"))
+        os.mkdir(self.path("dictionaries"))
+        shutil.copy(os.path.join(SOURCE, "plans", "healthy.toml"), self.path("plans"))
+        plan = self.path("plans", "healthy.toml")
+        with open(plan, encoding="utf-8") as file:
+            text = file.read().replace("scan_out = false", "scan_out = true")
+        with open(plan, "w", encoding="utf-8") as file:
+            file.write(text)
+        with open(self.path("simulator"), "w", encoding="utf-8") as file:
+            file.write(f'#!/bin/sh\nexec {self.build}/q7-sim --gbk $PACE --fifo {self.path("fifo")} --board "$(cat {self.path("board")})" "$@"\n')
+        os.chmod(self.path("simulator"), 0o700)
+
+    def path(self, *names):
+        return os.path.join(self.folder, *names)
+
+    def board(self, name):
+        with open(self.path("next"), "w", encoding="utf-8") as file:
+            file.write(os.path.join(SOURCE, "boards", name + ".toml"))
+        os.replace(self.path("next"), self.path("board"))
+
+    def words(self):
+        return ["--", f"{self.build}/q7-agent", "run", "--fifo", self.path("fifo"), "--spool", self.path("spool"), "--", self.path("simulator")]
+
+    # ---- history ----
+
+    def dictionary(self):
+        subprocess.run([f"{self.build}/q7-station", "dictionary", "--plan", self.path("plans", "healthy.toml"),
+                        "--board", os.path.join(SOURCE, "boards", "healthy.toml"), "--simulator", f"{self.build}/q7-sim",
+                        "--output", self.path("dictionaries", "healthy.dictionary")], check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+
+    def samples(self):
+        """One attempt of each board of the mix, by a station at full speed: (journal, judgement)."""
+        found = {}
+        if not self.serve("samples", 0, ""):
+            raise RuntimeError("the station does not start")
+        for number, (name, _) in enumerate(reversed(MIX)):  # the healthy one last: it waits to be scanned out
+            self.board(name)
+            self.ask("/api/scan", {"text": f"45270-0000-{number:04d}"})
+            end = time.monotonic() + 60
+            while (state := self.ask("/api/state"))["phase"] != "verdict":
+                self.answer(state)
+                if time.monotonic() > end:
+                    raise RuntimeError(f"the board {name} does not end")
+                time.sleep(0.02)
+            identity = state["attempt"]["id"]
+            path = self.path("samples", identity.split("-")[1], identity)
+            with open(path + ".journal", encoding="utf-8") as journal, open(path + ".judgement.json", encoding="utf-8") as judgement:
+                found[name] = (journal.read().splitlines(), json.load(judgement))
+        self.process.terminate()
+        self.process.wait(20)
+        return found
+
+    def answer(self, state):
+        """What a person answers who sees that all is well."""
+        if state["question"]:
+            try:
+                self.ask("/api/answer", {"attempt": state["attempt"]["id"], "serial": state["attempt"]["serial"],
+                                         "question": state["question"]["name"], "answer": "yes"})
+            except urllib.error.HTTPError:  # it has been answered meanwhile
+                pass
+
+    def place(self, sample, station, serial, number, count, start, released):
+        """The same attempt at another time and station, as a journal that is whole, and its judgement."""
+        lines, judgement = sample
+        shift = start - datetime.datetime.fromisoformat(judgement["start"])
+        day = start.astimezone(datetime.timezone.utc).strftime("%Y%m%d")
+        name = f"{station}-{day}-{count:04d}"
+        previous, out = "0" * 64, []
+
+        def add(body):
+            nonlocal previous
+            line = body + ',"crc":"%08x"}' % binascii.crc32(body.encode())
+            previous = hashlib.sha256(line.encode()).hexdigest()
+            out.append(line)
+
+        def stamp(text):
+            return (datetime.datetime.fromisoformat(text) + shift).isoformat(timespec="milliseconds")
+
+        for line in lines:
+            at = line[81:line.index('"', 81)]
+            body = line[:line.rindex(',"crc"')].replace(at, stamp(at), 1)
+            body = '{"prev":"' + previous + body[9 + 64:]
+            if '"kind":"attempt"' in body[:140]:
+                body = body.replace('"station":"3L02"', f'"station":"{station}"', 1).replace('"attempt":1', f'"attempt":{number}', 1)
+            body = body.replace(judgement["id"], name).replace(judgement["serial"], serial).replace('"operator":"W1032"', f'"operator":"{OPERATORS[station]}"')
+            if '"kind":"board"' in body[:160]:  # the agent's line has a CRC of its own
+                head, event = body.split('"event":', 1)
+                event = event[:event.rindex(',"crc"')]
+                body = head + '"event":' + event + ',"crc":"%08x"}' % binascii.crc32(event.encode())
+            add(body)
+        judged = previous
+        if released:
+            add(f'{{"prev":"{previous}","at":"{stamp(judgement["end"])}","kind":"scan-out","serial":"{serial}","operator":"{OPERATORS[station]}"')
+        judgement = dict(judgement, id=name, serial=serial, station=station, operator=OPERATORS[station], attempt=number,
+                         start=start.isoformat(timespec="milliseconds"), end=stamp(judgement["end"]), journal={"lines": len(lines), "sha256": judged},
+                         drift=[{"fact": "rtc.difference", "value": 1 if self.random.random() < 0.02 + 0.01 * (start.day % 7) else 0, "unit": "s"}])
+        folder = self.path("journals", day)
+        os.makedirs(folder, exist_ok=True)
+        with open(os.path.join(folder, name + ".journal"), "w", encoding="utf-8") as file:
+            file.write("\n".join(out) + "\n")
+        with open(os.path.join(folder, name + ".judgement.json"), "w", encoding="utf-8") as file:
+            file.write(json.dumps(judgement, ensure_ascii=False) + "\n")
+
+    def history(self):
+        samples, counts, serial = self.samples(), {}, 0
+        now = datetime.datetime.now().astimezone()
+        for back in range(self.options.days, 0, -1):
+            day = (now - datetime.timedelta(days=back)).replace(hour=8, minute=5, second=0)
+            if day.weekday() >= 5:
+                continue
+            for board in range(self.options.boards):
+                serial += 1
+                name = f"45270-26{day.isocalendar().week:02d}-{serial:04d}"
+                station = self.random.choice(STATIONS)
+                kind = self.random.choices([one for one, _ in MIX], [part for _, part in MIX])[0]
+                if station == "3L02" and kind == "healthy" and self.random.random() < 0.05:
+                    kind = "alarm-input-dead"
+                start = day + datetime.timedelta(minutes=board * 480 / self.options.boards)
+                for number in (1, 2):
+                    key = (station, start.astimezone(datetime.timezone.utc).strftime("%Y%m%d"))
+                    counts[key] = counts.get(key, 0) + 1
+                    good = kind == "healthy"
+                    self.place(samples[kind], station, name, number, counts[key], start, good)
+                    if good:
+                        break
+                    kind, start = ("healthy" if self.random.random() < 0.85 else kind), start + datetime.timedelta(minutes=7)
+                    station = self.random.choice(STATIONS)
+        shutil.rmtree(self.path("samples"))
+        subprocess.run([f"{self.build}/q7-station", "index", "--index", self.path("journals", "index.sqlite"), "--journals", self.path("journals")],
+                       check=True, stdout=subprocess.DEVNULL)
+
+    # ---- the station ----
+
+    def serve(self, journals, port, pace):
+        environment = dict(os.environ, PACE=pace)
+        self.process = subprocess.Popen(
+            [f"{self.build}/q7-station", "serve", "--listen", f"127.0.0.1:{port}", "--station", "3L02", "--operator", "W1032",
+             "--plans", self.path("plans"), "--journals", self.path(journals), "--dictionaries", self.path("dictionaries"), *self.words()],
+            stdout=subprocess.PIPE, text=True, env=environment,
+            start_new_session=True)  # Ctrl-C of the terminal ends it through us, when its board has ended
+        self.url = self.process.stdout.readline().strip()
+        return bool(self.url)
+
+    def ask(self, path, body=None):
+        request = urllib.request.Request(self.url.rstrip("/") + path, data=None if body is None else json.dumps(body).encode(),
+                                         headers={"Content-Type": "application/json"})
+        with urllib.request.urlopen(request, timeout=5) as answer:
+            return json.loads(answer.read())
+
+    def arrive(self):
+        """Scans board after board, answers after a person's while, and scans out what passed."""
+        serial = int(time.time()) % 9000
+        queue = []
+        since, seen = time.monotonic(), None
+        while not self.stopping.wait(0.3):
+            try:
+                state = self.ask("/api/state")
+                key = (state["phase"], (state["question"] or {}).get("name"), (state["attempt"] or {}).get("id"))
+                if key != seen:
+                    seen, since = key, time.monotonic()
+                waited = time.monotonic() - since
+                if state["question"] and waited > 2.5:
+                    self.answer(state)
+                elif state["phase"] == "verdict" and state["verdict"]["scan_out"] == "due" and waited > 4:
+                    self.ask("/api/scan", {"text": state["attempt"]["serial"]})
+                elif state["phase"] == "waiting" and waited > 3 or state["phase"] == "verdict" and waited > 8:
+                    if not queue:
+                        queue = ["healthy", self.random.choice([one for one, _ in MIX[1:]])]
+                    self.board(queue.pop(0))
+                    serial += 1
+                    self.ask("/api/scan", {"text": f"45270-2648-{serial % 10000:04d}"})
+            except (OSError, ValueError, KeyError):
+                pass
+
+    def end(self):
+        self.stopping.set()
+        if self.process is not None:
+            try:
+                state = self.ask("/api/state")
+                if state["phase"] == "running":  # the simulated board ends with its attempt
+                    self.ask("/api/stop", {"attempt": state["attempt"]["id"]})
+                    for _ in range(60):
+                        if self.ask("/api/state")["phase"] not in ("running", "storing"):
+                            break
+                        time.sleep(0.25)
+            except (OSError, ValueError, KeyError):
+                pass
+            self.process.terminate()
+            self.process.wait(20)
+        shutil.rmtree(self.folder, ignore_errors=True)
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--build", default="build")
+    parser.add_argument("--port", type=int, default=8077)
+    parser.add_argument("--pace", type=float, default=4)
+    parser.add_argument("--days", type=int, default=7)
+    parser.add_argument("--boards", type=int, default=30)
+    parser.add_argument("--arrive", action="store_true")
+    options = parser.parse_args()
+    line = Line(options)
+    wanted = []
+    for number in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, lambda *_: wanted.append(1))
+    try:
+        print("Simulating every defect of the board, and a week of boards ...", flush=True)
+        line.board("healthy")
+        line.dictionary()
+        line.history()
+        if not line.serve("journals", options.port, f"--pace {options.pace}"):
+            return 1
+        print(f"{line.url}          the station; its plan takes serial numbers like 45270-2648-0001\n"
+              f"{line.url}board     a board: scan, or type a serial number and Enter\n{line.url}yield     the yield of the week\n"
+              "Ctrl-C ends the demonstration.", flush=True)
+        if options.arrive:
+            threading.Thread(target=line.arrive, daemon=True).start()
+        while not wanted and line.process.poll() is None:
+            time.sleep(0.2)
+        return 0 if wanted else 1
+    finally:
+        line.end()
+
+
+if __name__ == "__main__":
+    sys.exit(main())
