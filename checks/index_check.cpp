@@ -57,17 +57,19 @@ class Folder {
 class IndexOn : public testing::TestWithParam<const char*> {
   protected:
     void SetUp() override {
-        if (GetParam() != std::string("PostgreSQL")) return;
+        if (!is_postgres()) return;
         if (!Postgres::is_installed()) GTEST_SKIP() << "PostgreSQL is not installed";
-        postgres_ = std::make_unique<Postgres>();
+        if (!postgres_) postgres_ = std::make_unique<Postgres>();
     }
+    static void TearDownTestSuite() { postgres_.reset(); }
     std::string new_url() {
-        return postgres_ ? postgres_->new_database()
-                         : (folder_ / ("t" + std::to_string(++files_) + ".sqlite")).string();
+        return is_postgres() ? postgres_->new_database()
+                             : (folder_ / ("t" + std::to_string(++files_) + ".sqlite")).string();
     }
+    static bool is_postgres() { return GetParam() == std::string("PostgreSQL"); }
 
     Folder folder_;
-    std::unique_ptr<Postgres> postgres_;
+    static inline std::unique_ptr<Postgres> postgres_;  // one for all cases
     int files_ = 0;
 };
 
@@ -379,8 +381,10 @@ TEST_P(IndexOn, LockedForLongerThanTwoSecondsGetsTheAttemptLater) {
     EXPECT_LT(time, 3500ms);
     EXPECT_TRUE(in_time([&] { return !outbox.problem().empty(); }));
     holder.rollback();
+    record.id = "3L02-20261123-0090";
+    EXPECT_TRUE(outbox.store(record).committed);
     EXPECT_TRUE(in_time([&] { return outbox.unsent() == 0; }));
-    EXPECT_THAT(Index(url).history(record.serial), SizeIs(2));
+    EXPECT_THAT(Index(url).history(record.serial), SizeIs(3));
     EXPECT_EQ(outbox.problem(), "");
 }
 
@@ -457,14 +461,24 @@ TEST(IndexFolder, TakesJudgementsAndWaitingCopiesAndNamesTheRest) {
     Folder folder;
     fs::create_directories(folder / "20261123");
     fs::create_directories(folder / "unsent");
+    const auto journal = [&](const std::string& id, const std::string& text) {
+        const std::string path = folder / ("20261123/" + id + ".journal");
+        std::ofstream(path) << text;
+        return path;
+    };
     std::mt19937 random(3);
     std::vector<AttemptRecord> records;
     for (int i = 0; i < 3; ++i) {
         records.push_back(generated_attempt(random, i));
+        journal(records[i].id, "");
         std::ofstream(folder / ("20261123/" + records[i].id + ".judgement.json"))
             << judgement_of(records[i]) << "\n";
     }
+    journal("x", "");
     std::ofstream(folder / "20261123/x.judgement.json") << "{}";
+    journal("running", "");
+    const std::string cut_off = journal("cut", "no journal\n");
+    fs::last_write_time(cut_off, fs::last_write_time(cut_off) - 2h);
     write_waiting_copy(folder / "unsent", records[0]);
     write_waiting_copy(folder / "unsent", full_attempt());
     Index index(folder / "index.sqlite");
@@ -476,8 +490,9 @@ TEST(IndexFolder, TakesJudgementsAndWaitingCopiesAndNamesTheRest) {
     const FolderResult first = run();
     EXPECT_EQ(first.stored, 4);
     EXPECT_EQ(first.known, 1);
-    EXPECT_EQ(first.problems, 1);
-    EXPECT_THAT(complaints, ElementsAre(HasSubstr("x.judgement.json")));
+    EXPECT_EQ(first.running, 1);
+    EXPECT_EQ(first.problems, 2);
+    EXPECT_THAT(complaints, ElementsAre(HasSubstr("cut.journal"), HasSubstr("x.journal")));
     EXPECT_TRUE(fs::is_empty(folder / "unsent"));
     EXPECT_EQ(run().known, 3);
     records[0].attempt = 1;

@@ -12,8 +12,6 @@
 #include <cerrno>
 #include <string_view>
 
-extern char** environ;
-
 namespace station {
 namespace {
 

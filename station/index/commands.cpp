@@ -1,6 +1,8 @@
 #include "station/index/commands.h"
 
-#include <cmath>
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <functional>
@@ -19,7 +21,7 @@
 namespace station::index {
 namespace {
 
-constexpr int kSomeFailed = 1, kFailed = 2;
+constexpr int kSomeFailed = 1;
 
 struct Options {
     std::string url, journals = "journals";
@@ -67,29 +69,30 @@ std::string shown(const std::string& text) {
 std::string percent(std::int64_t part, std::int64_t whole) {
     if (whole == 0) return "-";
     char text[32];
-    std::snprintf(text, sizeof text, "%lld.%lld %%", static_cast<long long>(part * 100 / whole),
-                  static_cast<long long>(part * 1000 / whole % 10));
+    const long long tenths = part * 1000 / whole;
+    std::snprintf(text, sizeof text, "%lld.%lld %%", tenths / 10, tenths % 10);
     return text;
 }
 
-void make_index(const Options& options) {
+int make_index(const Options& options) {
     Index index(options.database());
     if (!options.role.empty()) {
         index.grant(options.role);
         std::cout << options.role << " may add attempts and read, and delete none\n";
-        return;
+        return 0;
     }
     if (options.recount) {
         std::cout << (index.recount() ? "the summaries were wrong, and are right now\n"
                                       : "the summaries are right\n");
-        return;
+        return 0;
     }
     const FolderResult result = index_folder(index, options.journals, [](const std::string& line) {
         std::cerr << "q7-station: " << shown(line) << '\n';
     });
-    std::cout << result.stored << " new, " << result.known << " known, " << result.problems
-              << " not indexed, " << count_waiting(options.journals + "/unsent") << " unsent\n";
-    if (result.problems != 0) throw CLI::RuntimeError(kSomeFailed);
+    std::cout << result.stored << " new, " << result.known << " known, " << result.running
+              << " running, " << result.problems << " not indexed, "
+              << count_waiting(options.journals + "/unsent") << " unsent\n";
+    return result.problems == 0 ? 0 : kSomeFailed;
 }
 
 void print_attempt(const AttemptRecord& record) {
@@ -150,9 +153,9 @@ void show_failing_items(Index& index, const Filter& filter) {
     std::printf("%-14s %8s %8s %12s %12s\n", "first failing", "boards", "FAIL", "NOT PROVEN",
                 "cumulative");
     for (const FailingItem& item : items) {
-        so_far += item.fail + item.not_proven;
-        std::printf("%-14s %8lld %8lld %12lld %12s\n", shown(item.name).c_str(),
-                    static_cast<long long>(item.fail + item.not_proven),
+        const long long count = item.fail + item.not_proven;
+        so_far += count;
+        std::printf("%-14s %8lld %8lld %12lld %12s\n", shown(item.name).c_str(), count,
                     static_cast<long long>(item.fail), static_cast<long long>(item.not_proven),
                     percent(so_far, all).c_str());
     }
@@ -201,22 +204,14 @@ void export_attempts(const Options& options) {
 }
 
 CLI::App* add_command(CLI::App& app, const std::string& name, const std::string& what,
-                      const std::shared_ptr<Options>& options, void (*run)(const Options&)) {
+                      const std::shared_ptr<Options>& options,
+                      const std::function<void(const Options&)>& run) {
     CLI::App* command = app.add_subcommand(name, what);
     command->add_option("--index", options->url,
                         "SQLite file, or postgresql://...; default: index.sqlite of the journals");
     command->add_option("--journals", options->journals, "Folder of journals")
         ->capture_default_str();
-    command->callback([options, run] {
-        try {
-            run(*options);
-        } catch (const CLI::Error&) {
-            throw;
-        } catch (const std::exception& problem) {
-            std::cerr << "q7-station: " << shown(problem.what()) << '\n';
-            throw CLI::RuntimeError(kFailed);
-        }
-    });
+    command->callback([options, run] { run(*options); });
     return command;
 }
 
@@ -238,28 +233,39 @@ void add_filter(CLI::App& command, const std::shared_ptr<Options>& options) {
 
 }  // namespace
 
-void add_commands(CLI::App& app) {
+void add_commands(CLI::App& app, int& status) {
     const auto options = std::make_shared<Options>();
-    auto* index = add_command(app, "index", "Add the attempts of a folder of journals to the index",
-                              options, make_index);
+    auto* index =
+        add_command(app, "index", "Add the attempts of a folder of journals to the index", options,
+                    [&status](const Options& given) { status = make_index(given); });
     index->add_flag("--recount", options->recount, "Make the summaries again instead");
     index->add_option("--grant", options->role,
                       "Let this role of PostgreSQL add and read, and delete nothing");
 
-    auto* history =
-        add_command(app, "history", "Show all attempts of a serial number", options, show_history);
+    auto* history = add_command(app, "history", "Show all attempts of a serial number", options,
+                                [&status](const Options& given) {
+                                    show_history(given);
+                                    status = 0;
+                                });
     history->add_option("SERIAL", options->serial)->required();
     history->add_option("--model", options->model, "One model");
     history->add_flag("--json", options->json, "As export does");
 
-    auto* yield = add_command(app, "yield", "Show first-pass and final yield", options, show_yield);
+    auto* yield = add_command(app, "yield", "Show first-pass and final yield", options,
+                              [&status](const Options& given) {
+                                  show_yield(given);
+                                  status = 0;
+                              });
     add_filter(*yield, options);
     yield->add_option("--by", options->by, "What to group by")
         ->check(CLI::IsMember({"day", "model", "station", "item"}))
         ->capture_default_str();
 
-    auto* out =
-        add_command(app, "export", "Write attempts for other programs", options, export_attempts);
+    auto* out = add_command(app, "export", "Write attempts for other programs", options,
+                            [&status](const Options& given) {
+                                export_attempts(given);
+                                status = 0;
+                            });
     add_filter(*out, options);
     out->add_option("--format", options->format, "Format")
         ->required()

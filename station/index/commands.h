@@ -1,12 +1,15 @@
 // index, history, yield and export on the command line of q7-station.
 #pragma once
 
-#include <CLI/CLI.hpp>
+namespace CLI {
+class App;
+}
 
 namespace station::index {
 
-// Adds the four commands. Their status: 0; 1 = some attempts could not be indexed; 2 = bad use, or
-// the database or the output failed. Other statuses than 0 leave as CLI::RuntimeError.
-void add_commands(CLI::App& app);
+// Adds the four commands, each of which leaves its exit status in `status`: 0, or 1 when some
+// attempts could not be indexed. Their callbacks throw std::runtime_error when the database or the
+// output fails.
+void add_commands(CLI::App& app, int& status);
 
 }  // namespace station::index

@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <chrono>
-#include <fstream>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <stdexcept>
 #include <vector>
 
-#include "station/index/outbox.h"
+#include "station/journal.h"
+#include "station/judge.h"
+#include "station/text.h"
 
 namespace station::index {
 namespace {
@@ -74,11 +76,20 @@ std::vector<fs::path> entries(const fs::path& folder, std::string_view ending = 
 }
 
 AttemptRecord read_record(const fs::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    const std::string text((std::istreambuf_iterator<char>(file)),
-                           std::istreambuf_iterator<char>());
-    if (!file) throw std::runtime_error("cannot be read");
-    return from_json(nlohmann::json::parse(text));
+    return from_json(nlohmann::json::parse(read_file(path)));
+}
+
+bool is_recent(const fs::path& path) {
+    return fs::file_time_type::clock::now() - fs::last_write_time(path) < std::chrono::hours(1);
+}
+
+// What became of an attempt; nothing while it runs.
+std::optional<AttemptRecord> read_attempt(const fs::path& journal_path) {
+    const fs::path judgement = judgement_path(journal_path);
+    if (fs::exists(judgement)) return read_record(judgement);
+    const Journal journal = read_journal(journal_path);
+    if (!journal.ended && is_recent(journal_path)) return {};
+    return record_of(judge(journal));
 }
 
 }  // namespace
@@ -88,25 +99,32 @@ FolderResult index_folder(Index& index, const fs::path& folder,
     if (!fs::is_directory(folder)) throw std::runtime_error("no folder: " + folder.string());
     FolderResult result;
     Batch batch(index, result, complain);
-    const auto add = [&](const fs::path& path, const fs::path& copy) {
-        AttemptRecord record;
-        try {
-            record = read_record(path);
-        } catch (const std::exception& problem) {
-            if (!copy.empty() && !fs::exists(copy)) return;  // another process has sent it
-            ++result.problems;
-            complain(path.string() + ": " + problem.what());
-            return;
-        }
-        batch.add(std::move(record), copy);
+    const auto report = [&](const fs::path& path, const std::exception& problem) {
+        ++result.problems;
+        complain(path.string() + ": " + problem.what());
     };
     for (const fs::path& day : entries(folder)) {
         if (day.filename() == "unsent") continue;
-        for (const fs::path& file : entries(day, ".judgement.json"))
-            add(file, {});
+        for (const fs::path& path : entries(day, ".journal")) {
+            std::optional<AttemptRecord> record;
+            try {
+                record = read_attempt(path);
+                if (!record) ++result.running;
+            } catch (const std::exception& problem) {
+                report(path, problem);
+            }
+            if (record) batch.add(std::move(*record));
+        }
     }
-    for (const fs::path& copy : entries(folder / "unsent", ".json"))
-        add(copy, copy);
+    for (const fs::path& copy : entries(folder / "unsent", ".json")) {
+        std::optional<AttemptRecord> record;
+        try {
+            record = read_record(copy);
+        } catch (const std::exception& problem) {
+            if (fs::exists(copy)) report(copy, problem);  // else another process has sent it
+        }
+        if (record) batch.add(std::move(*record), copy);
+    }
     batch.commit();
     return result;
 }

@@ -33,7 +33,7 @@ struct Board {
 struct Tally {
     std::string kind, model, station, name, verdict, final;
     Integer day = 0, plan = 0, value = 0;
-    auto operator<=>(const Tally&) const = default;
+    auto operator<=>(const Tally&) const = default;  // NOLINT(modernize-use-nullptr)
 };
 using Tallies = std::map<Tally, Integer>;
 
@@ -54,6 +54,7 @@ Tally tally_of(const Board& board, const char* kind) {
 // Adds what a board counts for, drift aside, `times` times.
 void count_board(Tallies& tallies, const Board& board, int times) {
     Tally tally = tally_of(board, "board");
+    tally.name = std::to_string(tally.day);
     tally.verdict = board.first.verdict;
     tally.final = board.final;
     tallies[tally] += times;

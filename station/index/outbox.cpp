@@ -1,8 +1,5 @@
 #include "station/index/outbox.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
@@ -12,12 +9,12 @@
 #include <optional>
 #include <set>
 #include <stdexcept>
-#include <system_error>
 #include <thread>
 #include <vector>
 
 #include "station/index/database.h"
 #include "station/index/index.h"
+#include "station/journal.h"
 
 namespace station::index {
 namespace {
@@ -26,37 +23,6 @@ namespace fs = std::filesystem;
 using namespace std::chrono_literals;
 
 constexpr auto kRetryInterval = 5s;
-
-[[noreturn]] void fail(const fs::path& path) {
-    throw std::system_error(errno, std::generic_category(), path.string());
-}
-
-void flush_folder(const fs::path& folder) {
-    const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor < 0) fail(folder);
-    const int result = fsync(descriptor);
-    const int error = errno;
-    close(descriptor);
-    errno = error;
-    if (result != 0) fail(folder);
-}
-
-void write_whole(const fs::path& path, const std::string& text) {
-    const int descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (descriptor < 0) fail(path);
-    int error = 0;
-    for (std::size_t done = 0; error == 0 && done < text.size();) {
-        const ssize_t count = write(descriptor, text.data() + done, text.size() - done);
-        if (count > 0) done += std::size_t(count);
-        if (count < 0 && errno != EINTR) error = errno;
-    }
-    if (error == 0 && fsync(descriptor) != 0) error = errno;
-    if (close(descriptor) != 0 && error == 0) error = errno;
-    if (error == 0) return;
-    unlink(path.c_str());
-    errno = error;
-    fail(path);
-}
 
 // The copies that wait, by name, and so each station's in the order of their ids.
 std::vector<fs::path> waiting_copies(const fs::path& folder) {
@@ -81,18 +47,9 @@ fs::path waiting_copy(const fs::path& folder, const std::string& id) {
 }
 
 void write_waiting_copy(const fs::path& folder, const AttemptRecord& record) {
-    const fs::path copy = waiting_copy(folder, record.id);
-    const fs::path unfinished = copy.string() + "." + std::to_string(getpid());
-    write_whole(
-        unfinished,
+    write_file(
+        waiting_copy(folder, record.id),
         to_json(record).dump(-1, ' ', true, nlohmann::json::error_handler_t::replace) + "\n");
-    if (rename(unfinished.c_str(), copy.c_str()) != 0) {
-        const int error = errno;
-        unlink(unfinished.c_str());
-        errno = error;
-        fail(copy);
-    }
-    flush_folder(folder);
 }
 
 std::size_t count_waiting(const fs::path& folder) { return waiting_copies(folder).size(); }

@@ -72,12 +72,12 @@ std::string sum_where(const std::string& condition) {
 std::map<std::string, Yield> yields(Database& database, const std::string& column,
                                     const Filter& filter) {
     std::map<std::string, Yield> groups;
-    const std::string select_key = "SELECT CAST(" + column + " AS TEXT), ";
-    const std::string group = " GROUP BY " + column + " HAVING SUM(boards) <> 0";
+    const std::string group = " GROUP BY 1 HAVING SUM(boards) <> 0";
+    const std::string board_key = column == "day" ? "name" : column;  // the order of the rows
     const Where boards = tallies_of("board", filter);
     select<Text, Integer, Integer, Integer, Integer, Integer>(
         database,
-        select_key + kSum + ", " + sum_where("verdict = 'PASS'") + ", "
+        "SELECT " + board_key + ", " + kSum + ", " + sum_where("verdict = 'PASS'") + ", "
             + sum_where("verdict = 'FAIL'") + ", " + sum_where("verdict = 'NOT PROVEN'") + ", "
             + sum_where("final = 'PASS'") + " FROM tallies" + boards.text() + group,
         boards.values(),
@@ -88,8 +88,9 @@ std::map<std::string, Yield> yields(Database& database, const std::string& colum
     const Where left_out = tallies_of("left-out", filter);
     select<Text, Integer, Integer, Integer>(
         database,
-        select_key + sum_where("name = 'INCOMPLETE'") + ", " + sum_where("name = 'reference'")
-            + ", " + sum_where("name = 'trial'") + " FROM tallies" + left_out.text() + group,
+        "SELECT CAST(" + column + " AS TEXT), " + sum_where("name = 'INCOMPLETE'") + ", "
+            + sum_where("name = 'reference'") + ", " + sum_where("name = 'trial'") + " FROM tallies"
+            + left_out.text() + group,
         left_out.values(), [&](Text& key, Integer incomplete, Integer reference, Integer trial) {
             Yield& yield = groups[key];
             yield.key = key;
@@ -344,6 +345,7 @@ std::vector<LikelyCause> Index::likely_causes(const Filter& filter) {
                                     cause.boards_there = count;
                                 });
     std::vector<LikelyCause> list;
+    list.reserve(causes.size());
     for (auto& [defect, cause] : causes)
         list.push_back(std::move(cause));
     std::stable_sort(list.begin(), list.end(), [](const LikelyCause& a, const LikelyCause& b) {

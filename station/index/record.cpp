@@ -6,6 +6,8 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "station/judge.h"
+
 namespace station::index {
 namespace {
 
@@ -208,6 +210,10 @@ AttemptRecord from_json(const json& object) {
     record.repairs = repairs_of(object);
     record.addresses = field<std::vector<std::string>>(object, "addresses");
     return record;
+}
+
+AttemptRecord record_of(const Judgement& judgement) {
+    return from_json(station::to_json(judgement));
 }
 
 ordered_json to_json(const AttemptRecord& record) {

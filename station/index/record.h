@@ -7,6 +7,10 @@
 #include <string_view>
 #include <vector>
 
+namespace station {
+struct Judgement;
+}
+
 namespace station::index {
 
 // An instant with the zone in which it was written down.
@@ -88,5 +92,6 @@ nlohmann::ordered_json to_json(const AttemptRecord& record);
 // Reads what to_json writes, and a judgement as the judge writes it. Throws std::invalid_argument
 // or an exception of nlohmann for anything else.
 AttemptRecord from_json(const nlohmann::json& object);
+AttemptRecord record_of(const Judgement& judgement);
 
 }  // namespace station::index

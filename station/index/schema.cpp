@@ -64,8 +64,8 @@ constexpr const char* kTables[] = {
     "CREATE INDEX boards_not_final ON boards(day) WHERE final <> 'PASS'",
 
     // Numbers of boards by their first attempt (kinds board, item, cause, drift), and of attempts
-    // that no yield counts (left-out). Of drift, `final` is the unit. The key has the order in
-    // which the yield page groups.
+    // that no yield counts (left-out). Of board, `name` is the day; of drift, `final` is the unit.
+    // The key has the order in which the yield page groups.
     "CREATE TABLE tallies ("
     " kind TEXT, name TEXT, station TEXT, day INT, model TEXT, plan INT, verdict TEXT, final TEXT,"
     " value INT, boards INT NOT NULL,"
@@ -88,16 +88,18 @@ std::vector<std::string> guards(bool sqlite) {
     }
     for (const std::string table : kKept) {
         if (sqlite) {
-            for (const std::string change : {"UPDATE", "DELETE"}) {
-                statements.push_back("CREATE TRIGGER keep_" + table + "_" + change + " BEFORE "
-                                     + change + " ON " + table
-                                     + " BEGIN SELECT RAISE(ABORT, 'the index keeps what it has');"
-                                       " END");
+            for (const char* change : {"UPDATE", "DELETE"}) {
+                std::string statement = "CREATE TRIGGER keep_" + table;
+                statement.append("_").append(change).append(" BEFORE ").append(change);
+                statement.append(" ON ").append(table);
+                statement.append(" BEGIN SELECT RAISE(ABORT, 'the index keeps what it has'); END");
+                statements.push_back(std::move(statement));
             }
         } else {
-            statements.push_back("CREATE TRIGGER keep_" + table
-                                 + " BEFORE UPDATE OR DELETE OR TRUNCATE ON " + table
-                                 + " EXECUTE FUNCTION q7_keep()");
+            std::string statement = "CREATE TRIGGER keep_" + table;
+            statement.append(" BEFORE UPDATE OR DELETE OR TRUNCATE ON ").append(table);
+            statement.append(" EXECUTE FUNCTION q7_keep()");
+            statements.push_back(std::move(statement));
         }
     }
     return statements;
@@ -111,6 +113,7 @@ std::string for_database(std::string text, bool sqlite) {
     };
     replace(" INT", sqlite ? " INTEGER" : " BIGINT");
     replace(" CLUSTERED", sqlite ? " WITHOUT ROWID" : "");
+    if (!sqlite) replace(" TEXT", " VARCHAR COLLATE \"C\"");  // the order of SQLite and of C++
     return text;
 }
 
