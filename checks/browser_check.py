@@ -160,6 +160,8 @@ class PageCase(unittest.TestCase):
             if asked:
                 self.press(answers.get(asked, Keys.F2))
                 self.wait(lambda: self.question() != asked)
+            elif options.screenshots and self.states_of("step").get("alarm") == "running":
+                self.screenshot("running")
             time.sleep(0.05)
         self.assertEqual(self.phase(), "verdict", self.shown())
         return self.verdict()

@@ -19,7 +19,7 @@ int main(int argc, char** argv) {
     CLI::App app("Tests recorder boards with q7 and keeps what it finds", "q7-station");
     app.set_version_flag("--version", std::string("q7-station ") + station::kVersion);
     app.require_subcommand(1);
-    int status = 0;
+    int status = station::kBadUse;
     station::add_judge(app, status);
     station::add_learn(app, status);
     station::add_rejudge(app, status);
@@ -33,8 +33,6 @@ int main(int argc, char** argv) {
 #endif
     try {
         app.parse(argc, argv);
-    } catch (const CLI::RuntimeError& error) {
-        return error.get_exit_code();
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : station::kBadUse;
     } catch (const std::exception& error) {

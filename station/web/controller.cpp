@@ -236,6 +236,10 @@ void Controller::take_scan(const std::string& text) {
     const bool release_due =
         phase_ == Phase::verdict && verdict_.value("scan_out", json()) == "due";
     const LoadedPlan* loaded = plan_of(text);
+    if (loaded != nullptr
+        && std::any_of(loaded + 1, setup_.plans.data() + setup_.plans.size(),
+                       [&](const LoadedPlan& other) { return other.plan.takes_serial(text); }))
+        throw Refusal(409, "two-plans");
     if (loaded == nullptr) throw Refusal(409, operator_id_.empty() ? "sign-in" : "serial-pattern");
     if (operator_id_.empty()) throw Refusal(409, "sign-in");
     if (release_due) return scan_out(text);
@@ -308,6 +312,7 @@ void Controller::stop(const std::string& attempt) {
 
 // ---- runs ----
 
+// The first of them: a serial number must name one plan.
 const LoadedPlan* Controller::plan_of(const std::string& serial) const {
     const auto found =
         std::find_if(setup_.plans.begin(), setup_.plans.end(),

@@ -32,7 +32,7 @@ function statusBar(t) {
     el('b', {}, t.station(state.station)), item(t.operator(), state.operator ?? t.nobody()), proof,
     state.database && !state.unsent ? item(t.unsent(), '0') : el('span', { class: 'unsent' }, state.database ? `${t.unsent()} ${state.unsent}` : t.databaseAway(state.unsent)),
     item(t.board[state.board], '', state.board === 'connected' ? sign('link', 28, 'white') : sign('no-link', 28, 'line')),
-    el('span', { class: 'space' }), el('span', {}, `${state.now.slice(5, 10)} ${clock(state.now)}`), languageSwitch(),
+    el('span', { class: 'space' }), el('span', { id: 'clock' }), languageSwitch(),
   ];
 }
 
@@ -108,7 +108,8 @@ function render() {
   const seconds_away = Math.floor(silent / 1000);
   const shownState = gone ? neutral(state) : state;
   document.body.dataset.phase = gone ? 'away' : state.question ? 'question' : state.phase;
-  band('status', [state.station, state.operator, state.proof, state.unsent, state.database, state.board, gone ? '' : state.now], () => statusBar(t));
+  band('status', [state.station, state.operator, state.proof, state.unsent, state.database, state.board], () => statusBar(t));
+  document.getElementById('clock').textContent = gone ? '' : `${state.now.slice(5, 10)} ${clock(state.now)}`;
   band('identity', [state.attempt, state.plan?.name, state.plan?.sha256, state.refusal, refusal, typed, gone], () => identity(t, gone));
   const about = [state.phase, state.progress, state.question, state.verdict, state.last, state.locked, state.plan?.sha256, view, gone && seconds_away, state.steps.map((step) => step.seconds)];
   band('stage', about, () => (view !== 'station' ? [] : gone ? away(t, seconds_away) : onPhone() ? phoneStage(t) : stage(state, t)));

@@ -221,7 +221,7 @@ const zh = {
   toTranscript: () => '下一页：记录',
   back: () => '返回',
   // Refusals
-  refusals: { running: '正在测试，这次扫码不算', 'serial-pattern': '不是本机型的序列号', 'sign-in': '先扫工牌', locked: '本站锁定，不能开始', badge: '不认识的工牌', supervisor: '要主管的工牌', 'late-answer': '问题已过，回答不算', question: '先回答问题，扫码不算', 'swapped': '扫到的是另一块板', offline: '服务器没有回应，没有送到', 'not-allowed': '这台电脑只能看', 'no-plan': '没有这种板的计划' },
+  refusals: { running: '正在测试，这次扫码不算', 'serial-pattern': '不是本机型的序列号', 'sign-in': '先扫工牌', locked: '本站锁定，不能开始', badge: '不认识的工牌', supervisor: '要主管的工牌', 'late-answer': '问题已过，回答不算', question: '先回答问题，扫码不算', 'swapped': '扫到的是另一块板', offline: '服务器没有回应，没有送到', 'not-allowed': '这台电脑只能看', 'no-plan': '没有这种板的计划', 'two-plans': '两个计划都认这个序列号' },
   refusal: (code) => pick(zh.refusals, code),
   // Away
   away: () => '服务器没有回应',
@@ -447,7 +447,7 @@ const en = {
   nextPage: () => 'Next page: items, record',
   toTranscript: () => 'Next page: record',
   back: () => 'Back',
-  refusals: { running: 'Board under test: scan refused', 'serial-pattern': 'No serial number of this model', 'sign-in': 'Scan your badge first', locked: 'Station locked', badge: 'Unknown badge', supervisor: "A supervisor's badge is needed", 'late-answer': 'Too late: not an answer', question: 'Answer first: scan refused', 'swapped': 'That is another board', offline: 'No server: not sent', 'not-allowed': 'This computer may only look', 'no-plan': 'No plan for this board' },
+  refusals: { running: 'Board under test: scan refused', 'serial-pattern': 'No serial number of this model', 'sign-in': 'Scan your badge first', locked: 'Station locked', badge: 'Unknown badge', supervisor: "A supervisor's badge is needed", 'late-answer': 'Too late: not an answer', question: 'Answer first: scan refused', 'swapped': 'That is another board', offline: 'No server: not sent', 'not-allowed': 'This computer may only look', 'no-plan': 'No plan for this board', 'two-plans': 'Two plans take this number' },
   refusal: (code) => pick(en.refusals, code),
   away: () => 'The server does not answer',
   awayWhy: (seconds) => `Away for ${seconds} s; this page comes back by itself`,
