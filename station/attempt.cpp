@@ -106,7 +106,8 @@ Judgement Attempt::run(AttemptWatcher& watcher) {
     write("end", {{"commands", reader_.journal().commands.size()}});
     writer_.sync();
     refresh();
-    const Judgement judgement = judge(reader_.journal(), evidence_, setup_.plan);
+    Judgement judgement = judge(reader_.journal(), evidence_, setup_.plan);
+    if (setup_.diagnose) setup_.diagnose(judgement, evidence_);
     write_file(judgement_path(writer_.path()), to_json(judgement).dump() + "\n");
     {
         const std::lock_guard lock(mutex_);

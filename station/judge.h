@@ -44,6 +44,8 @@ struct Judgement {
     std::string end_at, journal_sha256, plan_sha256, plan_name;
     int plan_revision = 0, journal_lines = 0;
     int facts_good = 0, facts_wrong = 0, facts_missing = 0;
+    nlohmann::ordered_json causes = nlohmann::ordered_json::array();  // by the fault dictionary
+    nlohmann::ordered_json dictionary;  // which one was asked; null = none
 
     const Item* item(std::string_view name) const;
 };
