@@ -104,7 +104,7 @@ Dictionary make_dictionary(const AttemptSimulator& simulator, const std::string&
     std::size_t done = 0;
     in_parallel(defects.size(), [&](std::size_t i) {
         changes[i] = simulator.change(defects[i].apply);
-        if (changes[i].empty()) return;
+        if (changes[i].empty()) return;  // two wires of one signal: as healthy
         const SimulatedAttempt attempt = simulator.run(changes[i]);
         symptoms[i] = symptoms_of(attempt.judgement, attempt.evidence);
         const std::lock_guard lock(guard);
@@ -114,8 +114,7 @@ Dictionary make_dictionary(const AttemptSimulator& simulator, const std::string&
 
     std::map<Symptoms, std::vector<KnownDefect>> groups;
     for (std::size_t i = 0; i < defects.size(); ++i)
-        if (!changes[i].empty())
-            groups[symptoms[i]].push_back({defects[i].kind, defects[i].places, changes[i]});
+        groups[symptoms[i]].push_back({defects[i].kind, defects[i].places, changes[i]});
     for (auto& [shown, group] : groups) {
         std::stable_sort(group.begin(), group.end(), likelier);
         dictionary.signatures.push_back({shown, std::move(group)});
