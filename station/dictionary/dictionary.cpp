@@ -100,6 +100,7 @@ Dictionary make_dictionary(const AttemptSimulator& simulator, const std::string&
 
     std::vector<Symptoms> symptoms(defects.size());
     std::vector<std::string> changes(defects.size());
+    std::vector<std::map<std::string, std::string>> texts(defects.size());
     std::mutex guard;
     std::size_t done = 0;
     in_parallel(defects.size(), [&](std::size_t i) {
@@ -107,11 +108,13 @@ Dictionary make_dictionary(const AttemptSimulator& simulator, const std::string&
         if (changes[i].empty()) return;  // two wires of one signal: as healthy
         const SimulatedAttempt attempt = simulator.run(changes[i]);
         symptoms[i] = symptoms_of(attempt.judgement, attempt.evidence);
+        add_texts(attempt, texts[i]);
         const std::lock_guard lock(guard);
-        add_texts(attempt, dictionary.texts);
         if (progress) progress(++done, defects.size());
     });
 
+    for (auto& each : texts)
+        dictionary.texts.merge(each);  // in the order of the defects
     std::map<Symptoms, std::vector<KnownDefect>> groups;
     for (std::size_t i = 0; i < defects.size(); ++i)
         groups[symptoms[i]].push_back({defects[i].kind, defects[i].places, changes[i]});
