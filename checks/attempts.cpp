@@ -85,9 +85,10 @@ Played played_of(const Outcome& got, const std::string& words) {
     };
     bool key_step = words.find("-o") == std::string::npos;
     bool buzzer_step = words == "netQ7test";
-    for (const sim::Event& event : got.world->log()) {
+    const sim::EventLog& log = got.world->log;
+    for (const sim::Event& event : log.all()) {
         const double at_s = static_cast<double>(event.at) / 1e6;
-        const std::string_view device = event.function, text = got.world->sent(event);
+        const std::string_view device = event.function, text = log.sent(event);
         if (device == "panel" && text.starts_with("record")) {
             played.leds.emplace(text);
             buzzer_step = false;
@@ -95,7 +96,7 @@ Played played_of(const Outcome& got, const std::string& words) {
         }
         if (device == "line" && text.starts_with("4=") && buzzer_step) played.beeps.push_back(at_s);
         if (device == "ioctl" && event.request == 0x81) key_step = buzzer_step = false;
-        if (device != "write" || event.result <= 0 || got.world->path_of(event) != "/var/q7.fifo") {
+        if (!log.is_report(event)) {
             continue;
         }
         print_up_to(event.printed, at_s);

@@ -5,7 +5,7 @@
 #include <random>
 
 #include "checks/attempts.h"
-#include "sim/scenario.h"
+#include "sim/scenario/scenario.h"
 #include "station/evidence.h"
 #include "station/learn.h"
 
@@ -95,6 +95,34 @@ TEST(StationEscape, NoDefectThatPassesQ7PassesTheStation) {
     EXPECT_EQ(verdicts[Verdict::pass], static_cast<int>(kHarmless.size()));
     std::printf("of the defects that pass q7, %d pass the station, %d are not proven, %d fail\n",
                 verdicts[Verdict::pass], verdicts[Verdict::not_proven], verdicts[Verdict::fail]);
+}
+
+// What q7's summary calls good although it was not tested, or was silent.
+TEST(StationEscape, NoStepThatDidNotRunOrWasSilentPasses) {
+    const Station station("healthy", "45270-2648-0413", healthy());
+    const auto faulty = [](const std::string& changes, const sim::Fault& fault) {
+        Board board = healthy(changes);
+        board.faults = {fault};
+        return board;
+    };
+    const struct {
+        Board board;
+        Verdict verdict;
+        std::string item;
+    } rows[] = {
+        {faulty("alarm.dead = [6]", failing_request(0x10)), Verdict::fail, "alarm"},
+        {faulty("", failing("socket")), Verdict::fail, "network"},
+        {healthy("rs485.fixture = false"), Verdict::fail, "rs485"},
+        {healthy("control = {boot_device_type = 0x4487}"), Verdict::not_proven, "rs485"},
+        {healthy("control = {boot_device_type = 0x4487, high_lines = [25]}"), Verdict::not_proven,
+         "alarm"},
+    };
+    for (const auto& row : rows) {
+        const Judgement judgement = station.judge(row.board, {});
+        EXPECT_EQ(judgement.item("summary")->verdict, Verdict::pass) << "q7 calls it good";
+        EXPECT_NE(judgement.item(row.item)->verdict, Verdict::pass) << reasons_of(judgement);
+        EXPECT_EQ(judgement.verdict, row.verdict) << row.item << reasons_of(judgement);
+    }
 }
 
 // A healthy board as the line sees it: other people, sticks, disks, days and delays.

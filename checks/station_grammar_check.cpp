@@ -4,7 +4,7 @@
 #include <random>
 
 #include "checks/attempts.h"
-#include "sim/scenario.h"
+#include "sim/scenario/scenario.h"
 #include "station/catalogue.h"
 #include "station/learn.h"
 
@@ -60,6 +60,7 @@ std::map<std::string, std::string> values_of(const Evidence& evidence) {
 TEST(StationGrammar, TakesTheSameFactsFromBothModesAndFromSingleTests) {
     const auto net = values_of(evidence_of(play(healthy(), "netQ7test")));
     const auto console = values_of(evidence_of(play(healthy(), "")));
+    EXPECT_EQ(values_of(evidence_of(play(healthy(), "netQ7test three more words"))), net);
     const auto is_of_the_mode = [](const std::string& name) {
         return name.ends_with(".clock") || name.ends_with(".system") || name == "sequence.steps"
                || name == "sequence.end" || name == "summary.rtc";

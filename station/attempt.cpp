@@ -22,7 +22,7 @@ using std::chrono::seconds;
 
 constexpr int kReleaseTimeout_ms = 10'000, kStopTimeout_ms = 30'000, kEndAfterStop_ms = 5'000;
 constexpr int kFirstPause_ms = 100, kLongestPause_ms = 2'000;
-constexpr std::size_t kLongestLine = 64 * 1024;  // of a connection; what is longer is noise
+constexpr std::size_t kLongestLine = 65'536;  // of a connection; what is longer is noise
 
 // Statuses of q7-agent that no retry changes, and those of a shell that finds no agent.
 bool is_final(int status) {
@@ -184,7 +184,6 @@ void Attempt::begin_command(int number) {
                           {"name", planned.name},
                           {"run", run_name(number)},
                           {"words", planned.words}});
-        writer_.sync();
     }
     latest_event_ = Clock::now();
 }
@@ -533,7 +532,7 @@ void Attempt::stop(const std::string& operator_id) {
 // The address stands in an event near the beginning, behind the attempt and its plan.
 std::vector<std::string> serials_in_folder(const fs::path& folder, const std::string& address,
                                            const std::string& serial) {
-    constexpr std::size_t kHead = 128 * 1024;
+    constexpr std::size_t kHead = 131'072;
     std::vector<std::string> serials;
     for (const fs::path& path : journals_in(folder)) {
         std::ifstream file(path, std::ios::binary);

@@ -13,8 +13,6 @@
 #include <stdexcept>
 #include <system_error>
 
-extern char** environ;
-
 namespace station {
 namespace {
 
@@ -102,6 +100,7 @@ Child::Child(const std::vector<std::string>& words) {
         throw std::system_error(error, std::generic_category(), "pipe");
     }
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (const std::string& word : words)
         arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);

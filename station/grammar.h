@@ -77,6 +77,22 @@ class Grammar {
     };
     struct Table;
     static const Table& table();
+    static Row row(Source source, Step step, const char* pattern, bool (Grammar::*act)(const Row&),
+                   const char* first = "", const char* second = "", const char* unit = "");
+    static std::vector<Row> start_rows();
+    static std::vector<Row> heading_rows();
+    static std::vector<Row> anywhere_rows();
+    static std::vector<Row> panel_rows();
+    static std::vector<Row> network_rows();
+    static std::vector<Row> alarm_rows();
+    static std::vector<Row> rtc_rows();
+    static std::vector<Row> usb_rows();
+    static std::vector<Row> disk_rows();
+    static std::vector<Row> rs485_rows();
+    static std::vector<Row> info_rows();
+    static std::vector<Row> summary_rows();
+    static std::vector<Row> end_rows();
+    static std::vector<Row> pmp_rows();
 
     // A fact of the record channel whose place only the printed lines tell.
     struct Waiting {

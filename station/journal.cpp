@@ -293,6 +293,7 @@ JournalWriter JournalWriter::create(const fs::path& folder, Identity& identity) 
     }
     const std::string day = today_utc(), prefix = identity.station + "-" + day + "-";
     const fs::path day_folder = folder / day;
+    const bool first_of_day = !fs::is_directory(day_folder);
     make_folder(day_folder);
     int fd = -1;
     fs::path path;
@@ -327,7 +328,7 @@ JournalWriter JournalWriter::create(const fs::path& folder, Identity& identity) 
          {"connection", identity.connection}});
     writer.sync();
     sync_folder(day_folder);
-    sync_folder(folder);
+    if (first_of_day) sync_folder(folder);
     return writer;
 }
 

@@ -167,6 +167,7 @@ class Writer {
     }
 
     void note(const Fact& fact) {
+        if (fact.name.ends_with("sequence.steps")) return;  // the commands name their steps
         auto [place, is_new] = facts_.try_emplace(fact.name);
         if (is_new) order_.push_back(fact.name);
         Seen& seen = place->second;

@@ -26,7 +26,7 @@ volatile std::sig_atomic_t interrupted = 0;
 
 struct RunOptions {
     string plan, serial, operator_id, journals = "journals", station = "1", mark = "production";
-    string dictionary;
+    string resume, dictionary;
     std::vector<string> answers, words;
     bool json = false;
 };
@@ -133,14 +133,29 @@ std::map<string, string> parse_answers(const std::vector<string>& words, const P
     return answers;
 }
 
-AttemptSetup make_setup(const RunOptions& options) {
-    AttemptSetup setup;
+// The plan of the journal that is to go on, or of a file.
+void take_plan(AttemptSetup& setup, const RunOptions& options) {
+    if (!options.resume.empty()) {
+        setup.plan_text = read_journal(options.resume).identity.plan_text;
+        setup.plan = Plan::parse(setup.plan_text, options.resume);
+        return;
+    }
+    if (options.plan.empty() || options.serial.empty()) {
+        throw std::runtime_error("--plan and --serial are wanted, or --resume");
+    }
     setup.plan_text = read_file(options.plan);
     setup.plan = Plan::parse(setup.plan_text, options.plan);
     if (!setup.plan.takes_serial(options.serial)) {
         throw std::runtime_error("serial number " + options.serial + " is not like "
                                  + setup.plan.serial_pattern + " of " + options.plan);
     }
+    for (const string& remark : setup.plan.remarks())
+        std::fprintf(stderr, "q7-station: %s: %s\n", options.plan.c_str(), remark.c_str());
+}
+
+AttemptSetup make_setup(const RunOptions& options) {
+    AttemptSetup setup;
+    take_plan(setup, options);
     setup.board = BoardWords::parse(options.words);
     setup.answers = parse_answers(options.answers, setup.plan);
     setup.diagnose = diagnosis_by(options.dictionary, setup.plan);
@@ -150,6 +165,11 @@ AttemptSetup make_setup(const RunOptions& options) {
     setup.identity.station = options.station;
     setup.identity.mark = options.mark;
     return setup;
+}
+
+std::unique_ptr<Attempt> open_attempt(const RunOptions& options, AttemptSetup setup) {
+    if (options.resume.empty()) return std::make_unique<Attempt>(std::move(setup));
+    return Attempt::resume(options.resume, std::move(setup));
 }
 
 void watch_interrupts() {
@@ -162,16 +182,14 @@ void watch_interrupts() {
 
 int run_attempt(const RunOptions& options) {
     AttemptSetup setup = make_setup(options);
-    for (const string& remark : setup.plan.remarks())
-        std::fprintf(stderr, "q7-station: %s: %s\n", options.plan.c_str(), remark.c_str());
     Terminal terminal(options.json);
     setup.somebody_answers = terminal.has_person();
     watch_interrupts();
     try {
-        Attempt attempt(std::move(setup));
-        terminal.begin(attempt, options.operator_id);
-        terminal.note("attempt " + attempt.id() + ", serial number " + options.serial);
-        const Judgement judgement = attempt.run(terminal);
+        const std::unique_ptr<Attempt> attempt = open_attempt(options, std::move(setup));
+        terminal.begin(*attempt, options.operator_id);
+        terminal.note("attempt " + attempt->id());
+        const Judgement judgement = attempt->run(terminal);
         terminal.show(judgement);
         if (options.json) std::cout << to_json(judgement).dump() << std::endl;
         return exit_status(judgement.verdict);
@@ -187,10 +205,12 @@ int run_attempt(const RunOptions& options) {
 void add_run(CLI::App& app, int& status) {
     auto options = std::make_shared<RunOptions>();
     CLI::App* command = app.add_subcommand("run", "Test one board");
-    command->add_option("--plan", options->plan, "Plan of the model")
-        ->required()
-        ->check(CLI::ExistingFile);
-    command->add_option("--serial", options->serial, "Serial number of the board")->required();
+    command->add_option("--plan", options->plan, "Plan of the model")->check(CLI::ExistingFile);
+    command->add_option("--serial", options->serial, "Serial number of the board");
+    command->add_option("--resume", options->resume, "Go on with the journal of a killed station")
+        ->check(CLI::ExistingFile)
+        ->excludes("--plan")
+        ->excludes("--serial");
     command->add_option("--operator", options->operator_id, "Who tests it")->required();
     command->add_option("--answer", options->answers, "QUESTION=yes|no|unsure, given beforehand");
     command->add_option("--dictionary", options->dictionary, "Fault dictionary, for the causes")

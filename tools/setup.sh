@@ -20,12 +20,16 @@ is_installed() {
     libtomlplusplus-dev) has_header toml++/toml.h ;;
     libcli11-dev) has_header CLI/CLI.hpp ;;
     nlohmann-json3-dev) has_header nlohmann/json.hpp ;;
+    libssl-dev) has_header openssl/evp.h ;;
+    openssh-server) [ -x /usr/sbin/sshd ] ;;
+    openssh-client) has_command ssh && has_command ssh-keygen ;;
     libgmock-dev) has_header gmock/gmock.h ;;
     *) echo "setup: unknown package $1" >&2; exit 1 ;;
     esac
 }
 
 simulator_packages="g++ cmake ninja-build libtomlplusplus-dev libcli11-dev nlohmann-json3-dev"
+station_packages="libssl-dev"
 
 # need PACKAGE...: installs what is missing on Debian and Ubuntu, as root or through sudo.
 need() {

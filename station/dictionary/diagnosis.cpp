@@ -253,9 +253,10 @@ std::function<void(Judgement&, const Evidence&)> diagnosis_by(const std::string&
                                                               const Plan& plan) {
     if (file.empty()) return nullptr;
     auto dictionary = std::make_shared<Dictionary>(parse_dictionary(read_file(file), file));
-    insist_on_plan(*dictionary, plan.sha256);
+    if (!plan.sha256.empty()) insist_on_plan(*dictionary, plan.sha256);
     return [dictionary](Judgement& judgement, const Evidence& evidence) {
-        diagnose(*dictionary, judgement, evidence);
+        if (judgement.plan_sha256 == dictionary->plan_sha256)
+            diagnose(*dictionary, judgement, evidence);
     };
 }
 

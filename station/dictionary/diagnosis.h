@@ -39,7 +39,8 @@ nlohmann::ordered_json to_json(const std::vector<Cause>& causes);
 void diagnose(const Dictionary& dictionary, Judgement& judgement, const Evidence& evidence);
 
 // diagnose() with the dictionary of this file, which is read now; "" = none. Throws DictionaryError,
-// also when it was made for another plan.
+// also when it was made for another plan. A plan that is not known yet has no SHA-256: an attempt
+// with another one then gets no causes.
 std::function<void(Judgement&, const Evidence&)> diagnosis_by(const std::string& file,
                                                               const Plan& plan);
 
