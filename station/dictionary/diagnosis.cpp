@@ -26,13 +26,14 @@ struct Candidate {
 };
 
 double likelihood_of(const Signature& signature) {
-    return kForLikelihood * signature.defects.front().kind->likelihood;
+    return kForLikelihood * signature.defects.front().likelihood();
 }
 
 bool comes_before(const Candidate& a, const Candidate& b) { return a.rank < b.rank; }
 
 std::vector<Candidate> singles(const std::vector<Compared>& compared) {
     std::vector<Candidate> found;
+    found.reserve(compared.size());
     for (const Compared& each : compared)
         found.push_back({each.signature, nullptr, each.fit.share(),
                          each.fit.cost() - likelihood_of(*each.signature)});
@@ -50,6 +51,7 @@ std::vector<double> costs_alone(const std::vector<Compared>& compared) {
         place->second = std::min(place->second, each.fit.cost());
     }
     std::vector<double> costs;
+    costs.reserve(causes.size());
     for (const std::string& cause : causes)
         costs.push_back(least.at(cause));
     return costs;

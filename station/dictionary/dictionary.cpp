@@ -34,8 +34,13 @@ void add_texts(const SimulatedAttempt& attempt, std::map<std::string, std::strin
         }
 }
 
+bool is_number(const std::string& text) {
+    return !text.empty() && text.size() < 9
+           && text.find_first_not_of("0123456789") == std::string::npos;
+}
+
 bool likelier(const KnownDefect& a, const KnownDefect& b) {
-    return a.kind->likelihood > b.kind->likelihood;
+    return a.likelihood() > b.likelihood();
 }
 
 }  // namespace
@@ -45,6 +50,12 @@ std::string KnownDefect::cause() const {
     for (const std::string& place : places)
         text += " " + place;
     return text;
+}
+
+int KnownDefect::likelihood() const {
+    const bool two = places.size() == 2 && is_number(places[0]) && is_number(places[1]);
+    if (!two || std::abs(std::stoi(places[0]) - std::stoi(places[1])) == 1) return kind->likelihood;
+    return kind->likelihood - 1;
 }
 
 std::size_t Dictionary::defects() const {
