@@ -63,6 +63,29 @@ class Judge {
         judgement_.plan_name = plan_.name;
         judgement_.plan_revision = plan_.revision;
         judgement_.plan_sha256 = plan_.sha256;
+        fill_board();
+    }
+
+    // What the agent says of itself and the board at the first command.
+    void fill_board() {
+        for (const BoardEvent& event : journal_.events) {
+            if (event.kind != BoardEvent::Kind::start || event.command != 1) continue;
+            judgement_.agent = text_of(event.fields, "agent");
+            if (event.fields.contains("program")) {
+                judgement_.q7_sha256 = text_of(event.fields["program"], "sha256");
+            }
+            const auto found = event.fields.find("addresses");
+            if (!plan_.addresses_unique || found == event.fields.end()) return;
+            for (const auto& address : *found) {
+                if (address.is_string()) judgement_.addresses.push_back(address);
+            }
+            return;
+        }
+    }
+
+    static string text_of(const nlohmann::json& object, const char* name) {
+        const auto found = object.is_object() ? object.find(name) : object.end();
+        return found != object.end() && found->is_string() ? found->get<string>() : string();
     }
 
     string prefix_of(std::size_t command) const {
@@ -230,9 +253,14 @@ class Judge {
         reason.fact = rule.fact;
         reason.unit = known == nullptr ? "" : known->unit;
         reason.wanted = wanted_text(rule, reason.unit);
+        set_range(reason, rule);
     }
 
     void judge_fact(const Fact& fact, const Rule& rule, const string& owner) {
+        const auto* number = std::get_if<std::int64_t>(&fact.value);
+        if (number != nullptr && rule.min && rule.max) {
+            judgement_.measurements.push_back({fact.name, fact.unit, *number});
+        }
         if (fits(rule, fact.value)) {
             ++judgement_.facts_good;
             return;
@@ -240,7 +268,14 @@ class Judge {
         ++judgement_.facts_wrong;
         // A step that did not run was not tested: that is no fault of the board.
         const Verdict verdict = is_list_of_steps(fact) ? Verdict::not_proven : Verdict::fail;
-        fill(give(owner, "wrong", verdict, fact.line), fact, wanted_text(rule, fact.unit));
+        Reason& reason = give(owner, "wrong", verdict, fact.line);
+        fill(reason, fact, wanted_text(rule, fact.unit));
+        set_range(reason, rule);
+    }
+
+    static void set_range(Reason& reason, const Rule& rule) {
+        if (rule.min) reason.low = std::to_string(*rule.min);
+        if (rule.max) reason.high = std::to_string(*rule.max);
     }
 
     static bool is_list_of_steps(const Fact& fact) { return fact.name.ends_with("sequence.steps"); }
@@ -446,6 +481,8 @@ nlohmann::ordered_json reason_to_json(const Reason& reason) {
     if (!reason.value.empty() || !reason.fact.empty()) object["value"] = reason.value;
     if (!reason.wanted.empty()) object["wanted"] = reason.wanted;
     if (!reason.unit.empty()) object["unit"] = reason.unit;
+    if (!reason.low.empty()) object["low"] = reason.low;
+    if (!reason.high.empty()) object["high"] = reason.high;
     if (!reason.text.empty()) object["text"] = reason.text;
     object["line"] = reason.line;
     return object;
@@ -531,6 +568,15 @@ nlohmann::ordered_json to_json(const Judgement& judgement) {
                       {"sha256", judgement.plan_sha256}};
     object["journal"] = {{"lines", judgement.journal_lines}, {"sha256", judgement.journal_sha256}};
     object["program"] = kVersion;
+    object["shift"] = identity.shift.empty() ? Json(nullptr) : Json(identity.shift);
+    object["agent"] = judgement.agent;
+    object["q7"] = judgement.q7_sha256;
+    object["addresses"] = judgement.addresses;
+    object["drift"] = Json::array();
+    for (const Measurement& each : judgement.measurements) {
+        object["drift"].push_back(
+            {{"fact", each.fact}, {"value", each.value}, {"unit", each.unit}});
+    }
     return object;
 }
 

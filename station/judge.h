@@ -21,7 +21,8 @@ struct Reason {
     std::string code;  // stable, for translation; docs/station.md lists them
     Verdict verdict = Verdict::fail;
     std::string fact, value, wanted, unit, text;
-    int line = 0;  // of the journal; 0 = none
+    std::string low, high;  // where a range is wanted
+    int line = 0;           // of the journal; 0 = none
 };
 
 // A step of the plan, or "start", "summary", "end", "run", "identity", "transcript", "plan".
@@ -36,6 +37,12 @@ struct UnexplainedLine {
     std::string text;
 };
 
+// A fact for which the plan allows a range with both ends: its drift can be drawn.
+struct Measurement {
+    std::string fact, unit;
+    std::int64_t value = 0;
+};
+
 struct Judgement {
     Verdict verdict = Verdict::incomplete;
     std::vector<Item> items;
@@ -44,6 +51,9 @@ struct Judgement {
     std::string end_at, journal_sha256, plan_sha256, plan_name;
     int plan_revision = 0, journal_lines = 0;
     int facts_good = 0, facts_wrong = 0, facts_missing = 0;
+    std::vector<Measurement> measurements;
+    std::string agent, q7_sha256;        // the agent's version, the program on the board
+    std::vector<std::string> addresses;  // of its network, where the plan calls them unique
 
     const Item* item(std::string_view name) const;
 };

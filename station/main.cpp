@@ -8,6 +8,7 @@
 #include <exception>
 
 #include "station/commands.h"
+#include "station/index/commands.h"
 #include "station/version.h"
 
 int main(int argc, char** argv) {
@@ -20,6 +21,7 @@ int main(int argc, char** argv) {
     station::add_rejudge(app, status);
     station::add_replay(app, status);
     station::add_run(app, status);
+    station::index::add_commands(app, status);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

@@ -12,6 +12,9 @@
 
 #include "station/attempt.h"
 #include "station/commands.h"
+#include "station/hooks.h"
+#include "station/index/index.h"
+#include "station/index/outbox.h"
 #include "station/progress.h"
 #include "station/text.h"
 
@@ -25,6 +28,7 @@ volatile std::sig_atomic_t interrupted = 0;
 struct RunOptions {
     string plan, serial, operator_id, journals = "journals", station = "1", mark = "production";
     string resume;
+    string index, before, after;  // empty = none
     std::vector<string> answers, words;
     bool json = false;
 };
@@ -172,18 +176,85 @@ void watch_interrupts() {
     ::signal(SIGPIPE, SIG_IGN);
 }
 
+std::filesystem::path unsent_folder(const RunOptions& options) {
+    return std::filesystem::path(options.journals) / "unsent";
+}
+
+// Asks the index for the number of the attempt and for network addresses. The folder of journals
+// answers for what the index does not have.
+void ask_index(AttemptSetup& setup, const RunOptions& options) {
+    if (options.index.empty()) return;
+    const string serial =
+        options.resume.empty() ? options.serial : read_journal(options.resume).identity.serial;
+    try {
+        const auto index = std::make_shared<index::Index>(options.index);
+        setup.identity.attempt = static_cast<int>(index->next_attempt(serial, setup.plan.model));
+        setup.serials_of_address = [index, options, serial](const string& address) {
+            try {
+                if (index::count_waiting(unsent_folder(options)) == 0) {
+                    return index->other_serials(address, serial);
+                }
+            } catch (const std::exception& error) {
+                std::fprintf(stderr, "q7-station: %s\n", error.what());
+            }
+            return serials_in_folder(options.journals, address, serial);
+        };
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "q7-station: %s\n", error.what());
+    }
+}
+
+// Throws std::runtime_error when the factory's command refuses the start.
+void ask_factory(const AttemptSetup& setup, const RunOptions& options) {
+    if (options.before.empty() || !options.resume.empty()) return;
+    const nlohmann::ordered_json about{
+        {"serial", options.serial},   {"model", setup.plan.model},
+        {"station", options.station}, {"operator", options.operator_id},
+        {"mark", options.mark},       {"plan", setup.plan.sha256}};
+    const HookResult result = run_hook(options.before, about.dump() + "\n");
+    if (!result.agrees()) {
+        throw std::runtime_error(
+            "the factory refuses the start: "
+            + (result.end == HookResult::End::late ? "no answer in time" : result.said));
+    }
+}
+
+// Returns when the attempt is in the index or its copy waits for it.
+void keep_in_index(const Judgement& judgement, const RunOptions& options, Terminal& terminal) {
+    if (options.index.empty()) return;
+    index::Outbox outbox(unsent_folder(options), options.index);
+    const auto stored = outbox.store(index::record_of(judgement));
+    terminal.note(stored.committed
+                      ? "in the index, unsent " + std::to_string(stored.unsent)
+                      : "not in the index yet, unsent " + std::to_string(stored.unsent));
+}
+
+void tell_factory(const string& judgement, const RunOptions& options) {
+    if (options.after.empty()) return;
+    const HookResult result = run_hook(options.after, judgement + "\n");
+    if (!result.agrees()) {
+        std::fprintf(stderr, "q7-station: the command after the verdict failed: %s\n",
+                     result.said.c_str());
+    }
+}
+
 int run_attempt(const RunOptions& options) {
     AttemptSetup setup = make_setup(options);
     Terminal terminal(options.json);
     setup.somebody_answers = terminal.has_person();
+    ask_factory(setup, options);
+    ask_index(setup, options);
     watch_interrupts();
     try {
         const std::unique_ptr<Attempt> attempt = open_attempt(options, std::move(setup));
         terminal.begin(*attempt, options.operator_id);
         terminal.note("attempt " + attempt->id());
         const Judgement judgement = attempt->run(terminal);
+        keep_in_index(judgement, options, terminal);
         terminal.show(judgement);
-        if (options.json) std::cout << to_json(judgement).dump() << std::endl;
+        const string json = to_json(judgement).dump();
+        tell_factory(json, options);
+        if (options.json) std::cout << json << std::endl;
         return exit_status(judgement.verdict);
     } catch (const std::system_error& error) {
         std::fprintf(stderr, "q7-station: the attempt cannot be kept, so there is no verdict: %s\n",
@@ -207,6 +278,11 @@ void add_run(CLI::App& app, int& status) {
     command->add_option("--answer", options->answers, "QUESTION=yes|no|unsure, given beforehand");
     command->add_option("--journals", options->journals, "Folder of the journals")
         ->capture_default_str();
+    command->add_option("--index", options->index,
+                        "Index that keeps the attempt too: a file, or postgresql://...");
+    command->add_option("--before", options->before,
+                        "The factory's command that may refuse the start");
+    command->add_option("--after", options->after, "The factory's command after the verdict");
     command->add_option("--station", options->station, "Name of this station")
         ->capture_default_str();
     command->add_option("--mark", options->mark, "What the attempt is for")

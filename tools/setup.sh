@@ -24,12 +24,14 @@ is_installed() {
     openssh-server) [ -x /usr/sbin/sshd ] ;;
     openssh-client) has_command ssh && has_command ssh-keygen ;;
     libgmock-dev) has_header gmock/gmock.h ;;
+    libsoci-dev) has_header soci/soci-config.h ;;
+    postgresql) compgen -G '/usr/lib/postgresql/*/bin/postgres' >/dev/null ;;
     *) echo "setup: unknown package $1" >&2; exit 1 ;;
     esac
 }
 
 simulator_packages="g++ cmake ninja-build libtomlplusplus-dev libcli11-dev nlohmann-json3-dev"
-station_packages="libssl-dev"
+station_packages="libssl-dev libsoci-dev"
 
 # need PACKAGE...: installs what is missing on Debian and Ubuntu, as root or through sudo.
 need() {
@@ -50,7 +52,21 @@ need() {
         as_root=(sudo)
     fi
     echo "Installing ${missing[*]}" >&2
+    case " ${missing[*]} " in
+    *" postgresql "*) install_server_alone ;;
+    esac
     install_packages "${missing[@]}"
+}
+
+# Installs PostgreSQL without the cluster that its package makes and starts: the checks start one
+# of their own. The package's setting stays as it was.
+install_server_alone() {
+    local settings=/etc/postgresql-common/createcluster.conf
+    install_packages postgresql-common
+    grep -q '^#create_main_cluster = true' "$settings" || return 0
+    "${as_root[@]}" sed -i 's/^#create_main_cluster = true/create_main_cluster = false/' "$settings"
+    install_packages postgresql
+    "${as_root[@]}" sed -i 's/^create_main_cluster = false/#create_main_cluster = true/' "$settings"
 }
 
 # install_packages PACKAGE...: as root, or with the words of the array as_root in front. A package
