@@ -132,7 +132,7 @@ TEST(Program, SimulatorsReportsHaveTheReaderOfARealFifo) {
     got = read_by("head -c 100", "--pace 100");  // it leaves, and q7 goes on
     EXPECT_EQ(got.status, 0);
     EXPECT_THAT(got.out, HasSubstr("write error file = q7 ,line"));
-    std::ofstream(board) << "base = 'healthy'\nfifo.leaves_at = 5\n";
+    std::ofstream(board) << "base = 'healthy'\n[[changes]]\nat = 5\nfifo.reader = false\n";
     got = q7_sim("--board " + board + " --fifo " + fifo + " netQ7test");
     EXPECT_EQ(got.status, 2);
     EXPECT_THAT(got.err, HasSubstr("is a FIFO with a reader of its own"));

@@ -324,6 +324,47 @@ faults = [{call = 'open', path = '/dav0/zeb321.bin', nth = 2, errno = 'EACCES'},
     EXPECT_EQ(got.console, "3 -1 EACCES 4 5 4 3 3 EACCES");
 }
 
+// By time, once and again, and by the n-th call; in every process of the run.
+TEST(Simulation, ChangesComeWhenTheirTriggerDoes) {
+    const char* board = R"(
+control = {present = true, high_lines = []}
+disks.sda = {}
+[[changes]]
+at = 1
+every = 2
+control.high_lines = [7]
+[[changes]]
+at = 2
+every = 2
+control.high_lines = []
+[[changes]]
+call = "ioctl"
+request = 0x1260
+nth = 2
+disks.sda.present = false)";
+    const Outcome got = run_on(board, [] {
+        const int control = platform::open("/dev/zebio", O_RDWR);
+        const int disk = platform::open("/dev/sda", O_RDONLY);
+        platform::ioctl_value(control, 0x03, 7 | 1 << 8);
+        unsigned long sectors = 0;
+        for (int i = 0; i < 2; ++i)
+            show(platform::ioctl(disk, 0x1260, &sectors));
+        show(platform::open("/dev/sda", O_RDONLY));
+        if (platform::fork() == 0) {
+            platform::sleep_ms(500);
+            for (int i = 0; i < 4; ++i) {
+                show(platform::ioctl_value(control, 0x06, 7));
+                platform::sleep_ms(1000);
+            }
+            platform::exit_at_once(0);
+        }
+        platform::sleep_ms(9000);
+    });
+    EXPECT_EQ(got.console, "0 -1 ENODEV -1 ENOENT 0 1 0 1 ");
+    EXPECT_EQ(got.world->changes[0].came, 5u);
+    EXPECT_EQ(got.changes("change", "board:12").size(), 1u);
+}
+
 TEST(Simulation, ConsoleGivesALineAtATimeAndThenItsEnd) {
     const char* board = R"(operator.lines = [
     {at = 1, text = "one\n"}, {at = 1, text = "a line of more than eight\n"}, {at = 2, text = ""}])";

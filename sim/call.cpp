@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "sim/change.h"
 #include "sim/clock.h"
 #include "sim/event_log.h"
 #include "sim/process.h"
@@ -76,6 +77,7 @@ Call::Call(const char* function, Fd fd, std::int64_t argument, std::uint32_t req
 }
 
 void Call::begin() {
+    make_changes_of_call(*event_);
     fault_ = matching_fault(*event_);
     if (fault_ == nullptr) return;
     if (fault_->effect == Fault::Effect::interrupt) interrupt_all();

@@ -42,6 +42,10 @@ class Device {
     // itself.
     virtual Microseconds ready_at(const OpenFile&, Direction) const;
 
+    // When it does something by itself, and what.
+    virtual Microseconds acts_at() const { return kNever; }
+    virtual void act() const {}
+
     // Appends the names of its nodes in /dev, in directory order.
     virtual void list(std::vector<std::string>&) const {}
 
@@ -52,6 +56,8 @@ class Device {
 // The device table. Rows are named by number in OpenFile::device.
 const Device& device(int row);
 void start_devices();
+Microseconds next_act_at();
+void act_devices();                                  // those that are due
 std::vector<std::string> list_nodes();               // of /dev
 int find_device(std::string_view path, int* index);  // row, or -1: the board has no such path
 

@@ -186,6 +186,7 @@ void describe_image(Keys& keys, std::string& bytes) {
 }
 
 void describe(Keys& keys, Bridge& bridge, const std::string& folder) {
+    keys.start_only({"flash", "from", "image", "protection", "save"});
     keys.key("presence", bridge.registers.at(0xFC00), "register 0xFC00; 0x8F or 0xF8 = it answers");
     keys.key("revision", bridge.registers.at(0xFC03), "register 0xFC03");
     keys.key("bonding_high", bridge.registers.at(0xFAFD), "register 0xFAFD");

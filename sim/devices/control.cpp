@@ -76,6 +76,15 @@ class ControlNode final : public Device {
         return scenario->control.present && path == "/dev/zebio" ? 0 : -1;
     }
 
+    Microseconds acts_at() const override { return world->control.watchdog_expires; }
+
+    void act() const override {
+        world->control.watchdog_expires = kNever;
+        note("watchdog", "expired: the board restarts");
+        world->restarted = true;
+        stop_run("the watchdog restarted the board in the middle of the run");
+    }
+
     void list(std::vector<std::string>& names) const override {
         if (scenario->control.present) names.push_back("zebio");
     }

@@ -67,6 +67,7 @@ class DiskNodes final : public Device {
 
     long ioctl(OpenFile& file, std::uint32_t request, Argument argument) const override {
         const Disk& disk = disk_at(file.index);
+        if (!disk.present) return -ENODEV;  // it was pulled
         switch (request) {
         case 0x031F:
             return identify(disk, static_cast<std::uint8_t*>(argument.block));

@@ -1,8 +1,9 @@
 // The report FIFO, /var/q7.fifo, and its reader.
 //
-// The reader takes each record at once. From the record at which it stalls it takes none any
-// more: the pipe fills up to 65,536 bytes, then a write fails with EAGAIN. At the record at which
-// it leaves it closes its end: that write, and each after it, fails with EPIPE and SIGPIPE.
+// The reader takes each record at once. While it does not read, the pipe fills up to 65,536 bytes,
+// and then a write fails with EAGAIN. When it has gone, a write fails with EPIPE and SIGPIPE.
+//
+// A FIFO of the host can take its place: then q7 gets what the host says.
 #include "sim/devices/fifo.h"
 
 #include <fcntl.h>
@@ -25,8 +26,6 @@ bool host_has_reader() {
     return ::poll(&file, 1, 0) >= 0 && (file.revents & POLLERR) == 0;
 }
 
-bool reached(std::uint32_t record) { return record != 0 && world->fifo.records + 1 >= record; }
-
 class Fifo final : public Device {
   public:
     int find(std::string_view path) const override {
@@ -44,16 +43,17 @@ class Fifo final : public Device {
             const ssize_t count = ::write(host_fifo, data, size);
             return count < 0 ? -errno : count;
         }
-        ReportFifo& fifo = world->fifo;
-        if (reached(scenario->fifo.leaves_at)) {
+        std::uint32_t& unread = world->fifo.unread;
+        if (!scenario->fifo.reader) {
             ::raise(SIGPIPE);
             return -EPIPE;
         }
-        if (reached(scenario->fifo.stalls_at)) {
-            if (size > kPipeCapacity - scenario->fifo.unread - fifo.unread) return -EAGAIN;
-            fifo.unread += static_cast<std::uint32_t>(size);
+        if (scenario->fifo.reading) {
+            unread = 0;
+        } else {
+            if (size > kPipeCapacity - scenario->fifo.unread - unread) return -EAGAIN;
+            unread += static_cast<std::uint32_t>(size);
         }
-        ++fifo.records;
         return static_cast<long>(size);
     }
 };
@@ -69,10 +69,8 @@ void use_host_fifo(int fd) { host_fifo = fd; }
 void describe(Keys& keys, FifoReader& fifo) {
     keys.key("present", fifo.fifo, "/var/q7.fifo exists");
     keys.key("reader", fifo.reader, "a service has it open for reading");
-    keys.key("stalls_at", fifo.stalls_at, "record from which it reads no more; 0 = never");
-    keys.key("leaves_at", fifo.leaves_at, "record at which it closes its end; 0 = never");
-    keys.key("unread", fifo.unread, "bytes that lie in the pipe when it stalls", {0, 65'536});
-    keys.only_if(fifo.stalls_at != 0, {"unread"}, "stalls_at");
+    keys.key("reading", fifo.reading, "and reads what comes; else the pipe fills up");
+    keys.key("unread", fifo.unread, "bytes that lie in the pipe when it does not", {0, 65'536});
 }
 
 }  // namespace sim

@@ -13,12 +13,10 @@ namespace sim {
 
 class Keys;
 
-constexpr double kNeverSeconds = 1e9;
-
 struct SerialPort {
     bool present = false;
-    bool blocked = false;             // takes no byte
-    double hangs_up = kNeverSeconds;  // from then on reads give 0 bytes and writes EIO
+    bool blocked = false;  // takes no byte
+    bool hung_up = false;  // reads give 0 bytes and writes EIO
 };
 void describe(Keys& keys, SerialPort& port);
 

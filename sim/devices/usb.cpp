@@ -21,23 +21,21 @@ constexpr int kFirstMouse = 1000, kFirstDevice = 2000;
 constexpr std::string_view kMouse = "/dev/input/mouse";
 constexpr std::string_view kTree = "/sys/bus/usb/devices/";
 
-bool is_present(const Presence& presence) {
-    const std::uint32_t scan = std::max(world->usb.scans, 1u);
-    return scan >= presence.from_scan && (presence.until_scan == 0 || scan < presence.until_scan);
-}
-
-template <class Item, class Matches>
-int place_of(const std::vector<Item>& items, Matches matches) {
-    const auto found = std::find_if(items.begin(), items.end(), [&](const Item& item) {
-        return is_present(item.presence) && matches(item);
-    });
-    return found == items.end() ? -1 : static_cast<int>(found - items.begin());
+// The place of what is present under this name; -1 = nothing is.
+template <class Item>
+int place_of(const std::map<std::string, Item>& items, std::string_view name) {
+    const auto found = items.find(std::string(name));
+    if (found == items.end() || !found->second.present) return -1;
+    return static_cast<int>(std::distance(items.begin(), found));
 }
 
 int disk_at(std::string_view path) {
-    return place_of(scenario->usb.disks,
-                    [&](const UsbDisk& disk) { return path == "/dev/" + disk.node; });
+    constexpr std::string_view kFolder = "/dev/";
+    return path.starts_with(kFolder) ? place_of(scenario->usb.disks, path.substr(kFolder.size()))
+                                     : -1;
 }
+
+const UsbDisk& disk(int place) { return std::next(scenario->usb.disks.begin(), place)->second; }
 
 class UsbNodes final : public Device {
   public:
@@ -54,18 +52,15 @@ class UsbNodes final : public Device {
                        : -1;
         }
         if (path.substr(0, kTree.size()) == kTree) {
-            const int place = place_of(scenario->usb.devices, [&](const UsbDevice& device) {
-                return path.substr(kTree.size()) == device.name;
-            });
+            const int place = place_of(scenario->usb.devices, path.substr(kTree.size()));
             return place < 0 ? -1 : kFirstDevice + place;
         }
         return disk_at(path);
     }
 
     void list(std::vector<std::string>& names) const override {
-        for (const UsbDisk& disk : scenario->usb.disks) {
-            if (is_present(disk.presence)) names.push_back(disk.node);
-        }
+        for (const auto& [node, stick] : scenario->usb.disks)
+            if (stick.present) names.push_back(node);
     }
 };
 
@@ -78,31 +73,8 @@ MountPoint* point_at(std::string_view path) {
     return nullptr;
 }
 
-bool are_digits(std::string_view text) { return std::all_of(text.begin(), text.end(), is_digit); }
-
-bool is_stick(const std::string& name) {
-    return name.size() > 2 && name.size() < 8 && name.starts_with("ms") && is_letter(name[2])
-           && are_digits(std::string_view(name).substr(3));
-}
-
-bool is_usb_device(const std::string& name) {
-    const std::string form = "0-0:0.0";
-    return name.size() == form.size()
-           && std::equal(name.begin(), name.end(), form.begin(), [](char said, char meant) {
-                  return meant == '0' ? is_digit(said) : said == meant;
-              });
-}
-
-void describe_presence(Keys& keys, Presence& presence) {
-    keys.key("from_scan", presence.from_scan, "scan of /dev from which on it is there");
-    keys.key("until_scan", presence.until_scan, "scan from which on it is not; 0 = stays");
-}
-
 void describe_disk(Keys& keys, UsbDisk& disk) {
-    keys.key("node",
-             matching(disk.node, "ms, a letter and perhaps a number, such as \"msa1\"", is_stick),
-             "its name in /dev");
-    describe_presence(keys, disk.presence);
+    keys.key("present", disk.present, "it is plugged in");
     keys.key("mount",
              choice(disk.mount, {{"works", UsbDisk::Mount::works},
                                  {"by shell", UsbDisk::Mount::by_shell},
@@ -113,11 +85,11 @@ void describe_disk(Keys& keys, UsbDisk& disk) {
 }
 
 void describe_device(Keys& keys, UsbDevice& device) {
-    keys.key("name",
-             matching(device.name, "bus, port and interface, such as \"4-1:1.0\"", is_usb_device),
-             "in /sys/bus/usb/devices");
-    describe_presence(keys, device.presence);
+    keys.key("present", device.present, "it is plugged in");
 }
+
+constexpr Names kSticks{"NODE", "ms[a-z] ms[a-z][0-9]"};
+constexpr Names kDevices{"NAME", "[0-9]-[0-9]:[0-9].[0-9]"};
 
 }  // namespace
 
@@ -145,15 +117,15 @@ long remove_directory(std::string_view path) {
 long mount_disk(std::string_view device, std::string_view directory, std::string_view type,
                 bool by_shell) {
     MountPoint* point = point_at(directory);
-    const int disk = disk_at(device);
-    if (point == nullptr || disk < 0) return -ENOENT;
+    const int place = disk_at(device);
+    if (point == nullptr || place < 0) return -ENOENT;
     if (point->disk >= 0) return -EBUSY;
     if (type != "vfat") return -ENODEV;
-    const UsbDisk::Mount mount = scenario->usb.disks[static_cast<std::size_t>(disk)].mount;
+    const UsbDisk::Mount mount = disk(place).mount;
     if (mount == UsbDisk::Mount::never || (mount == UsbDisk::Mount::by_shell && !by_shell)) {
         return -EINVAL;
     }
-    point->disk = static_cast<std::int16_t>(disk);
+    point->disk = static_cast<std::int16_t>(place);
     return 0;
 }
 
@@ -172,9 +144,9 @@ long statistics(std::string_view path, struct statfs& statistics) {
     statistics.f_bsize = 1024;
     statistics.f_bfree = static_cast<fsblkcnt_t>(scenario->usb.host_free_blocks);
     if (point->disk < 0) return 0;
-    const UsbDisk& disk = scenario->usb.disks[static_cast<std::size_t>(point->disk)];
-    statistics.f_bsize = static_cast<decltype(statistics.f_bsize)>(disk.block_size);
-    statistics.f_bfree = disk.free_blocks;
+    const UsbDisk& stick = disk(point->disk);
+    statistics.f_bsize = static_cast<decltype(statistics.f_bsize)>(stick.block_size);
+    statistics.f_bfree = stick.free_blocks;
     return 0;
 }
 
@@ -197,15 +169,15 @@ int run_shell(std::string_view command) {
 }
 
 void describe(Keys& keys, Usb& usb) {
-    keys.list("disks", usb.disks, describe_disk, kMostSticks);
-    keys.list("devices", usb.devices, describe_device, kMostSticks);
+    keys.start_only({"directories"});
+    keys.named("disks", kSticks, usb.disks, describe_disk);
+    keys.named("devices", kDevices, usb.devices, describe_device);
     keys.key("mice", usb.mice, "nodes /dev/input/mouse0 and up", {0, 10});
     keys.key("directories", usb.directories, "directories under /mnt, left from earlier");
     for (const std::string& path : usb.directories) {
-        if (!path.starts_with("/mnt/") || path.find('/', 5) != std::string::npos
-            || usb.directories.size() > kMostDirectories)
+        if (!matches("/mnt/*", path) || usb.directories.size() > kMostDirectories)
             throw ScenarioError(keys.place_of("directories") + ": directories takes at most "
-                                + std::to_string(kMostDirectories) + " paths under /mnt and not \""
+                                + std::to_string(kMostDirectories) + " paths /mnt/NAME and not \""
                                 + path + "\"");
     }
     keys.key("mount_time", usb.mount_time, "seconds that a mount takes");

@@ -5,6 +5,7 @@
 #include <unistd.h>
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -75,7 +76,8 @@ Options parse_options(int argc, char** argv) {
     app.footer(
         "The first word that is none of these begins q7's own arguments; what follows -- is not\n"
         "looked at. Exit status: that of q7; 2 for bad arguments or a bad scenario, 120 for a run\n"
-        "that had to be stopped, 121 with --strict for a fault that never came.\n"
+        "that had to be stopped, 121 with --strict for a fault or change that\n"
+        "never came.\n"
         "With --pace at a terminal these keys drive the panel, besides the arrows, Esc, F1 and "
         "F2:\n"
         + sim::panel_key_help());
@@ -100,7 +102,7 @@ Options parse_options(int argc, char** argv) {
                    "run's reader")
         ->type_name("FILE");
     app.add_flag("--strict", options.strict,
-                 "End with 121 when a fault of the scenario never came");
+                 "End with 121 when a fault or change of the scenario never came");
     app.add_flag("--gbk", options.gbk, "Leave q7's texts in GBK");
     app.add_flag("--list", list, "Show the built-in boards");
     app.add_flag("--keys", keys, "Show every key of a scenario file");
@@ -140,6 +142,14 @@ int open_fifo(const std::string& path) {
     return fifo;
 }
 
+bool changes_the_reader(sim::Board board) {
+    const sim::FifoReader before = board.fifo;
+    return std::any_of(board.changes.begin(), board.changes.end(), [&](const sim::Change& change) {
+        change.apply(board);
+        return board.fifo.reader != before.reader || board.fifo.reading != before.reading;
+    });
+}
+
 Records open_records(const std::string& path, const sim::Board& board) {
     Records records;
     if (!std::filesystem::is_fifo(path)) {
@@ -147,7 +157,7 @@ Records open_records(const std::string& path, const sim::Board& board) {
         return records;
     }
     const sim::FifoReader& reader = board.fifo;
-    if (!reader.reader || reader.stalls_at != 0 || reader.leaves_at != 0)
+    if (!reader.reader || !reader.reading || changes_the_reader(board))
         refuse(path
                + " is a FIFO with a reader of its own, and the scenario describes one as well");
     records.fifo = open_fifo(path);
@@ -173,7 +183,7 @@ sim::Live live(const Options& options, sim::Screen& screen, sim::Keyboard& keybo
     live.inputs.emplace_back(interrupts, [interrupts] {
         signalfd_siginfo info;
         if (::read(interrupts, &info, sizeof info) == sizeof info) {
-            sim::world->typed_interrupt = sim::world->now;
+            sim::type_interrupt();
         }
         return true;
     });
@@ -230,17 +240,28 @@ int end_like(const sim::Outcome& outcome) {
     return 128 + outcome.signal;
 }
 
-// What the scenario said and the run did not show; whether there was any.
+// What the scenario itself said and the run did not show; whether there was any. What it has from
+// a base, or what a built-in board says, may be meant for another command.
 bool tell_what_never_came(const sim::Board& board, const sim::World& state) {
     bool any = false;
-    for (std::size_t i = 0; i < board.faults.size(); ++i) {
-        const sim::Fault& fault = board.faults[i];
-        const std::uint32_t matches = state.fault_matches[i];
-        if (matches >= fault.nth) continue;
-        std::fprintf(stderr,
-                     "q7-sim: %s: this fault never came: %u calls matched, it waits for %u\n",
-                     fault.place.c_str(), matches, fault.nth);
+    const auto tell = [&](const sim::Match& what, const char* kind, std::uint32_t matches,
+                          bool waits_for_calls) {
+        if (board.file.empty() || !what.place.starts_with(board.file + ":")) return;
         any = true;
+        std::fprintf(stderr, "q7-sim: %s: this %s never came", what.place.c_str(), kind);
+        if (waits_for_calls)
+            std::fprintf(stderr, ": %u calls matched, it waits for %u", matches, what.nth);
+        std::fputc('\n', stderr);
+    };
+    for (std::size_t i = 0; i < board.faults.size(); ++i) {
+        const std::uint32_t matches = state.fault_matches[i];
+        if (matches < board.faults[i].nth) tell(board.faults[i], "fault", matches, true);
+    }
+    for (std::size_t i = 0; i < board.changes.size(); ++i) {
+        const sim::Change& change = board.changes[i];
+        if (state.changes[i].came > 0) continue;
+        tell(change, "change", state.changes[i].matches,
+             change.trigger == sim::Change::Trigger::call);
     }
     return any;
 }
