@@ -116,7 +116,7 @@ TEST(UsbTest, ShellIsAskedWhereTheCallsFail) {
 // The shell ignores the interrupt that ends its command.
 TEST(UsbTest, DiskThatNothingMountsIsJudgedOnTheHostsFileSystem) {
     for (const std::string& changes :
-         {disks("msa1", "mount = 'never'"),
+         {disks("msa1", "mount = 'no file system'"),
           kMountedByShell + std::string("operator.interrupts = [2.45]")}) {
         const Outcome got = run("-o 7", changes);
         EXPECT_THAT(got.said(), StartsWith("/dev/msa1 剩余空间 = 92M\n"));

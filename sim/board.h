@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,7 @@
 #include "sim/devices/serial.h"
 #include "sim/devices/usb.h"
 #include "sim/fault.h"
+#include "sim/scenario/expect.h"
 #include "sim/scenario/node.h"
 
 namespace sim {
@@ -53,6 +55,7 @@ struct Board {
     Operator person;
     std::vector<Fault> faults;
     std::vector<Change> changes;
+    std::optional<Expect> expect;
 };
 
 extern const Board* scenario;  // of this run, as it is at present

@@ -35,6 +35,9 @@ class Device {
     virtual long read(OpenFile&, void*, std::size_t) const { return -EINVAL; }
     virtual long write(OpenFile&, const void*, std::size_t) const { return -EINVAL; }
     virtual long ioctl(OpenFile&, std::uint32_t /*request*/, Argument) const { return -ENOTTY; }
+    // Bytes of the block that a request takes and answers, for the event log.
+    virtual std::size_t sent_size(std::uint32_t /*request*/) const { return 0; }
+    virtual std::size_t answer_size(std::uint32_t /*request*/) const { return 0; }
     virtual std::int64_t size(int) const { return -1; }  // of a file that can be sought; -1 = none
     virtual termios* attributes(int) const { return nullptr; }  // of a serial line
 

@@ -47,12 +47,18 @@ std::string call_names() {
     return names;
 }
 
+std::uint32_t opcode_of(const Event& event) {
+    const std::string_view sent = world->log.sent(event);
+    return event.request == 0x197B && sent.size() > 1 ? static_cast<std::uint8_t>(sent[1]) : 0;
+}
+
 }  // namespace
 
 bool Match::concerns(const Event& event) const {
     return (call.empty() || call == event.function)
            && (path.empty() || path == world->log.path_of(event))
            && (request == 0 || request == event.request)
+           && (opcode == 0 || opcode == opcode_of(event))
            && (actor.empty() || actor == world->log.actor_of(event));
 }
 
@@ -68,6 +74,7 @@ void describe(Keys& keys, Match& match) {
     keys.key("path", match.path, "path that the call works on; \"\" = any");
     keys.key("actor", match.actor, "\"main\", \"thread1\", \"child1\" ...; \"\" = any");
     keys.key("request", match.request, "request of an ioctl; 0 = any");
+    keys.key("opcode", match.opcode, "opcode of a bridge request; 0 = any", {0, 255});
     keys.key("nth", match.nth, "which of the matching calls", {1});
     keys.only_if(match.call.empty() || match.call == "ioctl", {"request"}, "call = \"ioctl\"");
 }
@@ -79,18 +86,22 @@ void describe(Keys& keys, Fault& fault) {
         "effect",
         choice(fault.effect, {{"error", Fault::Effect::error},
                               {"short", Fault::Effect::shorten},
+                              {"value", Fault::Effect::value},
                               {"interrupt", Fault::Effect::interrupt},
                               {"power cut", Fault::Effect::power_cut}}),
-        "what happens: it fails, transfers `count` bytes at most, Ctrl-C comes, the power goes");
+        "what happens: it fails, transfers `count` bytes at most, returns `value`, Ctrl-C comes, "
+        "the power goes");
     keys.key("errno",
              Word{errno_names(), "\"EIO\"",
                   [&](const std::string& name) { return set_errno(fault.error, name); }},
              "with which it fails");
+    keys.key("value", fault.value, "that it returns, once it is carried out", {0, INT32_MAX});
     keys.key("count", fault.count, "bytes that a short transfer takes at most");
     const bool transfers = fault.call.empty() || fault.call == "read" || fault.call == "pread"
                            || fault.call == "write";
     keys.only_if(transfers, {"count"}, "call = \"read\", \"pread\" or \"write\"");
     keys.only_if(fault.effect == Fault::Effect::error, {"errno"}, "effect = \"error\"");
+    keys.only_if(fault.effect == Fault::Effect::value, {"value"}, "effect = \"value\"");
     keys.only_if(fault.effect == Fault::Effect::shorten, {"count"}, "effect = \"short\"");
 }
 

@@ -17,6 +17,7 @@ struct Match {
     std::string path;           // of the file or directory; empty = any
     std::string actor;          // "main", "thread1", "child1" ...; empty = any
     std::uint32_t request = 0;  // of an ioctl; 0 = any
+    std::uint32_t opcode = 0;   // of a bridge request: its byte 1; 0 = any
     std::uint32_t nth = 1;
     std::string place{};  // in the scenario: "board.toml:12"
 
@@ -26,11 +27,12 @@ void describe(Keys& keys, Match& match);
 
 // Takes the place of the call, or, from then on, of each.
 struct Fault : Match {
-    enum class Effect : std::uint8_t { error, shorten, interrupt, power_cut };
+    enum class Effect : std::uint8_t { error, shorten, value, interrupt, power_cut };
 
     bool onwards = false;
     Effect effect = Effect::error;
     int error = 5;            // errno, with Effect::error
+    long value = 0;           // that it returns, with Effect::value
     std::uint32_t count = 0;  // bytes that remain, with Effect::shorten
 };
 void describe(Keys& keys, Fault& fault);

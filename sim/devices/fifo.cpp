@@ -1,6 +1,6 @@
 // The report FIFO, /var/q7.fifo, and its reader.
 //
-// The reader takes each record at once. While it does not read, the pipe fills up to 65,536 bytes,
+// The reader takes each record at once. While it does not read, the pipe's 16 pages fill up,
 // and then a write fails with EAGAIN. When it has gone, a write fails with EPIPE and SIGPIPE.
 //
 // A FIFO of the host can take its place: then q7 gets what the host says.
@@ -17,13 +17,32 @@
 namespace sim {
 namespace {
 
-constexpr std::uint32_t kPipeCapacity = 65'536;
+constexpr std::uint32_t kPages = 16, kPageSize = 4096;  // of a pipe
 
 int host_fifo = -1;
 
 bool host_has_reader() {
     pollfd file{host_fifo, POLLOUT, 0};
     return ::poll(&file, 1, 0) >= 0 && (file.revents & POLLERR) == 0;
+}
+
+// A record that does not fit the rest of the last page begins a new one.
+bool has_room(std::uint32_t size) {
+    ReportFifo& fifo = world->fifo;
+    if (scenario->fifo.reading) fifo = {};
+    if (scenario->fifo.reading) return true;
+    if (fifo.pages == 0) {
+        fifo.pages = scenario->fifo.unread / kPageSize + 1;
+        fifo.last_page = scenario->fifo.unread % kPageSize;
+    }
+    if (fifo.last_page + size <= kPageSize && fifo.pages <= kPages) {
+        fifo.last_page += size;
+        return true;
+    }
+    if (fifo.pages >= kPages) return false;
+    ++fifo.pages;
+    fifo.last_page = size;
+    return true;
 }
 
 class Fifo final : public Device {
@@ -43,17 +62,11 @@ class Fifo final : public Device {
             const ssize_t count = ::write(host_fifo, data, size);
             return count < 0 ? -errno : count;
         }
-        std::uint32_t& unread = world->fifo.unread;
         if (!scenario->fifo.reader) {
             ::raise(SIGPIPE);
             return -EPIPE;
         }
-        if (scenario->fifo.reading) {
-            unread = 0;
-        } else {
-            if (size > kPipeCapacity - scenario->fifo.unread - unread) return -EAGAIN;
-            unread += static_cast<std::uint32_t>(size);
-        }
+        if (!has_room(static_cast<std::uint32_t>(size))) return -EAGAIN;
         return static_cast<long>(size);
     }
 };

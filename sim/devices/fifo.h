@@ -17,7 +17,7 @@ struct FifoReader {
 void describe(Keys& keys, FifoReader& fifo);
 
 struct ReportFifo {
-    std::uint32_t unread;  // bytes that lie in the pipe
+    std::uint32_t pages, last_page;  // in use, while nobody reads; bytes in the last of them
 };
 
 extern const Device& fifo_device;

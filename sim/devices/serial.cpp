@@ -33,12 +33,14 @@ Microseconds has_room_at(const SerialLine& line) {
 class SerialNode final : public Device {
   public:
     void start() const override {
-        for (SerialLine& line : world->lines) {
-            line.attributes.c_iflag = ICRNL | IXON;
-            line.attributes.c_oflag = OPOST | ONLCR;
-            line.attributes.c_cflag = CS8 | CREAD | HUPCL | B115200;
-            line.attributes.c_lflag = ISIG | ICANON | ECHO | ECHOE | ECHOK | IEXTEN;
-            line.attributes.c_cc[VMIN] = 1;
+        for (const int line : {kRs485Line, kPanelLine}) {
+            termios& attributes = world->lines[line].attributes;
+            attributes.c_iflag = port(line).iflag;
+            attributes.c_oflag = port(line).oflag;
+            attributes.c_cflag = port(line).cflag;
+            attributes.c_lflag = port(line).lflag;
+            attributes.c_cc[VMIN] = 1;
+            ::cfsetspeed(&attributes, port(line).cflag & CBAUD);
         }
     }
 
@@ -130,6 +132,11 @@ void arrive(int number, std::uint8_t byte, Microseconds at, std::uint32_t group_
 void describe(Keys& keys, SerialPort& port) {
     keys.key("present", port.present, "the serial port exists");
     keys.key("blocked", port.blocked, "the port takes no byte");
+    keys.start_only({"iflag", "oflag", "cflag", "lflag"});
+    keys.key("iflag", port.iflag, "input modes, as others left them");
+    keys.key("oflag", port.oflag, "output modes");
+    keys.key("cflag", port.cflag, "control modes, with the speed");
+    keys.key("lflag", port.lflag, "local modes");
     keys.key("hung_up", port.hung_up, "the line has hung up");
 }
 

@@ -6,8 +6,10 @@
 #include "sim/devices/usb.h"
 
 #include <sys/vfs.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 
 #include "sim/scenario/keys.h"
@@ -19,6 +21,7 @@ namespace {
 
 constexpr int kFirstMouse = 1000, kFirstDevice = 2000;
 constexpr std::string_view kMouse = "/dev/input/mouse";
+constexpr std::string_view kMnt = "/mnt/";
 constexpr std::string_view kTree = "/sys/bus/usb/devices/";
 
 // The place of what is present under this name; -1 = nothing is.
@@ -37,11 +40,26 @@ int disk_at(std::string_view path) {
 
 const UsbDisk& disk(int place) { return std::next(scenario->usb.disks.begin(), place)->second; }
 
+MountPoint* point_at(std::string_view path) {
+    for (MountPoint& point : world->usb.points) {
+        if (point.path != 0 && path == world->log.text + point.path) return &point;
+    }
+    return nullptr;
+}
+
 class UsbNodes final : public Device {
   public:
     void start() const override {
-        for (const std::string& path : scenario->usb.directories)
-            make_directory(path);
+        const Usb& usb = scenario->usb;
+        for (const auto* paths : {&usb.directories, &usb.files, &usb.mounted}) {
+            for (const std::string& path : *paths)
+                make_directory(path);
+        }
+        for (const std::string& path : usb.files)
+            point_at(path)->is_file = true;
+        for (const std::string& path : usb.mounted)
+            point_at(path)->disk =
+                static_cast<std::int16_t>(place_of(usb.disks, path.substr(kMnt.size())));
     }
 
     int find(std::string_view path) const override {
@@ -66,19 +84,13 @@ class UsbNodes final : public Device {
 
 const UsbNodes usb;
 
-MountPoint* point_at(std::string_view path) {
-    for (MountPoint& point : world->usb.points) {
-        if (point.path != 0 && path == world->log.text + point.path) return &point;
-    }
-    return nullptr;
-}
-
 void describe_disk(Keys& keys, UsbDisk& disk) {
     keys.key("present", disk.present, "it is plugged in");
     keys.key("mount",
              choice(disk.mount, {{"works", UsbDisk::Mount::works},
                                  {"by shell", UsbDisk::Mount::by_shell},
-                                 {"never", UsbDisk::Mount::never}}),
+                                 {"no file system", UsbDisk::Mount::no_file_system},
+                                 {"no driver", UsbDisk::Mount::no_driver}}),
              "what can mount it");
     keys.key("free_blocks", disk.free_blocks, "free blocks of its file system");
     keys.key("block_size", disk.block_size, "bytes in a block");
@@ -86,6 +98,16 @@ void describe_disk(Keys& keys, UsbDisk& disk) {
 
 void describe_device(Keys& keys, UsbDevice& device) {
     keys.key("present", device.present, "it is plugged in");
+}
+
+void describe_left(Keys& keys, const char* key, std::set<std::string>& paths, const char* meaning) {
+    keys.key(key, paths, meaning);
+    for (const std::string& path : paths) {
+        if (!matches("/mnt/*", path) || paths.size() > kMostDirectories)
+            throw ScenarioError(keys.place_of(key) + ": " + key + " takes at most "
+                                + std::to_string(kMostDirectories) + " paths /mnt/NAME and not \""
+                                + path + "\"");
+    }
 }
 
 constexpr Names kSticks{"NODE", "ms[a-z] ms[a-z][0-9]"};
@@ -100,7 +122,7 @@ long make_directory(std::string_view path) {
     if (point_at(path) != nullptr) return -EEXIST;
     for (MountPoint& point : world->usb.points) {
         if (point.path != 0) continue;
-        point = {keep(path), -1};
+        point = {keep(path), false, -1};
         return 0;
     }
     stop_here("more than %zu directories under /mnt", std::size(world->usb.points));
@@ -109,6 +131,7 @@ long make_directory(std::string_view path) {
 long remove_directory(std::string_view path) {
     MountPoint* point = point_at(path);
     if (point == nullptr) return -ENOENT;
+    if (point->is_file) return -ENOTDIR;
     if (point->disk >= 0) return -EBUSY;
     point->path = 0;
     return 0;
@@ -119,12 +142,13 @@ long mount_disk(std::string_view device, std::string_view directory, std::string
     MountPoint* point = point_at(directory);
     const int place = disk_at(device);
     if (point == nullptr || place < 0) return -ENOENT;
+    if (point->is_file) return -ENOTDIR;
     if (point->disk >= 0) return -EBUSY;
     if (type != "vfat") return -ENODEV;
     const UsbDisk::Mount mount = disk(place).mount;
-    if (mount == UsbDisk::Mount::never || (mount == UsbDisk::Mount::by_shell && !by_shell)) {
-        return -EINVAL;
-    }
+    if (mount == UsbDisk::Mount::no_driver) return -ENXIO;
+    if (mount == UsbDisk::Mount::no_file_system) return -EINVAL;
+    if (mount == UsbDisk::Mount::by_shell && !by_shell) return -EINVAL;
     point->disk = static_cast<std::int16_t>(place);
     return 0;
 }
@@ -150,36 +174,44 @@ long statistics(std::string_view path, struct statfs& statistics) {
     return 0;
 }
 
+// As the board's shell says it, on the standard error that it has from q7.
+void complain(const std::string& what, long error) {
+    const std::string text = what + ": " + std::strerror(static_cast<int>(-error)) + "\n";
+    if (::write(STDERR_FILENO, text.data(), text.size()) < 0) stop_here("standard error is lost");
+}
+
 // The two commands that the product knows: "mkdir %s\n" and "mount -t vfat %s  %s\n".
 int run_shell(std::string_view command) {
     constexpr std::string_view kMkdir = "mkdir ", kMount = "mount -t vfat ";
     constexpr int kFailed = 1 << 8, kUnknown = 127 << 8;
     if (command.empty() || command.back() != '\n') return kUnknown;
     command.remove_suffix(1);
-    if (command.substr(0, kMkdir.size()) == kMkdir) {
-        return make_directory(command.substr(kMkdir.size())) == 0 ? 0 : kFailed;
+    if (command.starts_with(kMkdir)) {
+        const std::string path(command.substr(kMkdir.size()));
+        const long made = make_directory(path);
+        if (made == 0) return 0;
+        complain("mkdir: can't create directory '" + path + "'", made);
+        return kFailed;
     }
-    if (command.substr(0, kMount.size()) != kMount) return kUnknown;
+    if (!command.starts_with(kMount)) return kUnknown;
     command.remove_prefix(kMount.size());
     const std::size_t blanks = command.find("  ");
     if (blanks == std::string_view::npos) return kFailed;
-    const long result =
-        mount_disk(command.substr(0, blanks), command.substr(blanks + 2), "vfat", true);
-    return result == 0 ? 0 : kFailed;
+    const std::string disk(command.substr(0, blanks)), path(command.substr(blanks + 2));
+    const long mounted = mount_disk(disk, path, "vfat", true);
+    if (mounted == 0) return 0;
+    complain("mount: mounting " + disk + " on " + path + " failed", mounted);
+    return kFailed;
 }
 
 void describe(Keys& keys, Usb& usb) {
-    keys.start_only({"directories"});
+    keys.start_only({"directories", "files", "mounted"});
     keys.named("disks", kSticks, usb.disks, describe_disk);
     keys.named("devices", kDevices, usb.devices, describe_device);
     keys.key("mice", usb.mice, "nodes /dev/input/mouse0 and up", {0, 10});
-    keys.key("directories", usb.directories, "directories under /mnt, left from earlier");
-    for (const std::string& path : usb.directories) {
-        if (!matches("/mnt/*", path) || usb.directories.size() > kMostDirectories)
-            throw ScenarioError(keys.place_of("directories") + ": directories takes at most "
-                                + std::to_string(kMostDirectories) + " paths /mnt/NAME and not \""
-                                + path + "\"");
-    }
+    describe_left(keys, "directories", usb.directories, "empty directories left from earlier");
+    describe_left(keys, "files", usb.files, "files left from earlier, in the way of a directory");
+    describe_left(keys, "mounted", usb.mounted, "directories with the disk of this name mounted");
     keys.key("mount_time", usb.mount_time, "seconds that a mount takes");
     keys.key("shell_time", usb.shell_time, "seconds that a shell command takes");
     keys.key("host_free_blocks", usb.host_free_blocks,

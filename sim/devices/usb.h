@@ -18,7 +18,7 @@ class Keys;
 constexpr std::size_t kMostDirectories = 8;  // under /mnt, left from earlier
 
 struct UsbDisk {  // by the name of its node: "msa1"
-    enum class Mount : std::uint8_t { works, by_shell, never };
+    enum class Mount : std::uint8_t { works, by_shell, no_file_system, no_driver };
 
     bool present = true;
     Mount mount = Mount::works;
@@ -34,14 +34,16 @@ struct Usb {
     std::map<std::string, UsbDisk> disks;      // in the order of the directory
     std::map<std::string, UsbDevice> devices;  // by their name in /sys/bus/usb/devices
     std::uint32_t mice = 0;
-    std::set<std::string> directories;  // under /mnt, left from earlier
+    // Under /mnt, left from earlier: empty directories, files, directories with their disk mounted.
+    std::set<std::string> directories, files, mounted;
     double mount_time = 0.2, shell_time = 0.1;
     std::uint64_t host_free_blocks = 100'000;  // of the file system that holds /mnt, 1 KiB each
 };
 void describe(Keys& keys, Usb& usb);
 
 struct MountPoint {
-    std::uint32_t path;  // in the text arena; 0 = free
+    std::uint32_t path;  // in the text of the log; 0 = free
+    bool is_file;        // in the way
     std::int16_t disk;   // that is mounted there, -1 = none
 };
 

@@ -24,6 +24,7 @@
 #include "sim/devices/panel.h"
 #include "sim/event_log.h"
 #include "sim/program/keyboard.h"
+#include "sim/program/machine.h"
 #include "sim/program/screen.h"
 #include "sim/scenario/scenario.h"
 #include "sim/supervisor.h"
@@ -38,7 +39,7 @@ struct Options {
     std::string board = "healthy";
     double pace = 0;
     std::optional<std::string> trace, fifo;
-    bool gbk = false, strict = false, script = false;
+    bool gbk = false, strict = false, script = false, check = false, summary = false;
     std::vector<std::string> q7_arguments;
 };
 
@@ -101,6 +102,14 @@ Options parse_options(int argc, char** argv) {
                    "their texts are shown on standard error); the reader of a real FIFO is the "
                    "run's reader")
         ->type_name("FILE");
+    app.add_flag("--check", options.check,
+                 "Run the scenarios that follow and say which keep what their [expect] promises; "
+                 "status 1 when not all do");
+    app.add_option_function<std::string>(
+           "--summary", [&](const std::string&) { options.summary = true; },
+           "Show what came of the run as a line of JSON, and nothing else")
+        ->type_name("json")
+        ->check(CLI::IsMember({"json"}));
     app.add_flag("--strict", options.strict,
                  "End with 121 when a fault or change of the scenario never came");
     app.add_flag("--gbk", options.gbk, "Leave q7's texts in GBK");
@@ -196,11 +205,10 @@ void close_output(std::ofstream& file, const std::string& path) {
     if (!file) std::cerr << "q7-sim: " << path << ": not all of it could be written\n";
 }
 
-int run_q7(const Options& options) {
+int run_q7(const std::vector<std::string>& words) {
     std::vector<char*> arguments{const_cast<char*>("q7")};
-    for (const std::string& argument : options.q7_arguments) {
-        arguments.push_back(const_cast<char*>(argument.c_str()));
-    }
+    for (const std::string& word : words)
+        arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
     return q7_main(static_cast<int>(arguments.size()) - 1, arguments.data());
 }
@@ -278,8 +286,8 @@ sim::Outcome simulate(sim::Board& board, const Options& options) {
     if (keyboard.is_terminal() && !options.script) board.panel.frames.clear();
     sim::Screen screen(records.file, records.fifo < 0 ? sim::Records::shown : sim::Records::sent,
                        options.gbk ? sim::Texts::gbk : sim::Texts::utf8, paced);
-    sim::Outcome outcome =
-        sim::simulate(board, {[&] { return run_q7(options); }}, live(options, screen, keyboard));
+    sim::Outcome outcome = sim::simulate(board, {[&] { return run_q7(options.q7_arguments); }},
+                                         live(options, screen, keyboard));
     screen.finish();
     for (const sim::Event& event : outcome.world->log.all()) {
         if (trace.is_open()) trace << sim::to_json(outcome.world->log, event) << '\n';
@@ -296,7 +304,12 @@ int main(int argc, char** argv) {
     ::signal(SIGPIPE, SIG_IGN);  // whoever reads may leave before the end
     try {
         const Options options = parse_options(argc, argv);
+        if (options.check) return sim::check_scenarios(options.q7_arguments, run_q7);
         sim::Board board = sim::load_board(options.board);
+        if (options.summary) {
+            std::puts(sim::summary_json(board, options.q7_arguments, run_q7).c_str());
+            return 0;
+        }
         const sim::Outcome outcome = simulate(board, options);
         const bool incomplete = tell_what_never_came(board, *outcome.world);
         const int status = end_like(outcome);

@@ -91,6 +91,7 @@ void describe_run(Keys& keys, Board& board, const std::string& folder) {
     describe_board(keys, board, folder);
     keys.list("faults", board.faults, describe, kMostFaults);
     describe_changes(keys, board, folder);
+    keys.table("expect", [&](Keys& sub) { describe(sub, board.expect.emplace()); });
 }
 
 // Scenarios by their names, each with its bases before it. A base that several name counts once, so
