@@ -1,5 +1,6 @@
 // Measures what q7 promises of itself, and prints each figure beside its limit. Arguments: the
-// static q7, the trivial process, q7-sim, and the q7 of the ARM build; "-" = not built.
+// folders of the board's builds for this machine, for hard and for soft float, the trivial process,
+// and q7-sim.
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -23,7 +24,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-std::string static_q7, trivial, simulator, arm_q7;
+std::string here, hard, soft, trivial, simulator;
 
 void bare_ioctl(benchmark::State& state) {
     const int disk = open_played_disk();
@@ -100,13 +101,25 @@ void whole_run(benchmark::State& state, const std::vector<std::string>& words) {
         state.SetIterationTime(time_of(words).end);
 }
 
-// KiB, of a run without a board.
-double peak_memory() {
-    FILE* report = ::popen((trivial + " " + static_q7 + " -h").c_str(), "r");
-    double size = -1;
-    if (report == nullptr || std::fscanf(report, "%lf", &size) != 1) std::abort();
+struct Memory {
+    double resident_kib = -1;
+    int heap_blocks = -1;
+};
+
+// Of a whole console sequence, as the played board says it.
+Memory memory() {
+    FILE* report = ::popen((here + "/q7-played 2>&1 >/dev/null </dev/null").c_str(), "r");
+    Memory got;
+    if (report == nullptr
+        || std::fscanf(report, "%lf KiB resident, %d heap", &got.resident_kib, &got.heap_blocks)
+               != 2)
+        std::abort();
     ::pclose(report);
-    return size;
+    return got;
+}
+
+double size_kb(const std::string& path) {
+    return static_cast<double>(std::filesystem::file_size(path)) / 1e3;
 }
 
 // Keeps the least figures, which other work on the machine disturbs least, by name.
@@ -142,11 +155,11 @@ void print(const char* what, double value, double limit, const char* unit) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 5) {
+    if (argc != 6) {
         std::fprintf(stderr, "q7-bench: run it with tools/bench\n");
         return 2;
     }
-    static_q7 = argv[1], trivial = argv[2], simulator = argv[3], arm_q7 = argv[4];
+    here = argv[1], hard = argv[2], soft = argv[3], trivial = argv[4], simulator = argv[5];
     using benchmark::RegisterBenchmark;
     const auto repeat = [](benchmark::internal::Benchmark* each) {
         return each->ReportAggregatesOnly()->ComputeStatistics("min", [](const auto& figures) {
@@ -163,9 +176,15 @@ int main(int argc, char** argv) {
             ->Repetitions(50);
     };
     runs("trivial", first_byte, {trivial});
-    runs("q7", first_byte, {static_q7, "-h"});
+    runs("q7", first_byte, {here + "/q7", "-h"});
     runs("console", whole_run, {simulator});
     runs("net", whole_run, {simulator, "netQ7test"});
+    std::vector<std::string> many{simulator, "--check"};
+    many.insert(many.end(), 1000, "bench/expected.toml");
+    repeat(RegisterBenchmark("many", whole_run, many))
+        ->UseManualTime()
+        ->Iterations(1)
+        ->Repetitions(3);
 
     // The upload prints, as everything in q7 does; what is measured is not to be seen.
     std::fflush(stdout);
@@ -186,13 +205,16 @@ int main(int argc, char** argv) {
     print("heap allocations of an upload", counters["allocations"], 2, "");
     print("start to first byte, beyond the trivial process", 1e3 * (real["q7"] - real["trivial"]),
           1, "ms");
-    print("peak memory, static", peak_memory() / 1000 * 1.024, 1.2, "MB");
+    const Memory sequence = memory();
+    print("resident memory of a console sequence", sequence.resident_kib * 1.024, 200, "kB");
+    print("its heap blocks, one for each reading of a directory", sequence.heap_blocks, 2, "");
     print("real time of the console sequence on the simulated board", 1e3 * real["console"], 20,
           "ms");
     print("real time of the net-mode sequence", 1e3 * real["net"], 20, "ms");
-    if (arm_q7 != "-") {
-        print("size of the ARM build",
-              static_cast<double>(std::filesystem::file_size(arm_q7)) / 1e3, 550, "kB");
-    }
+    print("real time of a thousand boards with --check", real["many"], 10, "s");
+    print("size of q7 for the board, hard float", size_kb(hard + "/q7"), 100, "kB");
+    print("size of q7 for the board, soft float", size_kb(soft + "/q7"), 100, "kB");
+    print("size of q7-agent, hard float", size_kb(hard + "/q7-agent"), 200, "kB");
+    print("size of q7-agent, soft float", size_kb(soft + "/q7-agent"), 200, "kB");
     return kept ? 0 : 1;
 }

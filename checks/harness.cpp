@@ -40,6 +40,8 @@ Outcome run_program(const Board& board, const std::function<int()>& program) {
     outcome.signal = got.signal;
     outcome.console = sim::gbk_to_utf8(got.console);
     outcome.errors = sim::gbk_to_utf8(got.errors);
+    outcome.console_bytes = got.console;
+    outcome.error_bytes = got.errors;
     for (const char* sanitizer : {"runtime error:", "AddressSanitizer", "ThreadSanitizer"}) {
         EXPECT_EQ(outcome.errors.find(sanitizer), std::string::npos) << outcome.errors;
     }

@@ -38,7 +38,8 @@ struct Outcome {
     std::string console, errors;       // UTF-8
     std::vector<std::string> records;  // texts of the report records, UTF-8
     std::string record_bytes;
-    Results results{};  // of the main process at its exit
+    std::string console_bytes, error_bytes;  // as they were written
+    Results results{};                       // of the main process at its exit
     Capability capability{};
     std::string stopped;  // why the run was stopped; empty = it was not
     double end_s = 0;

@@ -3,6 +3,7 @@
 #include "driver/report.h"
 #include "driver/results.h"
 #include "driver/summary.h"
+#include "platform/error_text.h"
 
 namespace {
 
@@ -10,6 +11,11 @@ using namespace checks;
 using namespace std::string_literals;
 
 constexpr char kRule[] = "----------------------------------------------------------------\n";
+
+TEST(Report, ErrorTextsAreThoseOfThisMachinesLibrary) {
+    for (int error = -2; error < 4100; ++error)
+        EXPECT_STREQ(error_text(error), strerror(error));
+}
 
 TEST(Report, InNetModeIsARecordOfTwoLittleEndianWordsAndGbkText) {
     EXPECT_THAT(run("netQ7test").record_bytes,

@@ -1,4 +1,4 @@
-// The readers of station/ and docs/station.md, against real runs of q7-sim.
+// The reader of docs/ and docs/station.md, against real runs of q7-sim.
 #include <gmock/gmock.h>
 
 #include <sys/stat.h>
@@ -17,10 +17,7 @@ using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-const struct {
-    std::string name, command;
-} kReaders[] = {{"q7-reader: ", Q7_BINARIES "/q7-reader "},
-                {"reader.py: ", "python3 " Q7_SOURCE "/station/reader.py "}};
+const std::string kReader = "python3 " Q7_SOURCE "/docs/reader.py ";
 
 // Where the records of a run on the healthy board lie.
 std::string records_of_a_run() {
@@ -55,23 +52,21 @@ Finished read_fifo(const std::string& reader, const std::string& fifo, const std
     return got;
 }
 
-TEST(Station, ReadersShowARunAsItComesAndByteByByteFromALateWriter) {
+TEST(Station, ReaderShowsARunAsItComesAndByteByByteFromALateWriter) {
     const std::string file = records_of_a_run(), fifo = scratch("station.fifo"),
                       texts = texts_of_a_run();
     const std::string writers[] = {
         Q7_BINARIES "/q7-sim --fifo " + fifo + " netQ7test",
         "sh -c \"sleep 0.2; exec dd bs=1 if=" + file + " of=" + fifo + "\"",
     };
-    for (const auto& reader : kReaders) {
-        for (const std::string& writer : writers) {
-            const Finished got = read_fifo(reader.command, fifo, writer);
-            EXPECT_EQ(got.status, 0) << reader.name << got.err;
-            EXPECT_EQ(got.out, texts);
-        }
+    for (const std::string& writer : writers) {
+        const Finished got = read_fifo(kReader, fifo, writer);
+        EXPECT_EQ(got.status, 0) << got.err;
+        EXPECT_EQ(got.out, texts);
     }
 }
 
-TEST(Station, ReadersRefuseWhatIsCutOffOrInvalidAndNothingElse) {
+TEST(Station, ReaderRefusesWhatIsCutOffOrInvalidAndNothingElse) {
     const std::string run = content_of(records_of_a_run()), first = run.substr(0, 24);
     const std::string fifo = scratch("station.fifo"), file = scratch("station.part");
     const struct {
@@ -91,16 +86,14 @@ TEST(Station, ReadersRefuseWhatIsCutOffOrInvalidAndNothingElse) {
              + "\0\0\0\0\3\0\0\0\xFFz\xB5\0\0\0\0\x09\0\0\0Q7TESTEND"s,
          std::string(1023, 'x') + "\uFFFDz\uFFFD", 0, ""},
     };
-    for (const auto& reader : kReaders) {
-        for (const auto& row : rows) {
-            std::ofstream(file, std::ios::binary) << row.bytes;
-            const Finished got = read_fifo(reader.command, fifo, "cp " + file + " " + fifo);
-            EXPECT_EQ(got.err, row.status == 0 ? "" : reader.name + row.error);
-            EXPECT_EQ(got.status, row.status);
-            EXPECT_EQ(got.out, row.out);
-        }
-        EXPECT_EQ(shell(reader.command + "/nowhere/fifo").status, 2);
+    for (const auto& row : rows) {
+        std::ofstream(file, std::ios::binary) << row.bytes;
+        const Finished got = read_fifo(kReader, fifo, "cp " + file + " " + fifo);
+        EXPECT_EQ(got.err, row.status == 0 ? "" : "reader.py: " + row.error);
+        EXPECT_EQ(got.status, row.status);
+        EXPECT_EQ(got.out, row.out);
     }
+    EXPECT_EQ(shell(kReader + "/nowhere/fifo").status, 2);
 }
 
 TEST(Station, DocumentShowsTheBytesAndTheOrderOfARun) {

@@ -125,6 +125,23 @@ TEST(UsbTest, DiskThatNothingMountsIsJudgedOnTheHostsFileSystem) {
     }
 }
 
+TEST(UsbTest, ShellSaysWhyItFailed) {
+    const std::string mkdir = "mkdir: can't create directory '/mnt/msa1': File exists\n",
+                      mount = "mount: mounting /dev/msa1 on /mnt/msa1 failed: ";
+    const struct {
+        const char *each, *left;
+        std::string errors;
+    } rows[] = {
+        {"mount = 'no file system'", "", mount + "Invalid argument\n"},
+        {"mount = 'no driver'", "", mount + "No such device or address\n"},
+        {"", "usb.directories = '/mnt/msa1'", mkdir},
+        {"", "usb.mounted = '/mnt/msa1'", mkdir + mount + "Device or resource busy\n"},
+        {"", "usb.files = '/mnt/msa1'", mkdir + mount + "Not a directory\n"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(run("-o 7", disks("msa1", row.each) + row.left).errors, row.errors) << row.each;
+}
+
 TEST(UsbTest, FailedStatisticsAreReportedAndTheDiskIsNotCounted) {
     const Outcome got =
         run("-o 7", disks("msa1 msb1") + "faults = [{call = 'statfs', path = '/mnt/msa1'}]");

@@ -12,7 +12,10 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
+
+#include <algorithm>
 
 #include "platform/platform.h"
 
@@ -21,6 +24,13 @@ namespace {
 
 enum class Direction { read, write };
 
+std::int64_t now_us() {
+    timespec now{};
+    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    return std::int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000;
+}
+
+// Not every C library's select writes the remaining time back, so it is computed here.
 int select_one(int fd, Direction direction, timeval* remaining) {
     if (fd < 0 || fd >= FD_SETSIZE) {
         errno = EBADF;
@@ -29,8 +39,14 @@ int select_one(int fd, Direction direction, timeval* remaining) {
     fd_set set;
     FD_ZERO(&set);
     FD_SET(fd, &set);
-    return direction == Direction::read ? ::select(fd + 1, &set, nullptr, nullptr, remaining)
-                                        : ::select(fd + 1, nullptr, &set, nullptr, remaining);
+    fd_set* const to_read = direction == Direction::read ? &set : nullptr;
+    fd_set* const to_write = direction == Direction::write ? &set : nullptr;
+    const std::int64_t end_us = now_us() + remaining->tv_sec * 1'000'000 + remaining->tv_usec;
+    const int result = ::select(fd + 1, to_read, to_write, nullptr, remaining);
+    const std::int64_t left_us = result == 0 ? 0 : std::max<std::int64_t>(end_us - now_us(), 0);
+    remaining->tv_sec = static_cast<time_t>(left_us / 1'000'000);
+    remaining->tv_usec = static_cast<suseconds_t>(left_us % 1'000'000);
+    return result;
 }
 
 DIR* stream(Directory* directory) { return reinterpret_cast<DIR*>(directory); }

@@ -6,8 +6,8 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
 
+#include "platform/error_text.h"
 #include "platform/platform.h"
 
 namespace {
@@ -49,4 +49,4 @@ void print_error(const char* format, ...) {
     va_end(arguments);
 }
 
-void print_system_error(const char* what) { print_error("%s: %s\n", what, std::strerror(errno)); }
+void print_system_error(const char* what) { print_error("%s: %s\n", what, error_text(errno)); }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 
 #include "platform/descriptor.h"
 #include "platform/print.h"
@@ -40,10 +41,15 @@ int identify(int disk, IdentifyBlock& block) {
 std::uint32_t ask_kernel_version() {
     utsname names;
     if (platform::uname(&names) < 0) return 0;
-    int major = 0, minor = 0, patch = 0;
-    if (std::sscanf(names.release, "%d.%d.%d", &major, &minor, &patch) != 3) return 0;
-    return static_cast<std::uint32_t>(major) * 65536 + static_cast<std::uint32_t>(minor) * 256
-           + static_cast<std::uint32_t>(patch);
+    std::uint32_t version = 0;
+    const char* text = names.release;
+    for (const std::uint32_t weight : {65536, 256, 1}) {
+        char* end = nullptr;
+        version += weight * static_cast<std::uint32_t>(std::strtoll(text, &end, 10));
+        if (end == text || (weight > 1 && *end != '.')) return 0;
+        text = end + 1;
+    }
+    return version;
 }
 
 // 2.6.0 and later, and 2.4.18 to 2.4.255.

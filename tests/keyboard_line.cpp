@@ -1,8 +1,8 @@
 #include "tests/keyboard_line.h"
 
 #include <cerrno>
-#include <cstring>
 
+#include "platform/error_text.h"
 #include "platform/platform.h"
 #include "platform/print.h"
 #include "tests/serial_line.h"
@@ -22,7 +22,7 @@ int keyboard_line_start() {
     g_keyboard_line = open_serial_line(kDevice);
     if (g_keyboard_line < 0) {
         const int error = errno;
-        print("open %s failed, errno:%d,%s\n", kDevice, error, std::strerror(error));
+        print("open %s failed, errno:%d,%s\n", kDevice, error, error_text(error));
         platform::exit(-1);
     }
     if (set_up_serial_line(g_keyboard_line) < 0) {

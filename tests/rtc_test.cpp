@@ -56,11 +56,8 @@ void report_time(const std::tm& time) {
            time.tm_mday, time.tm_hour, time.tm_min, time.tm_sec);
 }
 
-// The same conversion for both clocks, without daylight saving, so that the zone cancels out.
-std::int64_t to_seconds(std::tm time) {
-    time.tm_isdst = 0;
-    return std::mktime(&time);
-}
+// As if both clocks were set to UTC: their zone, which is the same, cancels out.
+std::int64_t to_seconds(std::tm time) { return timegm(&time); }
 
 bool clocks_agree() {
     const std::tm rtc = read_rtc();

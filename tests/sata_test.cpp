@@ -8,6 +8,7 @@
 #include "device/capability.h"
 #include "driver/report.h"
 #include "driver/results.h"
+#include "platform/error_text.h"
 #include "platform/print.h"
 #include "tests/ata.h"
 #include "tests/directory_stream.h"
@@ -118,7 +119,7 @@ void minisas_report() {
     DiskPath path;
     if (find_sas_disk(path) < 0) {
         const int error = errno;
-        print_error("scandir fail, errno = %d(%s)\n", error, std::strerror(error));
+        print_error("scandir fail, errno = %d(%s)\n", error, error_text(error));
         results.minisas = 1;
         return;
     }

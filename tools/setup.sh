@@ -11,17 +11,25 @@ is_installed() {
     ninja-build) has_command ninja ;;
     clang-format | clang-tidy | gcovr | python3) has_command "$1" ;;
     g++-arm-linux-gnueabihf) has_command arm-linux-gnueabihf-g++ ;;
+    g++-arm-linux-gnueabi) has_command arm-linux-gnueabi-g++ ;;
     qemu-user-static) has_command qemu-arm-static ;;
+    qemu-system-arm) has_command qemu-system-arm ;;
+    cpio) has_command cpio ;;
+    musl-dev) [ -e /usr/lib/x86_64-linux-musl/libc.a ] ;;
     libbenchmark-dev) has_header benchmark/benchmark.h ;;
     libtomlplusplus-dev) has_header toml++/toml.h ;;
     libcli11-dev) has_header CLI/CLI.hpp ;;
     nlohmann-json3-dev) has_header nlohmann/json.hpp ;;
+    libssl-dev) has_header openssl/evp.h ;;
+    openssh-server) [ -x /usr/sbin/sshd ] ;;
+    openssh-client) has_command ssh && has_command ssh-keygen ;;
     libgmock-dev) has_header gmock/gmock.h ;;
     *) echo "setup: unknown package $1" >&2; exit 1 ;;
     esac
 }
 
 simulator_packages="g++ cmake ninja-build libtomlplusplus-dev libcli11-dev nlohmann-json3-dev"
+station_packages="libssl-dev"
 
 # need PACKAGE...: installs what is missing on Debian and Ubuntu, as root or through sudo.
 need() {
@@ -65,4 +73,36 @@ install_packages() {
 apt_install() {
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive \
         apt-get install -y -qq --no-install-recommends "$@"
+}
+
+# need_foreign ARCHITECTURE FOLDER PACKAGE...: unpacks Debian packages of another architecture there.
+# apt keeps its lists for that beside the folder; the machine's own set-up stays as it is.
+need_foreign() {
+    local architecture=$1 folder=$2 apt=$PWD/$2-fetched said package kernel
+    [ -e "$folder" ] && return
+    shift 2
+    echo "Fetching $* of $architecture into $folder" >&2
+    rm -rf "$apt"
+    mkdir -p "$apt"/{lists,archives}/partial
+    : >"$apt/status"
+    local own=(-qq -o APT::Architecture="$architecture" -o APT::Architectures="$architecture"
+        -o Dir::State::Lists="$apt/lists" -o Dir::State::status="$apt/status"
+        -o Dir::Cache="$apt" -o Dir::Cache::Archives="$apt/archives"
+        -o Acquire::Languages=none -o APT::Sandbox::User="$(id -un)")
+    said=$(apt-get "${own[@]}" update 2>&1) || true  # a list that is not needed may be missing
+    for package; do
+        # The kernel's package stands for the newest one.
+        kernel=$(apt-cache "${own[@]}" depends "$package" 2>&1 \
+            | sed -n 's/.*Depends: \(linux-image-.*\)/\1/p')
+        if ! said+=$(cd "$apt" && apt-get "${own[@]}" download "${kernel:-$package}" 2>&1); then
+            echo "$said" >&2
+            echo "setup: cannot fetch $package of $architecture; unpack it into $folder" >&2
+            exit 1
+        fi
+    done
+    for package in "$apt"/*.deb; do
+        dpkg-deb -x "$package" "$apt/unpacked"
+    done
+    mv "$apt/unpacked" "$folder"
+    rm -rf "$apt"
 }

@@ -1,0 +1,656 @@
+// What the lines of each step mean.
+#include <algorithm>
+#include <cstdio>
+#include <set>
+
+#include "station/grammar.h"
+#include "station/text.h"
+
+namespace station {
+namespace {
+
+constexpr char kByCount[] = "the place follows from the order of each channel and the counts";
+
+// Days since 1970 of a date, also of one with a month or day out of range.
+std::int64_t days_from_civil(std::int64_t year, std::int64_t month, std::int64_t day) {
+    year -= month <= 2 ? 1 : 0;
+    const std::int64_t era = (year >= 0 ? year : year - 399) / 400;
+    const std::int64_t year_of_era = year - era * 400;
+    const std::int64_t day_of_year = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
+    return era * 146097 + year_of_era * 365 + year_of_era / 4 - year_of_era / 100 + day_of_year
+           - 719468;
+}
+
+// Of "2026-11-23 08:00:38".
+std::int64_t seconds_of(const std::string& text) {
+    long long year = 0;
+    int month = 0, day = 0, hour = 0, minute = 0, second = 0;
+    std::sscanf(text.c_str(), "%lld-%d-%d %d:%d:%d", &year, &month, &day, &hour, &minute, &second);
+    return days_from_civil(year, month, day) * 86400 + hour * 3600 + minute * 60 + second;
+}
+
+// Inputs that an output's value drives, as multiples of it: the wiring of the fixture.
+std::int64_t wiring_factor(std::int64_t outputs, std::int64_t inputs) {
+    if (outputs == 2) return 0x5;
+    if (outputs == 4) return inputs == 16 ? 0x1111 : 0x11;
+    return 0x101;
+}
+
+bool is_node(std::string_view name) {
+    constexpr std::string_view kAllowed =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-";
+    return !name.empty() && name.size() <= 32
+           && name.find_first_not_of(kAllowed) == std::string_view::npos;
+}
+
+std::string without_trailing_blanks(std::string_view text) {
+    const std::size_t last = text.find_last_not_of(' ');
+    return std::string(text.substr(0, last == std::string_view::npos ? 0 : last + 1));
+}
+
+}  // namespace
+
+// Start, headings, repetitions.
+
+bool Grammar::capability(const Row& row) {
+    constexpr const char* kNames[] = {"front_panel",   "usb",          "channels",
+                                      "alarm_outputs", "alarm_inputs", "sata_ports",
+                                      "esata",         "minisas",      "sata_rule"};
+    if (!may_stand(row)) return false;
+    for (std::size_t i = 0; i < std::size(kNames); ++i) {
+        if (!add_at(i, std::string("start.") + kNames[i], captures_[i].number)) return false;
+    }
+    return true;
+}
+
+bool Grammar::settled(const Row& row) {
+    if (!may_stand(row) || now_.settled_line != 0) return false;
+    now_.settled_line = line_->fragments.front().line;
+    if (mode_.kind == Mode::Kind::single) see_step(mode_.test);
+    return true;
+}
+
+bool Grammar::repetition(const Row&) {
+    if (mode_.kind != Mode::Kind::single || now_.settled_line == 0) return false;
+    const bool first = repetition_ == 1 && captures_[0].number == 1 && now_.usb_rows.empty();
+    if (first) return true;
+    if (captures_[0].number != repetition_ + 1) return false;
+    finish();
+    ++repetition_;
+    now_ = {};
+    see_step(mode_.test);
+    now_.settled_line = line_->fragments.front().line;
+    return true;
+}
+
+bool Grammar::heading(const Row& row) {
+    const bool whole = mode_.kind == Mode::Kind::net || mode_.kind == Mode::Kind::console;
+    if (!whole || captures_[0].number != now_.headings + 1) return false;
+    if (row.step <= now_.step || now_.step >= Step::summary || now_.awaits_heading) return false;
+    ++now_.headings;
+    see_step(row.step);
+    return true;
+}
+
+// "第6步:" stands alone; what the step is follows on the next line.
+bool Grammar::heading_number_alone(const Row&) {
+    const bool whole = mode_.kind == Mode::Kind::net || mode_.kind == Mode::Kind::console;
+    if (!whole || captures_[0].number != now_.headings + 1 || now_.awaits_heading) return false;
+    ++now_.headings;
+    now_.awaits_heading = true;
+    return true;
+}
+
+bool Grammar::heading_behind_number(const Row& row) {
+    if (!now_.awaits_heading || row.step <= now_.step) return false;
+    now_.awaits_heading = false;
+    see_step(row.step);
+    return true;
+}
+
+// Network.
+
+bool Grammar::port_type(const Row& row) {
+    if (!may_stand(row) || mode_.kind == Mode::Kind::single) return false;
+    for (const Segment& segment : now_.segments) {
+        if (std::string_view(segment.port) == row.first) return false;
+    }
+    if (!now_.segments.empty()) now_.segments.back().over = true;
+    const int line = line_->fragments.front().line;
+    now_.segments.push_back({row.first, line, true, true, false});
+    if (!two_channels()) now_.passes.push_back({row.first, 0, line, NetworkPass::nothing});
+    return true;
+}
+
+bool Grammar::port_refused(const Row& row) {
+    if (!may_stand(row) || now_.segments.empty()) return false;
+    Segment& segment = now_.segments.back();
+    if (std::string_view(segment.port) != row.first || !segment.selected) return false;
+    segment.selected = false;
+    return add_here(std::string("network.") + row.first + ".selected", std::string("no"));
+}
+
+bool Grammar::no_socket(const Row& row) {
+    if (!now_.segments.empty()) now_.segments.back().socket = false;
+    return failure(row);
+}
+
+// "网卡1:" and, on the same line, its link. Each pass over the ports begins with number 1.
+bool Grammar::port_number(const Row& row) {
+    if (!may_stand(row)) return false;
+    const Capture number = captures_[0], rest = captures_[1];
+    const bool alone = mode_.kind == Mode::Kind::single;
+    if ((two_channels() || (alone && now_.passes.empty())) && number.number == 1) {
+        const int line = line_->fragments.front().line;
+        now_.passes.push_back({alone ? "port" : "", 0, line, NetworkPass::nothing});
+    }
+    if (now_.passes.empty()) return false;
+    NetworkPass& pass = now_.passes.back();
+    if (number.number != pass.ports + 1) return false;
+    ++pass.ports;
+    pass.await = NetworkPass::link;
+    return match_part(Source::reported, rest.text, rest.at);
+}
+
+bool Grammar::add_port_fact(const char* name, Value value, const char* unit, std::size_t offset) {
+    const NetworkPass& pass = now_.passes.back();
+    const std::string place = std::to_string(pass.ports) + "." + name;
+    const std::size_t piece = piece_at(offset_ + offset);
+    const int line = evidence_.pieces[piece].line;
+    if (pass.port.empty()) {
+        now_.waiting.push_back(
+            {now_.passes.size() - 1, place, std::move(value), unit, line, piece});
+        return true;
+    }
+    if (!add("network." + pass.port + "." + place, std::move(value), unit, line)) return false;
+    attach(piece, evidence_.facts.size() - 1);
+    return true;
+}
+
+bool Grammar::port_link(const Row& row) {
+    if (!may_stand(row)) return false;
+    if (now_.passes.empty() || now_.passes.back().await != NetworkPass::link) {
+        if (std::string_view(row.first) == "up") return false;
+        return failure(row);  // wherever it belongs
+    }
+    const bool up = std::string_view(row.first) == "up";
+    now_.passes.back().await = up ? NetworkPass::speed : NetworkPass::nothing;
+    return add_port_fact("link", std::string(row.first), "", 0);
+}
+
+bool Grammar::port_speed(const Row& row) {
+    if (!may_stand(row)) return false;
+    const Capture speed = captures_.empty() ? Capture{} : captures_[0];
+    const bool fast = speed.number == 1000;
+    const bool awaited = !now_.passes.empty() && now_.passes.back().await == NetworkPass::speed;
+    if (!awaited) {
+        if (fast && std::string_view(row.first) == "full") return false;
+        return failure(row);
+    }
+    now_.passes.back().await = fast ? NetworkPass::nothing : NetworkPass::hint;
+    return add_port_fact("duplex", std::string(row.first), "", 0)
+           && add_port_fact("speed", speed.number, "Mbit/s", speed.at);
+}
+
+bool Grammar::port_speed_failed(const Row& row) {
+    if (may_stand(row) && !now_.passes.empty()) now_.passes.back().await = NetworkPass::nothing;
+    return failure(row);
+}
+
+bool Grammar::port_hint(const Row& row) {
+    if (!may_stand(row)) return false;
+    if (now_.passes.empty() || now_.passes.back().await != NetworkPass::hint) return failure(row);
+    now_.passes.back().await = NetworkPass::nothing;
+    return true;
+}
+
+// Alarm.
+
+bool Grammar::alarm_counts(const Row& row) {
+    if (!may_stand(row) || now_.alarm_inputs >= 0) return false;
+    now_.alarm_inputs = captures_[0].number;
+    now_.alarm_outputs = captures_[1].number;
+    return add_at(0, "alarm.inputs", now_.alarm_inputs)
+           && add_at(1, "alarm.outputs", now_.alarm_outputs);
+}
+
+bool Grammar::alarm_idle(const Row& row) {
+    if (!may_stand(row) || now_.alarm_idle != State::nothing_said || now_.alarm_line != 0) {
+        return std::string_view(row.first) == "bad" ? failure(row) : false;
+    }
+    if (std::string_view(row.first) == "good") {
+        now_.alarm_idle = State::good;
+        return add_here("alarm.idle.inputs", std::int64_t{0}, "bits");
+    }
+    now_.alarm_idle = State::bad;
+    return add_at(0, "alarm.idle.inputs", captures_[0].number, "bits");
+}
+
+bool Grammar::alarm_mismatch(const Row& row) {
+    const std::int64_t output = captures_[0].number, inputs = captures_[1].number;
+    const bool single_bit = output > 0 && (output & (output - 1)) == 0;
+    if (!may_stand(row) || !single_bit || now_.alarm_line != 0) return failure(row);
+    int number = 1;
+    while (output >> number != 0)
+        ++number;
+    now_.wrong_outputs.push_back(number);
+    return add_at(1, "alarm.output." + std::to_string(number) + ".inputs", inputs, "bits")
+           || failure(row);
+}
+
+bool Grammar::alarm_result(const Row& row) {
+    if (!may_stand(row) || now_.alarm_line != 0) return false;
+    now_.alarm_good = captures_[0].number;
+    now_.alarm_bad = captures_[1].number;
+    now_.alarm_line = evidence_.pieces[piece_at(0)].line;
+    return add_at(0, "alarm.good", now_.alarm_good) && add_at(1, "alarm.bad", now_.alarm_bad);
+}
+
+// What a good output reads is not printed. It is what the fixture wires to it, if the counts
+// account for the idle check and for every output.
+void Grammar::finish_alarm() {
+    const auto wrong = static_cast<std::int64_t>(now_.wrong_outputs.size());
+    const std::int64_t idle = now_.alarm_idle == State::nothing_said ? 0 : 1;
+    const std::int64_t bad = wrong + (now_.alarm_idle == State::bad ? 1 : 0);
+    const bool all_accounted = now_.alarm_line != 0 && now_.alarm_bad == bad
+                               && now_.alarm_good + now_.alarm_bad == now_.alarm_outputs + idle
+                               && (idle == 1) == (now_.alarm_inputs > 0) && now_.alarm_outputs <= 8;
+    if (!all_accounted) return;
+    const std::int64_t factor = wiring_factor(now_.alarm_outputs, now_.alarm_inputs);
+    for (std::int64_t number = 1; number <= now_.alarm_outputs; ++number) {
+        derive("alarm.output." + std::to_string(number) + ".inputs", factor << (number - 1),
+               now_.alarm_line, "bits");
+    }
+}
+
+// RTC.
+
+bool Grammar::clock(const Row& row) {
+    const bool labelled = *row.first != '\0', is_system = now_.clocks.size() % 2 == 1;
+    const std::string expected = is_system ? "system" : "clock";
+    if (!may_stand(row) || labelled == two_channels()) return false;
+    if ((labelled && expected != row.first) || now_.clocks.size() >= 6) return false;
+    const std::size_t from = captures_[0].at;
+    const std::string text(line_->bytes.substr(from));
+    const std::string name = "rtc." + std::to_string(now_.clocks.size() / 2 + 1) + ".";
+    now_.clocks.push_back(text);
+    if (!add_at(0, name + expected, text)) return false;
+    if (!is_system) return true;
+    const std::int64_t clock_s = seconds_of(now_.clocks[now_.clocks.size() - 2]);
+    return add_at(0, name + "difference", clock_s - seconds_of(text), "s");
+}
+
+// USB.
+
+bool Grammar::usb_disk(const Row& row) {
+    if (!may_stand(row) || !is_node(captures_[0].text)) return false;
+    const std::size_t piece = piece_at(offset_);
+    now_.usb_rows.push_back({std::string(captures_[0].text), UsbRow::Kind::disk,
+                             captures_[1].number, evidence_.pieces[piece].line, piece});
+    return true;
+}
+
+bool Grammar::usb_failed(const Row& row) {
+    const Capture rest = captures_[0];
+    if (!failure(row)) return false;
+    const std::size_t piece = piece_at(offset_);
+    now_.usb_rows.push_back({"", UsbRow::Kind::failed, 0, evidence_.pieces[piece].line, piece});
+    return match_part(Source::reported, rest.text, rest.at);
+}
+
+bool Grammar::usb_none(const Row& row) {
+    if (!may_stand(row)) return false;
+    const std::size_t piece = piece_at(offset_);
+    now_.usb_rows.push_back({"", UsbRow::Kind::none, 0, evidence_.pieces[piece].line, piece});
+    return true;
+}
+
+bool Grammar::usb_rear(const Row& row) {
+    if (!may_stand(row)) return false;
+    const char* run = now_.usb_prompt_line != 0 ? "2" : "1";
+    return add_here(std::string("usb.") + run + ".rear." + row.first, std::string(row.second));
+}
+
+bool Grammar::usb_again(const Row& row) {
+    if (!may_stand(row) || now_.usb_prompt_line != 0) return false;
+    if (!add_here("usb.runs", std::int64_t{2})) return false;
+    now_.usb_prompt_line = evidence_.pieces[piece_at(0)].line;
+    now_.usb_rows_before_prompt = now_.usb_rows.size();
+    return true;
+}
+
+// How many of the rows belong to the first run; none when nothing says.
+std::optional<std::size_t> Grammar::first_run_of_usb(std::size_t& runs) const {
+    const std::vector<UsbRow>& rows = now_.usb_rows;
+    runs = now_.usb_prompt_line != 0 ? 2 : 1;
+    if (runs == 1) return rows.size();
+    if (!two_channels()) return now_.usb_rows_before_prompt;
+    // The first run found as many devices as the board has ports, the second as many as the
+    // summary says; the mice among them are the same.
+    const Fact* const ports = evidence_.find(prefixed("start.usb"));
+    const Fact* const found = evidence_.find(prefixed("usb.found"));
+    const auto disks = std::count_if(
+        rows.begin(), rows.end(), [](const UsbRow& row) { return row.kind == UsbRow::Kind::disk; });
+    std::size_t first = 0;
+    if (found == nullptr) {  // the run has not come so far
+        std::set<std::string> names;
+        while (first < rows.size()
+               && (rows[first].node.empty() || names.insert(rows[first].node).second))
+            ++first;
+        return first;
+    }
+    if (ports == nullptr) return std::nullopt;
+    const std::int64_t twice =
+        disks + std::get<std::int64_t>(ports->value) - std::get<std::int64_t>(found->value);
+    if (twice < 0 || twice % 2 != 0 || twice / 2 > disks) return std::nullopt;
+    for (std::int64_t left = twice / 2; left > 0; ++first)
+        left -= rows[first].kind == UsbRow::Kind::disk ? 1 : 0;
+    if (twice == 0 && !rows.empty() && rows.front().kind == UsbRow::Kind::none) first = 1;
+    return first;
+}
+
+void Grammar::finish_usb() {
+    if (std::count(now_.seen.begin(), now_.seen.end(), Step::usb) == 0) return;
+    std::size_t runs = 0;
+    const std::optional<std::size_t> first = first_run_of_usb(runs);
+    if (!first) return;
+    const char* const doubt = two_channels() && runs == 2 ? kByCount : "";
+    const int line = now_.usb_rows.empty() ? now_.usb_prompt_line : now_.usb_rows.front().line;
+    if (runs == 1 && line != 0) derive("usb.runs", std::int64_t{1}, line);
+    for (std::size_t run = 0; run < runs; ++run) {
+        const std::size_t from = run == 0 ? 0 : *first,
+                          to = run == 0 ? *first : now_.usb_rows.size();
+        const std::string name = "usb." + std::to_string(run + 1) + ".";
+        std::int64_t disks = 0, failed = 0;
+        for (std::size_t i = from; i < to; ++i) {
+            const UsbRow& row = now_.usb_rows[i];
+            failed += row.kind == UsbRow::Kind::failed ? 1 : 0;
+            if (row.kind != UsbRow::Kind::disk) continue;
+            ++disks;
+            if (add(name + row.node + ".free", row.free_mb, "MB", row.line, false, doubt)) {
+                attach(row.piece, evidence_.facts.size() - 1);
+            }
+        }
+        if (from == to) continue;
+        const int at = now_.usb_rows[from].line;
+        add(name + "disks", disks, "", at, true, doubt);
+        add(name + "failed", failed, "", at, true, doubt);
+        const Fact* const found = evidence_.find(prefixed("usb.found"));
+        if (run + 1 == runs && found != nullptr) {
+            const int found_line = found->line;
+            derive("usb.mice", std::get<std::int64_t>(found->value) - disks, found_line);
+        }
+    }
+}
+
+// SATA and miniSAS.
+
+bool Grammar::disk_ports(const Row& row) {
+    if (!may_stand(row) || !now_.disk.empty()) return false;
+    if (!add_at(0, row.first, captures_[0].number)) return false;
+    now_.minisas = std::string_view(row.first) == "minisas.ports";
+    return true;
+}
+
+std::string Grammar::disk_name(const char* name) const {
+    return (now_.minisas ? std::string("minisas.") : "sata." + now_.disk + ".") + name;
+}
+
+bool Grammar::disk_begins(const Row& row) {
+    if (!may_stand(row) || !now_.disk.empty() || !is_node(captures_[0].text)) return false;
+    now_.disk = captures_[0].text;
+    now_.disk_part = 0;
+    return !now_.minisas || add_at(0, "minisas.node", now_.disk);
+}
+
+bool Grammar::disk_text(const Row& row) {
+    constexpr std::string_view kOrder[] = {"serial", "model", "firmware"};
+    if (!may_stand(row) || now_.disk.empty() || now_.disk_part >= std::size(kOrder)) return false;
+    if (kOrder[now_.disk_part] != row.first) return false;
+    ++now_.disk_part;
+    return add_at(0, disk_name(row.first), gbk_to_utf8(without_trailing_blanks(captures_[0].text)));
+}
+
+bool Grammar::end_disk(const char* state) {
+    const std::string name = disk_name("state");
+    now_.disk.clear();
+    now_.disk_part = 0;
+    return add_here(name, std::string(state));
+}
+
+bool Grammar::disk_size(const Row& row) {
+    if (!may_stand(row) || now_.disk.empty() || now_.disk_part != 3) return false;
+    return add_at(0, disk_name("size"), captures_[0].number, "GB") && end_disk("good");
+}
+
+bool Grammar::disk_without_size(const Row& row) {
+    const bool fits = may_stand(row) && now_.disk == captures_[0].text && now_.disk_part == 3;
+    return (fits && end_disk("no-size")) || failure(row);
+}
+
+bool Grammar::disk_absent(const Row& row) {
+    if (!may_stand(row) || !now_.disk.empty() || !is_node(captures_[0].text)) return failure(row);
+    now_.disk = captures_[0].text;
+    return end_disk("absent") || failure(row);
+}
+
+bool Grammar::minisas_absent(const Row& row) {
+    return may_stand(row) && add_here("minisas.state", std::string("absent"));
+}
+
+// RS-485. The receiving process reports: its two lines may come as late as in the summary.
+
+bool Grammar::rs485_first(const Row& row) {
+    const bool in_place =
+        now_.step == Step::rs485 || now_.step == Step::info || now_.step == Step::summary;
+    const bool seen = std::count(now_.seen.begin(), now_.seen.end(), Step::rs485) > 0;
+    if (!in_place || !seen || now_.rs485_result != nullptr) return false;
+    now_.rs485_result = row.first;
+    return add_at(0, "rs485.good", captures_[0].number, "bytes");
+}
+
+bool Grammar::rs485_second(const Row& row) {
+    if (now_.rs485_result == nullptr || std::string_view(now_.rs485_result) != row.first) {
+        return false;
+    }
+    return add_at(0, "rs485.bad", captures_[0].number, "bytes")
+           && add_here("rs485.result", std::string(row.first));
+}
+
+// Board information and summary.
+
+bool Grammar::info_model(const Row& row) {
+    return may_stand(row) && add_at(0, "info.model", gbk_to_utf8(captures_[0].text))
+           && add_at(1, "info.type", gbk_to_utf8(captures_[1].text));
+}
+
+bool Grammar::rule(const Row&) {
+    if (now_.rules == 0 && now_.step == Step::info) {
+        now_.step = Step::summary;
+    } else if (now_.rules == 1 && now_.step == Step::summary) {
+        now_.step = Step::end;
+    } else {
+        return false;
+    }
+    if (!evidence_.steps.empty()) evidence_.steps.back().finished = true;
+    ++now_.rules;
+    return true;
+}
+
+bool Grammar::summary_begins(const Row& row) {
+    if (!may_stand(row) || now_.summary_line != 0) return false;
+    now_.summary_line = line_->fragments.front().line;
+    return true;
+}
+
+bool Grammar::sata_missing(const Row& row) {
+    if (!may_stand(row)) return false;
+    if (row.source == Source::printed) now_.console_faults = true;
+    return add_at(0, "summary.sata", gbk_to_utf8(captures_[0].text));
+}
+
+bool Grammar::console_ok(const Row& row) {
+    if (!may_stand(row) || two_channels()) return false;
+    now_.console_ok = true;
+    return add_here("summary.result", std::string("ok"));
+}
+
+bool Grammar::console_faults(const Row& row) {
+    if (!may_stand(row) || two_channels()) return false;
+    now_.console_faults = true;
+    return add_here(row.first, std::string("bad"));
+}
+
+// "测试结束" ends a console run with a fault; in net mode the end marker follows it.
+bool Grammar::run_end(const Row& row) {
+    if (!may_stand(row) || now_.restart_line != 0) return false;
+    now_.restart_line = line_->fragments.front().line;
+    if (two_channels()) return true;
+    return add_here("sequence.end", std::string(*row.first != '\0' ? row.first : "stopped"));
+}
+
+bool Grammar::net_end(const Row& row) {
+    return may_stand(row) && two_channels() && now_.restart_line != 0
+           && add_here("sequence.end", std::string("marker"));
+}
+
+// Port multipliers.
+
+bool Grammar::chip_number(const Row& row) {
+    if (!may_stand(row)) return false;
+    now_.chip = captures_[0].number;
+    return now_.chip >= 1 && now_.chip <= 4;
+}
+
+bool Grammar::chip_disk(const Row& row) {
+    return may_stand(row) && is_node(captures_[0].text)
+           && add_at(0, "pmp.chip." + std::to_string(now_.chip) + ".disk",
+                     std::string(captures_[0].text));
+}
+
+bool Grammar::chip_text(const Row& row) {
+    if (!may_stand(row)) return false;
+    const std::string name = "pmp.chip." + std::to_string(now_.chip) + "." + row.first;
+    if (*row.second != '\0') return add_at(0, name, captures_[0].number, row.unit);
+    return add_at(0, name, gbk_to_utf8(captures_[0].text));
+}
+
+bool Grammar::chip_flash(const Row& row) {
+    return may_stand(row)
+           && add_here("pmp.chip." + std::to_string(now_.chip) + ".flash", std::string(row.first));
+}
+
+bool Grammar::chip_error(const Row& row) {
+    const std::string name = "pmp.chip." + std::to_string(now_.chip) + ".flash";
+    if (may_stand(row) && evidence_.find(prefixed(name)) == nullptr) {
+        add_here(name, std::string("failed"));
+    }
+    return failure(row);
+}
+
+bool Grammar::chip_state(const Row& row) {
+    if (!may_stand(row) || captures_[0].number < 1 || captures_[0].number > 4) return false;
+    now_.chip_line = evidence_.pieces[piece_at(0)].line;
+    return add_at(0, "pmp.chip." + std::to_string(captures_[0].number) + ".state",
+                  std::string(row.first));
+}
+
+// Bringing together.
+
+void Grammar::finish() {
+    finish_network();
+    finish_alarm();
+    finish_usb();
+    finish_rest();
+}
+
+// In net mode the records of the ports come in passes, and only printed lines say which port type
+// was selected for each. Both orders are certain, so the passes and the selections pair off.
+void Grammar::finish_network() {
+    if (!now_.segments.empty() && (command_.ended || now_.step > Step::network)) {
+        now_.segments.back().over = true;
+    }
+    std::vector<const Segment*> examined;
+    for (const Segment& segment : now_.segments) {
+        if (segment.selected && segment.socket) examined.push_back(&segment);
+        if (segment.selected && segment.over) {
+            derive(std::string("network.") + segment.port + ".selected", std::string("yes"),
+                   segment.line);
+        }
+    }
+    const bool pairs = now_.passes.size() == examined.size()
+                       || (!command_.ended && now_.passes.size() <= examined.size());
+    if (two_channels() && pairs) {
+        for (std::size_t i = 0; i < now_.passes.size(); ++i)
+            now_.passes[i].port = examined[i]->port;
+    }
+    for (const NetworkPass& pass : now_.passes) {
+        if (!pass.port.empty()) {
+            add("network." + pass.port + ".ports", std::int64_t{pass.ports}, "", pass.line, true);
+        }
+    }
+    for (Waiting& fact : now_.waiting) {
+        const std::string& port = now_.passes[fact.group].port;
+        if (port.empty()) {
+            find_without_place(fact);
+            continue;
+        }
+        if (add("network." + port + "." + fact.name, std::move(fact.value), fact.unit, fact.line,
+                false, kByCount)) {
+            attach(fact.piece, evidence_.facts.size() - 1);
+        }
+    }
+    for (const Segment* segment : examined) {
+        const bool no_ports = now_.passes.empty() && segment->over;
+        if (no_ports && command_.ended) {
+            derive(std::string("network.") + segment->port + ".ports", std::int64_t{0},
+                   segment->line);
+        }
+    }
+}
+
+// What was said of a port, and nothing tells of which.
+void Grammar::find_without_place(const Waiting& fact) {
+    const bool good = fact.value == Value(std::string("up"))
+                      || fact.value == Value(std::string("full"))
+                      || fact.value == Value(std::int64_t{1000});
+    Piece& piece = evidence_.pieces[fact.piece];
+    piece.kind = good ? Piece::Kind::unexplained : Piece::Kind::failure;
+    evidence_.findings.push_back({good ? Finding::Kind::unexplained : Finding::Kind::failure,
+                                  command_.number, fact.line, piece.channel, piece.step,
+                                  piece.text});
+}
+
+void Grammar::finish_rest() {
+    const auto seen = [&](Step step) {
+        return std::count(now_.seen.begin(), now_.seen.end(), step) > 0;
+    };
+    const bool past_panel = command_.ended || now_.printed_step > Step::panel
+                            || (!two_channels() && now_.step > Step::panel);
+    const int line = now_.first_step_line;
+    if (now_.settled_line != 0 && repetition_ == 1) {
+        derive("start.root", std::string("yes"), now_.settled_line);
+    }
+    if (seen(Step::panel) && past_panel) {
+        derive("panel.unknown_keys", now_.unknown_keys, line);
+        derive("panel.other_frames", now_.other_frames, line);
+        derive("panel.read_failures", now_.read_failures, line);
+    }
+    if (!now_.step_names.empty()) add("sequence.steps", now_.step_names, "", line);
+    if (now_.chip_line != 0) derive("pmp.resets", now_.chip_resets, now_.chip_line);
+    if (now_.console_ok || now_.console_faults) {
+        if (now_.console_faults) {
+            add("summary.result", std::string("faults"), "", now_.summary_line, true);
+        }
+        for (const char* item : {"network", "rs485", "alarm", "usb", "sata", "minisas", "rtc"}) {
+            derive(std::string("summary.") + item, std::string("good"), now_.summary_line);
+        }
+    }
+    const Fact* const end = evidence_.find(prefixed("sequence.end"));
+    if (end != nullptr && end->value == Value(std::string("restart")) && command_.ended) {
+        derive("sequence.config", std::string("removed"), now_.restart_line);
+        derive("sequence.config_backup", std::string("removed"), now_.restart_line);
+    }
+}
+
+}  // namespace station

@@ -1,0 +1,32 @@
+// q7-station: the commands.
+#include <CLI/CLI.hpp>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <exception>
+
+#include "station/commands.h"
+#include "station/version.h"
+
+int main(int argc, char** argv) {
+    CLI::App app("Tests recorder boards with q7 and keeps what it finds", "q7-station");
+    app.set_version_flag("--version", std::string("q7-station ") + station::kVersion);
+    app.require_subcommand(1);
+    int status = station::kBadUse;
+    station::add_judge(app, status);
+    station::add_learn(app, status);
+    station::add_rejudge(app, status);
+    station::add_replay(app, status);
+    station::add_run(app, status);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : station::kBadUse;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "q7-station: %s\n", error.what());
+        return station::kBadUse;
+    }
+    return status;
+}
