@@ -90,6 +90,12 @@ Judgement Attempt::run(AttemptWatcher& watcher) {
         runner_ = std::this_thread::get_id();
         running_ = true;
     }
+    // However the run ends: whoever still waits for an answer to be kept is told that it was not.
+    const std::shared_ptr<void> at_end(nullptr, [this](void*) {
+        const std::lock_guard lock(mutex_);
+        running_ = false;
+        taken_.notify_all();
+    });
     const int commands = static_cast<int>(setup_.plan.commands.size());
     for (int number = 1; number <= commands && !given_up_; ++number) {
         const PlannedCommand& planned = setup_.plan.commands[static_cast<std::size_t>(number) - 1];
@@ -108,12 +114,6 @@ Judgement Attempt::run(AttemptWatcher& watcher) {
     refresh();
     Judgement judgement = judge(reader_.journal(), evidence_, setup_.plan);
     write_file(judgement_path(writer_.path()), to_json(judgement).dump() + "\n");
-    {
-        const std::lock_guard lock(mutex_);
-        running_ = false;
-        requests_taken_ = requests_made_;
-    }
-    taken_.notify_all();
     return judgement;
 }
 
@@ -439,9 +439,9 @@ void Attempt::ask_due_questions() {
         const auto given = setup_.answers.find(question.name);
         const std::string& who = setup_.identity.operator_id;
         if (given != setup_.answers.end()) {
-            write_answer({question.name, given->second, who, "option"});
+            write_answer({0, question.name, given->second, who, "option"});
         } else if (!setup_.somebody_answers) {
-            write_answer({question.name, "none", who, "option"});
+            write_answer({0, question.name, "none", who, "option"});
         }
     }
     refresh();
@@ -456,13 +456,14 @@ void Attempt::write_answer(const Request& request) {
                      {"operator", request.operator_id},
                      {"via", request.via}});
     asked->answered = true;
+    asked->answered_by = request.number;
 }
 
 void Attempt::expire_questions() {
     const std::lock_guard lock(mutex_);
     for (const Asked& asked : asked_) {
         if (asked.answered || asked.until > Clock::now()) continue;
-        write_answer({asked.question, "none", setup_.identity.operator_id, "time"});
+        write_answer({0, asked.question, "none", setup_.identity.operator_id, "time"});
     }
 }
 
@@ -510,20 +511,20 @@ bool Attempt::answer(const std::string& question, const std::string& answer,
     for (const Request& request : requests_) {
         if (request.question == question) return false;  // somebody was faster
     }
-    requests_.push_back({question, answer, operator_id, via});
     const std::size_t mine = ++requests_made_;
+    requests_.push_back({mine, question, answer, operator_id, via});
     const std::uint64_t one = 1;
     [[maybe_unused]] const ssize_t written = ::write(wake_, &one, sizeof one);
     if (std::this_thread::get_id() == runner_) return true;  // taken before the next event
-    taken_.wait(lock, [&] { return requests_taken_ >= mine; });
-    return true;
+    taken_.wait(lock, [&] { return requests_taken_ >= mine || !running_; });
+    return std::any_of(asked_.begin(), asked_.end(),
+                       [&](const Asked& each) { return each.answered_by == mine; });
 }
 
 void Attempt::stop(const std::string& operator_id) {
     const std::lock_guard lock(mutex_);
     if (!running_) return;
-    requests_.push_back({"", "", operator_id, ""});
-    ++requests_made_;
+    requests_.push_back({++requests_made_, "", "", operator_id, ""});
     const std::uint64_t one = 1;
     [[maybe_unused]] const ssize_t written = ::write(wake_, &one, sizeof one);
 }
