@@ -179,6 +179,12 @@ int main(int argc, char** argv) {
     runs("q7", first_byte, {here + "/q7", "-h"});
     runs("console", whole_run, {simulator});
     runs("net", whole_run, {simulator, "netQ7test"});
+    std::vector<std::string> many{simulator, "--check"};
+    many.insert(many.end(), 1000, "bench/expected.toml");
+    repeat(RegisterBenchmark("many", whole_run, many))
+        ->UseManualTime()
+        ->Iterations(1)
+        ->Repetitions(3);
 
     // The upload prints, as everything in q7 does; what is measured is not to be seen.
     std::fflush(stdout);
@@ -205,6 +211,7 @@ int main(int argc, char** argv) {
     print("real time of the console sequence on the simulated board", 1e3 * real["console"], 20,
           "ms");
     print("real time of the net-mode sequence", 1e3 * real["net"], 20, "ms");
+    print("real time of a thousand boards with --check", real["many"], 10, "s");
     print("size of q7 for the board, hard float", size_kb(hard + "/q7"), 100, "kB");
     print("size of q7 for the board, soft float", size_kb(soft + "/q7"), 100, "kB");
     print("size of q7-agent, hard float", size_kb(hard + "/q7-agent"), 200, "kB");

@@ -38,12 +38,10 @@ TEST(SysInit, KeepsTheInitialTableWhenTheDescriptionCannotBeRead) {
 TEST(HardwareInfo, EachFieldComesFromItsBits) {
     const Board board = healthy(
         "hardware = {board_word = 0x89ABCDEF, presence = 0x1234, model = 0x9664, "
-        "cpld_date = 0xFEDC, memory_15_13 = 5, arm_frequency = 1, memory_frequency = 0, "
-        "memory_size = 6, flash_type = 1, flash_size = 2, memory_4_3 = 1, memory_2_0 = 3, "
-        "second_15_12 = 9, second_11_8 = 6, channels = 13, sata_layout = 10, fitting_11_10 = 1, "
-        "usb_layout = 2, panel_type = 1, fitting_6_5 = 2, device_type = 1, esata = 2, "
-        "fitting_0 = 1, alarm_inputs = 0x10, alarm_outputs = 0x7F, minisas = 2, "
-        "storage_13_12 = 1, storage_11_9 = 5, storage_8_6 = 3}");
+        "cpld_date = 0xFEDC, memory = 0xA08B, arm_frequency = 1, memory_frequency = 0, "
+        "memory_size = 6, flash_size = 2, second = 0x9600, channels = 13, fitting = 0x0441, "
+        "sata_layout = 10, usb_layout = 2, panel_type = 1, device_type = 1, esata = 2, "
+        "alarm_inputs = 0x10, alarm_outputs = 0x7F, storage = 0x1AC0, minisas = 2}");
     const Outcome got = run_piece(board, [] {
         const auto print = [](auto... values) { (std::printf("%x ", unsigned{values}), ...); };
         HardwareInfo info{};

@@ -11,8 +11,10 @@
 #include <string>
 #include <vector>
 
+#include "checks/programs.h"
 #include "station/dictionary/board.h"
 #include "station/dictionary/diagnosis.h"
+#include "station/dictionary/pages.h"
 #include "station/text.h"
 
 namespace {
@@ -24,6 +26,12 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 
 const std::string kSource = Q7_SOURCE, kBinaries = Q7_BINARIES;
+#ifdef __SANITIZE_ADDRESS__
+constexpr bool kSlowBuild = true;  // a start of the simulator takes ten times as long
+#else
+constexpr bool kSlowBuild = false;
+#endif
+
 bool in_full() { return std::getenv("Q7_FULL") != nullptr; }
 
 using Change = AttemptSimulator::Change;
@@ -344,8 +352,12 @@ class UnseenDefects {
                 place += " " + call.request;
                 fault += ", request = " + call.request;
             }
-            for (const char* what : {"nth = 9, errno = 'ENODEV'", "nth = 2, errno = 'EACCES'",
-                                     "nth = 2, onwards = true", "effect = 'short', count = 1"})
+            std::vector<std::string> failures{"nth = 9, errno = 'ENODEV'",
+                                              "nth = 2, errno = 'EACCES'",
+                                              "nth = 2, onwards = true"};
+            if (call.function == "read" || call.function == "write")
+                failures.emplace_back("effect = 'short', count = 1");
+            for (const std::string& what : failures)
                 add("call.fails " + place, "faults = [{" + fault + ", " + what + "}]");
         }
     }
@@ -437,6 +449,7 @@ void vary(toml::table& board) {
 }
 
 TEST(DictionaryCheck, NamesSingleDefectsThatWereNotSimulated) {
+    if (kSlowBuild) GTEST_SKIP() << "a matter of figures, not of memory";
     const std::size_t step = in_full() ? 1 : 5;
     std::printf("%-28s %5s %6s %6s %6s %6s\n", "", "made", "hidden", "first%", "three%", "group");
     for (const std::string& name : kModels) {
@@ -450,6 +463,7 @@ TEST(DictionaryCheck, NamesSingleDefectsThatWereNotSimulated) {
         EXPECT_GE(total.three, 0.95 * total.seen());
         EXPECT_GT(total.seen(), in_full() ? 300 : 60);
 
+        std::fflush(stdout);
         const Model varied(name, vary);
         const Score noisy = total_of(scores_of(model, varied.simulator, step));
         print(name + " with noise", noisy);
@@ -540,6 +554,7 @@ PairScore score_pairs(const KnownModel& model, const AttemptSimulator& simulator
 }
 
 TEST(DictionaryCheck, NamesBothDefectsOfAPair) {
+    if (kSlowBuild) GTEST_SKIP() << "a matter of figures, not of memory";
     for (const std::string& name : kModels) {
         if (!in_full() && name != kModels.front()) continue;
         const KnownModel& model = known(name);
@@ -554,6 +569,158 @@ TEST(DictionaryCheck, NamesBothDefectsOfAPair) {
                     100.0 * noisy.both / noisy.seen());
         EXPECT_GE(1.0 * noisy.both / noisy.seen(), 1.0 * score.both / score.seen() - 0.02);
     }
+}
+
+// --- Repair slips ------------------------------------------------------------------------------
+
+// What an engineer did to the board, and what he would write on the slip: words of the title and of
+// what to check, of the first cause or one with an equal signature.
+struct Slip {
+    const char *story, *change, *title, *check;
+};
+constexpr Slip kSlips[] = {
+    {"a bent pin touches its neighbour",
+     "alarm.wiring = [[1, 5, 9, 13], [2, 6, 10, 14], [3, 4, 7, 11, 15], [3, 4, 8, 12, 16]]",
+     "Inputs 3 and 4 shorted", "bent pin"},
+    {"a fibre transceiver is plugged half", "ports.eth2.fibre.up = false", "LAN 3 fibre: no link",
+     "Push the transceiver home"},
+    {"the cable of disk 2 is in a port that the board does not have",
+     "disks.sdb.present = false\ndisks.sde = {serial = 'SIM-0002', model = 'Simulated disk 1 TB'}",
+     "Disk sdb missing", "in the right port"},
+    {"a stick of 2.0 is in the lower 3.0 port",
+     "usb.devices = [{name = '4-1:1.0', until_scan = 2}, {name = '3-1:1.0', from_scan = 2}, "
+     "{name = '3-2:1.0'}]",
+     "Rear USB port, lower: no USB 3.0", "the stick is a 3.0 one"},
+    {"the backup battery is dead: the clock shows 2000-01-01", "rtc.offset = -848649600",
+     "Backup battery dead", "Measure the battery"},
+    {"the crystal of the clock has a cold joint", "rtc.rate = 0", "Clock stands still", "crystal"},
+    {"the transceiver drops each tenth byte",
+     "rs485.drop = [9, 19, 29, 39, 49, 59, 69, 79, 89, 99, 109, 119, 129, 139, 149, 159, 169, 179]",
+     "RS-485 loses bytes", "Replace the transceiver"},
+    {"nobody plugged the RS-485 fixture", "rs485.fixture = false", "RS-485: nothing comes back",
+     "fixture's RS-485 plug"},
+    {"the contact of relay 2 is welded", "alarm.stuck = [2, 6, 10, 14]", "Output 2 always on",
+     "replace relay 2"},
+    {"a four-fold optocoupler is not soldered", "alarm.dead = [5, 6, 7, 8]", "Inputs 5–8 all open",
+     "optocoupler"},
+    {"a pair of the network cable is open", "ports.eth1.copper.speed = 100",
+     "LAN 2 copper: wrong speed", "a pair is open"},
+    {"the cable of the panel is not plugged in", "panel.connected = false", "Front panel dead",
+     "both ends of the panel cable"},
+    {"the boot parameters are those of another model",
+     "control = {boot_device_type = 0x4487, high_lines = [25]}",
+     "Boot parameters: no alarm I/O, no RS-485", "Compare with the label"},
+    {"two fixture wires are broken", "alarm.dead = [3, 7]", "Input 3 open; Input 7 open",
+     "fixture wire 3"},
+    {"the switch for fibre has no power and the buzzer is not soldered",
+     "ports.eth0.fibre.up = false\nports.eth1.fibre.up = false\nports.eth2.fibre.up = false\n"
+     "ports.eth3.fibre.up = false\n"
+     "faults = [{call = 'ioctl', path = '/dev/zebio', request = 1, onwards = true}]",
+     "Buzzer silent; No fibre port has a link", "fibre switch has power"},
+};
+
+// The titles of a cause, each of a pair by itself, in the order of the alphabet.
+std::string titles(std::vector<std::string> parts) {
+    std::sort(parts.begin(), parts.end());
+    std::string all;
+    for (const std::string& part : parts)
+        all += (all.empty() ? "" : "; ") + part;
+    return all;
+}
+
+void expect_slip(const KnownModel& model, const Slip& slip) {
+    const Symptoms symptoms = symptoms_with(
+        model.simulator, [&](toml::table& board) { apply_change(board, slip.change); });
+    const std::vector<Cause> causes = causes_of(model.dictionary, symptoms);
+    ASSERT_FALSE(causes.empty()) << slip.story;
+    std::vector<std::string> parts;
+    std::string group, checks;
+    for (const KnownDefect* defect : causes[0].defects) {
+        parts.push_back(title_of(*defect->kind, defect->places).en);
+        checks += check_of(*defect->kind, defect->places).en;
+    }
+    for (const auto& alternatives : causes[0].alternatives)
+        for (const KnownDefect* defect : alternatives) {
+            group += title_of(*defect->kind, defect->places).en + "\n";
+            checks += check_of(*defect->kind, defect->places).en;
+        }
+    EXPECT_TRUE(titles(parts) == slip.title || group.find(slip.title) != std::string::npos)
+        << slip.story << ": " << titles(parts) << "\n"
+        << group;
+    EXPECT_THAT(checks, HasSubstr(slip.check)) << slip.story;
+}
+
+std::set<std::string> headings_of(const std::string& page) {
+    std::set<std::string> headings;
+    std::istringstream lines(page);
+    for (std::string line; std::getline(lines, line);)
+        if (line.starts_with("### ")) headings.insert(line.substr(4));
+    return headings;
+}
+
+// Each thing that can be seen with this model has its entry.
+void expect_entries(const Dictionary& dictionary) {
+    const auto english = headings_of(read_file(kSource + "/docs/faults.md")),
+               chinese = headings_of(read_file(kSource + "/docs/faults.zh.md"));
+    EXPECT_GT(english.size(), 100u);
+    for (const Signature& signature : dictionary.signatures)
+        for (const auto& [name, value] : signature.symptoms) {
+            if (!weight_of(name).shown) continue;
+            EXPECT_THAT(english, Contains(catalogue_entry(name, value, Language::en)))
+                << "docs/faults.md is older than the dictionary: tools/faults";
+            EXPECT_THAT(chinese, Contains(catalogue_entry(name, value, Language::zh)));
+        }
+}
+
+TEST(DictionaryCheck, WritesWhatAnEngineerWouldWrite) {
+    const KnownModel& model = known("healthy");
+    for (const Slip& slip : kSlips)
+        expect_slip(model, slip);
+
+    const Symptoms strange{{"text something that nobody has seen", "unexplained"}};
+    EXPECT_TRUE(causes_of(model.dictionary, strange).empty());
+    EXPECT_TRUE(causes_of(model.dictionary, Symptoms{}).empty());
+    Judgement judgement;
+    judgement.plan_sha256 = model.plan.sha256;
+    diagnose(model.dictionary, judgement, Evidence{});
+    EXPECT_THAT(cause_lines(judgement), HasSubstr("knows no defect that fits"));
+    judgement.plan_sha256 = "that of another plan";
+    EXPECT_THROW(diagnose(model.dictionary, judgement, Evidence{}), DictionaryError);
+
+    // The file is the dictionary, and a damaged one is none.
+    const std::string text = to_text(model.dictionary);
+    EXPECT_EQ(to_text(parse_dictionary(text, "file")), text);
+    for (std::size_t end = 0; end < text.size(); end += 1 + text.size() / 200)
+        EXPECT_THROW(parse_dictionary(text.substr(0, end), "file"), DictionaryError) << end;
+    std::string other = text;
+    other.replace(other.find("\"fault_dictionary\":1"), 20, "\"fault_dictionary\":2");
+    EXPECT_THROW(parse_dictionary(other, "file"), DictionaryError);
+
+    expect_entries(model.dictionary);
+}
+
+TEST(DictionaryCheck, RefusesABoardThatDoesNotPass) {
+    const auto refused = checks::shell(
+        kBinaries + "/q7-station dictionary --plan " + kSource + "/plans/healthy.toml --board "
+        + kSource + "/boards/disk-missing.toml --simulator " + kBinaries + "/q7-sim");
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_THAT(refused.err, HasSubstr("does not pass the plan: sata: "));
+    EXPECT_EQ(refused.out, "");
+}
+
+// The pages as they would be made now.
+TEST(DictionaryCheck, PagesAreThoseOfTheDictionaries) {
+    if (!in_full() || kSlowBuild) GTEST_SKIP() << "the long form";
+    std::set<std::string> files;
+    for (const auto& entry : std::filesystem::directory_iterator(kSource + "/plans"))
+        files.insert(entry.path().filename().string());
+    std::vector<Dictionary> dictionaries;
+    for (const std::string& file : files)
+        dictionaries.push_back(known(std::filesystem::path(file).stem().string()).dictionary);
+    EXPECT_EQ(fault_catalogue(dictionaries, Language::en), read_file(kSource + "/docs/faults.md"));
+    EXPECT_EQ(fault_catalogue(dictionaries, Language::zh),
+              read_file(kSource + "/docs/faults.zh.md"));
+    EXPECT_THAT(read_file(kSource + "/docs/assurance.md"), HasSubstr(blind_spots(dictionaries)));
 }
 
 }  // namespace

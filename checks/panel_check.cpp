@@ -226,8 +226,9 @@ TEST(PanelTest, DrainSwallowsBareEnterPresses) {
 }
 
 TEST(PanelTest, HungUpLineSaysReadFailedAndStaysInterruptible) {
-    const Outcome got =
-        run("-o 3", "panel = {frames = [], hangs_up = 5}\noperator.interrupts = [5.35]");
+    const Outcome got = run("-o 3",
+                            "panel.frames = []\nchanges = [{at = 5, panel.hung_up = "
+                            "true}]\noperator.interrupts = [5.35]");
     EXPECT_THAT(got.console, EndsWith("ESC退出测试\nread failed\nread failed\nread failed\n"
                                       "read failed\nreceive 0:0 replies\n"));
     EXPECT_EQ(got.signal, SIGINT);

@@ -314,8 +314,10 @@ TEST(Update, FailingRequestStacksTheLinesOfEachStep) {
 TEST(Update, FileThatChangesUnderTheUploadIsNotComplete) {
     for (const char* size : {"512", "1020", "1022", "1028", "1536"}) {
         // Reads: the header, the block that differs, then those of the upload.
-        const Outcome got = run("-o 10", firmware(1024, kOther) + kFile + ".resized_at_read = 3\n"
-                                             + kFile + ".resized_to = " + size);
+        const Outcome got =
+            run("-o 10", firmware(1024, kOther)
+                             + "changes = [{call = 'read', path = '/dav0/zeb321.bin', nth = 3, "
+                             + kFile + ".size = " + size + "}]");
         EXPECT_THAT(said(got), EndsWith("ERR : uploadcode, upload not complete\n"
                                         "ERR : main, uploadcode fail\n"
                                         + kError));

@@ -132,11 +132,47 @@ TEST(Program, SimulatorsReportsHaveTheReaderOfARealFifo) {
     got = read_by("head -c 100", "--pace 100");  // it leaves, and q7 goes on
     EXPECT_EQ(got.status, 0);
     EXPECT_THAT(got.out, HasSubstr("write error file = q7 ,line"));
-    std::ofstream(board) << "base = 'healthy'\nfifo.leaves_at = 5\n";
+    std::ofstream(board) << "base = 'healthy'\n[[changes]]\nat = 5\nfifo.reader = false\n";
     got = q7_sim("--board " + board + " --fifo " + fifo + " netQ7test");
     EXPECT_EQ(got.status, 2);
     EXPECT_THAT(got.err, HasSubstr("is a FIFO with a reader of its own"));
     std::remove(fifo.c_str());
+}
+
+TEST(Program, SimulatorSaysWhichScenariosKeepTheirPromises) {
+    const std::string good = scratch("good.toml"), bad = scratch("bad.toml"),
+                      none = scratch("none.toml"), wrong = scratch("wrong.toml");
+    std::ofstream(good) << "base = 'rtc-stopped'\n[expect]\narguments = ['-o', '6']\nstatus = 0\n"
+                           "verdicts = 'rtc'\ntexts = ['时钟时间']\nno_texts = '1900'\n";
+    std::ofstream(bad) << "base = 'rs485-corrupt'\n[expect]\narguments = ['-o', '4']\n"
+                          "status = 1\nverdicts = []\ntexts = ['x']\nno_texts = ['失败']\n";
+    std::ofstream(none) << "base = 'healthy'\n";
+    std::ofstream(wrong) << "[expect]\nverdicts = 'usb'\n";
+    const Finished got = q7_sim("--check " + good + " " + bad + " " + none + " " + wrong);
+    EXPECT_EQ(got.out, "holds " + good + "\nFAILS " + bad
+                           + ": status 0; rs485 shows a fault; no \"x\"; \"失败\"\nFAILS " + none
+                           + ": it has no [expect]\nFAILS " + wrong + ": " + wrong
+                           + ":2: verdicts takes alarm, minisas, network, rs485, rtc, sata and not "
+                             "\"usb\"\n1 of 4 hold\n");
+    EXPECT_EQ(got.status, 1);
+    EXPECT_EQ(q7_sim("--check " + good).status, 0);
+}
+
+TEST(Program, SimulatorShowsARunAsJson) {
+    const std::string board = scratch("summary.toml");
+    std::ofstream(board) << "base = 'rtc-stopped'\nfaults = [{request = 0x80247009, nth = 9}]\n"
+                            "[[changes]]\nat = 3\npanel.connected = false\n";
+    const Finished got = q7_sim("--summary json --board " + board + " -o 6");
+    EXPECT_THAT(got.out, StartsWith(R"({"arguments":["-o","6"],"status":0,"signal":null,)"
+                                    R"("stopped":null,"seconds":)"));
+    EXPECT_THAT(got.out, HasSubstr(R"("verdicts":{"alarm":0,"minisas":0,"network":0,"rs485":0,)"
+                                   R"("rtc":1,"sata":0})"));
+    EXPECT_THAT(got.out, HasSubstr(R"("faults":[{"place":")" + board
+                                   + R"(:2","came":false}],)"
+                                     R"("changes":[{"place":")"
+                                   + board + R"(:3","came":1}])"));
+    EXPECT_THAT(got.out, HasSubstr("时钟时间"));
+    EXPECT_EQ(got.err, "");
 }
 
 TEST(Program, SimulatorWritesTheEventLog) {

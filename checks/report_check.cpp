@@ -40,7 +40,7 @@ TEST(Report, WithoutFifoOrReaderTheRunEndsBeforeAnyTest) {
 
 // The line of the error line is that of the reporting statement.
 TEST(Report, RecordsThatAFullPipeRefusesAreSaidWithModuleAndLine) {
-    const Outcome got = run_piece(healthy("fifo = {stalls_at = 1, unread = 65524}"), [] {
+    const Outcome got = run_piece(healthy("fifo = {reading = false, unread = 65524}"), [] {
         open_report_fifo();
         for (const char* text : {"sent", "lost"})  // the pipe has room for one of them
             report("rtc_test", "%s", text);

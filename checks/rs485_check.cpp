@@ -119,8 +119,8 @@ TEST(Rs485, DeadLineEndsWithinItsBudget) {
         std::string changes, said;
         const char* last_error = "";
     } rows[] = {
-        {"rs485.hangs_up = 12", std::string(kGivesUp) + kNothingBack},
-        {"rs485.hangs_up = 12.5", "发送  280字节成功\n    0字节失败 \n"},
+        {"changes = [{at = 12, rs485.hung_up = true}]", std::string(kGivesUp) + kNothingBack},
+        {"changes = [{at = 12.5, rs485.hung_up = true}]", "发送  280字节成功\n    0字节失败 \n"},
         {"rs485.blocked = true", std::string(kGivesUp) + kNothingBack},
         {"faults = [{call = 'fork'}]", ""},
         // The sender waits in steps, the receiver in one that began before them.

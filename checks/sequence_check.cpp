@@ -148,8 +148,8 @@ TEST(Sequence, FaultyItemIsNamedAloneAndTheConfigurationStays) {
     expect("rs485.corrupt = [0]", "485口       : error occured!  \n", "485口       : 失败  \n");
     expect("alarm.dead = [16]", "报警口      : error occured!  \n", "报警口      : 失败  \n");
     expect("rtc.offset = 60", "Rtc时钟     : error occured!  \n", "");
-    expect("usb.disks = [{node = 'msa'}, {node = 'msb'}, {node = 'msc'}]",
-           "USB口       : error occured!  \n", "USB口       : 失败  \n", 3);
+    expect("usb.disks.msd1.present = false", "USB口       : error occured!  \n",
+           "USB口       : 失败  \n", 3);
     expect("disks.sdc.present = false", "SATA口      : 端口3无连接\n",
            "SATA口       : 端口3无连接\n", 4, 4);
     expect("hardware.minisas = 1", "miniSAS口异常\n", "");

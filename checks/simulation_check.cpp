@@ -324,6 +324,129 @@ faults = [{call = 'open', path = '/dav0/zeb321.bin', nth = 2, errno = 'EACCES'},
     EXPECT_EQ(got.console, "3 -1 EACCES 4 5 4 3 3 EACCES");
 }
 
+// By time, once and again, and by the n-th call; in every process of the run.
+TEST(Simulation, ChangesComeWhenTheirTriggerDoes) {
+    const char* board = R"(
+control = {present = true, high_lines = []}
+disks.sda = {}
+[[changes]]
+at = 1
+every = 2
+control.high_lines = [7]
+[[changes]]
+at = 2
+every = 2
+control.high_lines = []
+[[changes]]
+call = "ioctl"
+request = 0x1260
+nth = 2
+disks.sda.present = false)";
+    const Outcome got = run_on(board, [] {
+        const int control = platform::open("/dev/zebio", O_RDWR);
+        const int disk = platform::open("/dev/sda", O_RDONLY);
+        platform::ioctl_value(control, 0x03, 7 | 1 << 8);
+        unsigned long sectors = 0;
+        for (int i = 0; i < 2; ++i)
+            show(platform::ioctl(disk, 0x1260, &sectors));
+        show(platform::open("/dev/sda", O_RDONLY));
+        if (platform::fork() == 0) {
+            platform::sleep_ms(500);
+            for (int i = 0; i < 4; ++i) {
+                show(platform::ioctl_value(control, 0x06, 7));
+                platform::sleep_ms(1000);
+            }
+            platform::exit_at_once(0);
+        }
+        platform::sleep_ms(9000);
+    });
+    EXPECT_EQ(got.console, "0 -1 ENODEV -1 ENOENT 0 1 0 1 ");
+    EXPECT_EQ(got.world->changes[0].came, 5u);
+    EXPECT_EQ(got.changes("change", "board:12").size(), 1u);
+}
+
+// As measured on a real kernel, from here on.
+TEST(Simulation, OfWaitsThatEndTogetherTheFirstBegunEndsFirst) {
+    const Outcome got = run_on("", [] {
+        pthread_t thread;
+        platform::create_thread(&thread, tick);  // waits for 10 s
+        platform::sleep_ms(5'000);
+        platform::sleep_ms(5'000);
+        std::printf("main\n");
+    });
+    EXPECT_EQ(got.console, "tick 10.0\nmain\n");
+}
+
+TEST(Simulation, FifoIsFullByPages) {
+    const Outcome got = run_on("fifo = {present = true, reader = true, reading = false}", [] {
+        const int fifo = platform::open("/var/q7.fifo", O_WRONLY | O_NONBLOCK);
+        const std::string record(255, 'x');
+        int taken = 0;
+        while (platform::write(fifo, record.data(), record.size()) > 0)
+            ++taken;
+        std::printf("%d %s", taken * 255, strerrorname_np(errno));
+    });
+    EXPECT_EQ(got.console, "65280 EAGAIN");
+}
+
+TEST(Simulation, FreshSerialPortAndOneThatOthersLeft) {
+    const Outcome got = run_on("panel.present = true\nrs485 = {present = true, cflag = 0xB2}", [] {
+        for (const char* path : {"/dev/ttyS2", "/dev/ttyS0"}) {
+            termios line;
+            platform::tcgetattr(platform::open(path, O_RDWR), &line);
+            std::printf("%x %x %x %x %d %d %d\n", line.c_iflag, line.c_oflag, line.c_cflag,
+                        line.c_lflag, line.c_cc[VMIN], line.c_cc[VTIME],
+                        cfgetospeed(&line) == B9600);
+        }
+    });
+    EXPECT_EQ(got.console, "500 5 cbd 8a3b 1 0 1\n500 5 b2 8a3b 1 0 0\n");
+}
+
+TEST(Simulation, StatusReadOfTheFlashAnswersOneByte) {
+    const Outcome got = run_on("bridges.1 = {protection = 0x1C}\ndisks.sda.bridge = '1'", [] {
+        std::uint8_t block[16] = {0, 5, 0xA1, 0xA2, 0xA3, 0xA4, 0x80, 0xF7, 0, 8};
+        platform::ioctl(platform::open("/dev/sda", O_RDONLY), 0x197B, block);
+        std::printf("%x %x %x %x", block[2], block[3], block[4], block[5]);
+    });
+    EXPECT_EQ(got.console, "1c a2 a3 a4");
+}
+
+TEST(Simulation, RequestSucceedsWithAValueAndIsChosenByItsOpcode) {
+    const Outcome got =
+        run_on(R"(
+control.present = true
+disks.sda = {}
+faults = [{request = 0x81, effect = "value", value = 3}, {opcode = 0xC7, errno = "EBUSY"}])",
+               [] {
+                   const int control = platform::open("/dev/zebio", O_RDWR);
+                   show(platform::ioctl_value(control, 0x81, 2));
+                   const int disk = platform::open("/dev/sda", O_RDONLY);
+                   for (const int opcode : {6, 0xC7, 5}) {
+                       std::uint8_t block[16] = {0, static_cast<std::uint8_t>(opcode)};
+                       show(platform::ioctl(disk, 0x197B, block));
+                   }
+               });
+    EXPECT_EQ(got.console, "3 0 -1 EBUSY 0 ");
+    EXPECT_EQ(got.world->control.net_port, 2u);
+}
+
+TEST(Simulation, EventLogKeepsAnswersAndUnreadBytesAreNotZero) {
+    const Outcome got = run_on("control = {present = true, boot_device_type = 0x1234}", [] {
+        std::uint8_t block[256];
+        const int control = platform::open("/dev/zebio", O_RDWR);
+        for (const std::uint32_t request : {0x04u, 0x10u, 0x80026B90u})
+            platform::ioctl(control, request, block);
+    });
+    std::vector<std::size_t> sizes;
+    for (const sim::Event& event : got.world->log.all()) {
+        const std::string_view answer = got.world->log.got(event);
+        if (event.request == 0) continue;
+        sizes.push_back(answer.size());
+        EXPECT_TRUE(answer.size() != 256 || answer.find('\0', 36) == std::string_view::npos);
+    }
+    EXPECT_THAT(sizes, ElementsAre(256, 256, 2));
+}
+
 TEST(Simulation, ConsoleGivesALineAtATimeAndThenItsEnd) {
     const char* board = R"(operator.lines = [
     {at = 1, text = "one\n"}, {at = 1, text = "a line of more than eight\n"}, {at = 2, text = ""}])";

@@ -98,8 +98,12 @@ TEST(StationGrammar, NamesWhatEachDefectShows) {
         {"ports.eth1.copper.up = false", "network.copper.2.link", "down"},
         {"hardware.channels = 0", "network.fibre.ports", "0"},
         {"rtc.offset = -2", "rtc.3.difference", "-2"},
-        {"usb = {mice = 3, disks = [{node = \"msa1\"}]}", "usb.mice", "3"},
-        {"usb.devices = []", "usb.2.rear.lower", "none"},
+        {"usb = {mice = 3, disks = {msb1 = {present = false}, msc1 = {present = false}, msd1 = "
+         "{present = false}}}",
+         "usb.mice", "3"},
+        {"usb.devices = {'4-1:1.0' = {present = false}, '4-2:1.0' = {present = false}}\nchanges = "
+         "[]",
+         "usb.2.rear.lower", "none"},
         {"disks.esda.present = false", "sata.esda.state", "absent"},
         {"disks.esda = {size64 = false, size = false}", "sata.esda.state", "no-size"},
         {"disks.sdc.present = false", "summary.sata", "3"},

@@ -223,8 +223,14 @@ TEST(ReaderSweep, LostRecordsHaveTheirErrorLineAndNoneIsTorn) {
     for (std::size_t record = 1; record <= all.size(); ++record) {
         for (const bool leaves : {true, false}) {
             Board board = healthy();
-            (leaves ? board.fifo.leaves_at : board.fifo.stalls_at) =
-                static_cast<std::uint32_t>(record);
+            sim::Change change;
+            change.call = "write";
+            change.path = "/var/q7.fifo";
+            change.nth = static_cast<std::uint32_t>(record);
+            change.apply = [&](Board& later) {
+                (leaves ? later.fifo.reader : later.fifo.reading) = false;
+            };
+            board.changes = {change};
             board.fifo.unread = 65'400;  // room for a few short ones
             const Outcome got = run(board, "netQ7test");
             SCOPED_TRACE(testing::Message() << (leaves ? "leaves" : "stalls") << " at " << record);

@@ -118,6 +118,16 @@ TEST_F(Terminal, EveryKeyOfThePanelCanBeTypedAndLedsAreShown) {
     EXPECT_EQ(read_from_panel(log), expected);
 }
 
+TEST_F(Terminal, KeyOfAChangeIsNoPanelKey) {
+    const std::string board = testing::TempDir() + "terminal.toml";
+    std::ofstream(board) << "base = 'healthy'\n[[changes]]\nkey = 'u'\npanel.connected = false\n";
+    const Session session =
+        at_terminal({"--pace", "10", "--board", board, "-o", "3"}, {{"ESC退出测试", "ue"}});
+    EXPECT_EQ(session.status, 0);
+    EXPECT_THAT(session.screen, testing::Not(HasSubstr("●●●●")));
+    EXPECT_THAT(session.screen, testing::Not(HasSubstr("never came")));
+}
+
 TEST_F(Terminal, ScenarioPressesItsKeysWhenAsked) {
     const Session session = at_terminal({"--pace", "50", "--script", "-o", "3"}, {});
     EXPECT_THAT(session.screen, HasSubstr("record  ●●●●●●●● ●●●●●●●●   function ●●●●○○●○"));

@@ -1,4 +1,3 @@
-#include <ranges>
 #include <sstream>
 
 #include "checks/harness.h"
@@ -10,13 +9,20 @@ using namespace checks;
 
 constexpr char kNoRearDisks[] = "后面板上面的USB口没有插U盘\n后面板下面的USB口没有插U盘\n";
 
-// Nothing but disks of a million free blocks, with these names.
-std::string disks(std::string_view nodes) {
-    std::string list;
-    for (const auto node : std::views::split(nodes, ' '))
-        list +=
-            "{free_blocks = 1_000_000, node = '" + std::string(node.begin(), node.end()) + "'},";
-    return "usb.devices = []\nusb.disks = [" + list + "]\n";
+// The healthy board with nothing but disks of these names, of a million free blocks if not said
+// otherwise.
+std::string disks(std::string nodes, const std::string& each = "free_blocks = 1_000_000") {
+    std::string changes;
+    std::istringstream names(nodes);
+    for (std::string name; names >> name;)
+        changes += "usb.disks." + name + " = {" + each + "}\n";
+    nodes = " " + nodes + " ";
+    for (const std::string name : {"msa", "msa1", "msb1", "msc1", "msd1"}) {
+        if (nodes.find(" " + name + " ") == std::string::npos)
+            changes += "usb.disks." + name + ".present = false\n";
+    }
+    return changes
+           + "usb.devices = {'4-1:1.0' = {present = false}, '4-2:1.0' = {present = false}}\n";
 }
 
 TEST(UsbNames, PartitionsReplaceTheirNeighbouringDisk) {
@@ -78,9 +84,9 @@ TEST(UsbTest, ExaminesEachDiskInOrderAndLeavesNothingMounted) {
 
 TEST(UsbTest, FreeSpaceAtItsEdges) {
     const auto expect = [](const char* blocks, const char* block_size, const char* shown) {
-        const std::string disk = "{node = 'msa1', free_blocks = " + std::string(blocks)
-                                 + ", block_size = " + block_size + "}";
-        EXPECT_THAT(run("-o 7", "usb.disks = [" + disk + "]").said(),
+        const std::string disk =
+            "free_blocks = " + std::string(blocks) + ", block_size = " + block_size;
+        EXPECT_THAT(run("-o 7", disks("msa1", disk)).said(),
                     StartsWith("/dev/msa1 剩余空间 = " + std::string(shown) + "\n"))
             << disk;
     };
@@ -96,9 +102,8 @@ TEST(UsbTest, FreeSpaceAtItsEdges) {
     expect("2_200_000_000_000", "1024", "-2146529801M");  // more than 31 bits can hold
 }
 
-constexpr char kMountedByShell[] =
-    "usb = {devices = [], directories = ['/mnt/msa1'], disks = [{node = 'msa1', mount = 'by shell',"
-    " free_blocks = 1_000_000}]}\n";
+const std::string kMountedByShell = disks("msa1", "mount = 'by shell', free_blocks = 1_000_000")
+                                    + "usb.directories = ['/mnt/msa1']\n";
 
 TEST(UsbTest, ShellIsAskedWhereTheCallsFail) {
     const Outcome got = run("-o 7", kMountedByShell);
@@ -111,13 +116,30 @@ TEST(UsbTest, ShellIsAskedWhereTheCallsFail) {
 // The shell ignores the interrupt that ends its command.
 TEST(UsbTest, DiskThatNothingMountsIsJudgedOnTheHostsFileSystem) {
     for (const std::string& changes :
-         {std::string("usb.disks = [{node = 'msa1', mount = 'never'}]"),
+         {disks("msa1", "mount = 'no file system'"),
           kMountedByShell + std::string("operator.interrupts = [2.45]")}) {
         const Outcome got = run("-o 7", changes);
         EXPECT_THAT(got.said(), StartsWith("/dev/msa1 剩余空间 = 92M\n"));
         EXPECT_EQ(got.results.usb_ports_found, 1u);
         EXPECT_EQ(got.signal, 0);
     }
+}
+
+TEST(UsbTest, ShellSaysWhyItFailed) {
+    const std::string mkdir = "mkdir: can't create directory '/mnt/msa1': File exists\n",
+                      mount = "mount: mounting /dev/msa1 on /mnt/msa1 failed: ";
+    const struct {
+        const char *each, *left;
+        std::string errors;
+    } rows[] = {
+        {"mount = 'no file system'", "", mount + "Invalid argument\n"},
+        {"mount = 'no driver'", "", mount + "No such device or address\n"},
+        {"", "usb.directories = '/mnt/msa1'", mkdir},
+        {"", "usb.mounted = '/mnt/msa1'", mkdir + mount + "Device or resource busy\n"},
+        {"", "usb.files = '/mnt/msa1'", mkdir + mount + "Not a directory\n"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(run("-o 7", disks("msa1", row.each) + row.left).errors, row.errors) << row.each;
 }
 
 TEST(UsbTest, FailedStatisticsAreReportedAndTheDiskIsNotCounted) {
@@ -140,18 +162,25 @@ TEST(UsbTest, UnreadableDeviceDirectoryCountsOne) {
 
 TEST(UsbTest, RearPortsAreClassifiedByTheirRootHub) {
     const auto expect = [](const std::string& devices, const char* upper, const char* lower) {
-        EXPECT_THAT(run("-o 7", "usb.devices = [" + devices + "]").said(),
+        std::string changes = "usb.devices = {";
+        for (const std::string name : {"4-1:1.0", "4-2:1.0"})
+            if (devices.find(name) == std::string::npos)
+                changes += "'" + name + "' = {present = false}, ";
+        std::istringstream names(devices);
+        for (std::string name; names >> name;)
+            changes += "'" + name + "' = {present = true}, ";
+        changes.replace(changes.size() - 2, 2, "}");
+        EXPECT_THAT(run("-o 7", changes).said(),
                     EndsWith("M\n后面板上面的USB口" + std::string(upper) + "\n后面板下面的USB口"
                              + lower + "\n"));
     };
     const char *fast = "插着的U盘是3.0U盘", *slow = "插着的U盘是2.0U盘或者鼠标",
                *none = "没有插U盘";
-    expect("{name = '4-1:1.0'}", fast, none);
-    expect("{name = '3-1:1.0'}", slow, none);
-    expect("{name = '3-2:1.0'}", none, slow);
-    expect("{name = '3-1:1.0'}, {name = '4-1:1.0'}, {name = '3-2:1.0'}, {name = '4-2:1.0'}", fast,
-           fast);
-    expect("{name = '4-3:1.0'}, {name = '2-1:1.0'}", none, none);
+    expect("4-1:1.0", fast, none);
+    expect("3-1:1.0", slow, none);
+    expect("3-2:1.0", none, slow);
+    expect("3-1:1.0 4-1:1.0 3-2:1.0 4-2:1.0", fast, fast);
+    expect("4-3:1.0 2-1:1.0", none, none);
 }
 
 TEST(UsbStep, SecondRunFollowsWhenAllPortsWereFoundAndCountsAnew) {
@@ -159,7 +188,8 @@ TEST(UsbStep, SecondRunFollowsWhenAllPortsWereFoundAndCountsAnew) {
     EXPECT_EQ(got.count("opendir"), 1);
     EXPECT_THAT(got.console, testing::Not(HasSubstr("请在10s内将2.0U盘插入")));
     // The stick did not come back.
-    got = run("", "usb.mice = 3\nusb.disks = [{node = 'msa1', until_scan = 2}]");
+    got = run("", disks("msa1") + "usb.mice = 3\nchanges = [{call = 'opendir', path = '/dev', nth = 2, "
+                             "usb.disks.msa1.present = false}]");
     EXPECT_EQ(got.count("opendir"), 2);
     EXPECT_THAT(got.console, HasSubstr("USB口       : 3  \n"));
     EXPECT_THAT(got.console, HasSubstr("USB口       : error occured!  \n"));

@@ -1,13 +1,15 @@
 // The description of one simulated board: what it is fitted with, what is wrong with it, what
-// the operator does and when. It does not change once a run has begun; a scenario file or a check
-// fills it. Times are seconds after the start of the run.
+// the operator does and when, and how it changes. A scenario file or a check fills it. Times are
+// seconds after the start of the run.
 #pragma once
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "sim/change.h"
 #include "sim/devices/alarm.h"
 #include "sim/devices/bridge.h"
 #include "sim/devices/console.h"
@@ -24,11 +26,13 @@
 #include "sim/devices/serial.h"
 #include "sim/devices/usb.h"
 #include "sim/fault.h"
+#include "sim/scenario/expect.h"
 #include "sim/scenario/node.h"
 
 namespace sim {
 
 struct Board {
+    std::string file;  // that describes it, without its bases; empty for a built-in board
     std::string story;
     std::string time_zone = "UTC";
     std::string kernel_release = "3.10.0";
@@ -50,8 +54,10 @@ struct Board {
     std::map<std::string, FileContent> files;
     Operator person;
     std::vector<Fault> faults;
+    std::vector<Change> changes;
+    std::optional<Expect> expect;
 };
 
-extern const Board* scenario;  // of this run; set before the product starts
+extern const Board* scenario;  // of this run, as it is at present
 
 }  // namespace sim

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "sim/change.h"
 #include "sim/clock.h"
 #include "sim/event_log.h"
 #include "sim/process.h"
@@ -61,7 +62,6 @@ Call::Call(const char* function, std::string_view path, std::int64_t argument) {
     event_ = &new_event(function);
     event_->argument = argument;
     if (!path.empty()) event_->path = keep(path);
-    begin();
 }
 
 Call::Call(const char* function, Fd fd, std::int64_t argument, std::uint32_t request) {
@@ -72,10 +72,10 @@ Call::Call(const char* function, Fd fd, std::int64_t argument, std::uint32_t req
     event_->fd = fd.number;
     file_ = open_file(fd.number);
     if (file_ != nullptr) event_->path = file_->path;
-    begin();
 }
 
 void Call::begin() {
+    make_changes_of_call(*event_);
     fault_ = matching_fault(*event_);
     if (fault_ == nullptr) return;
     if (fault_->effect == Fault::Effect::interrupt) interrupt_all();
@@ -86,11 +86,13 @@ void Call::begin() {
 }
 
 void Call::sent(const void* bytes, std::size_t size) {
+    if (size == 0) return;
     event_->sent = keep({static_cast<const char*>(bytes), size});
     event_->sent_size = static_cast<std::uint32_t>(size);
 }
 
 void Call::got(const void* bytes, std::size_t size) {
+    if (size == 0) return;
     event_->got = keep({static_cast<const char*>(bytes), size});
     event_->got_size = static_cast<std::uint32_t>(size);
 }
@@ -107,6 +109,7 @@ int Call::fails_with() {
 long Call::finish(long result) {
     if (event_ == nullptr) return result;
     if (fault_ != nullptr && fault_->effect == Fault::Effect::interrupt) deliver_interrupt();
+    if (fault_ != nullptr && fault_->effect == Fault::Effect::value) result = fault_->value;
     event_->ended = world->now;
     event_->error = result < 0 ? static_cast<std::int32_t>(-result) : 0;
     event_->result = result < 0 ? -1 : result;

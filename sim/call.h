@@ -45,6 +45,7 @@ class Call {
     // result into that of a system call: -1 and errno on failure, errno left alone on success.
     template <class Body>
     long run(Body body) {
+        begin();
         const int fault = fails_with();
         return finish(fault != 0 ? -fault : body());
     }

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "sim/board.h"
+#include "sim/change.h"
 #include "sim/device.h"
 #include "sim/process.h"
 #include "sim/supervisor.h"
@@ -21,7 +22,6 @@
 namespace sim {
 
 World* world = nullptr;
-const Board* scenario = nullptr;
 
 namespace {
 
@@ -38,31 +38,6 @@ Microseconds end_of_wait(const Actor& actor) {
         end = std::min(end, device(file.device).ready_at(file, actor.direction));
     }
     return std::max(end, world->now);
-}
-
-Microseconds next_interrupt() {
-    Microseconds at = world->typed_interrupt;
-    if (world->interrupts_delivered < scenario->person.interrupts.size()) {
-        at = std::min(at, from_seconds(scenario->person.interrupts[world->interrupts_delivered]));
-    }
-    return at;
-}
-
-// Ctrl-C, or the end of the watchdog's time.
-void act_as_board() {
-    if (world->control.watchdog_expires <= world->now) {
-        note("watchdog", "expired: the board restarts");
-        world->restarted = true;
-        stop_run("the watchdog restarted the board in the middle of the run");
-        return;
-    }
-    if (world->typed_interrupt <= world->now) {
-        world->typed_interrupt = kNever;
-    } else {
-        ++world->interrupts_delivered;
-    }
-    note("operator", "interrupt");
-    interrupt_all();
 }
 
 std::string wait_of(const Actor& actor) {
@@ -144,6 +119,7 @@ bool anyone_alive() {
 }
 
 Step next_step() {
+    follow_changes();
     Step next{kNever, -1};
     std::uint64_t first = UINT64_MAX;  // order of the wait that ends next
     for (const Actor& actor : world->actors) {
@@ -153,7 +129,7 @@ Step next_step() {
         next = {at, static_cast<int>(&actor - world->actors)};
         first = actor.order;
     }
-    const Microseconds board_at = std::min(next_interrupt(), world->control.watchdog_expires);
+    const Microseconds board_at = std::min(next_act_at(), next_change_at());
     if (board_at <= next.at) next = {std::max(board_at, world->now), -1};
     return next;
 }
@@ -170,7 +146,8 @@ void take_step(const Step& step) {
     }
     world->now = step.at;
     if (step.actor < 0) {
-        act_as_board();
+        make_due_changes();
+        act_devices();
         return;
     }
     world->running = static_cast<std::int16_t>(step.actor);
@@ -203,9 +180,10 @@ void await_turn() {
         timespec limit{};
         clock_gettime(CLOCK_MONOTONIC, &limit);
         limit.tv_sec += 5;
-        if (sem_clockwait(&world->actors[self].turn, CLOCK_MONOTONIC, &limit) == 0) return;
+        if (sem_clockwait(&world->actors[self].turn, CLOCK_MONOTONIC, &limit) == 0) break;
         if (errno == ETIMEDOUT && !is_supervised()) ::_exit(127);
     }
+    follow_changes();
 }
 
 void deliver_interrupt() {

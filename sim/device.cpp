@@ -1,5 +1,6 @@
 #include "sim/device.h"
 
+#include <algorithm>
 #include <iterator>
 
 #include "sim/devices/console.h"
@@ -34,6 +35,18 @@ const Device& device(int row) { return *kDevices[row]; }
 void start_devices() {
     for (const Device* each : kDevices)
         each->start();
+}
+
+Microseconds next_act_at() {
+    Microseconds at = kNever;
+    for (const Device* each : kDevices)
+        at = std::min(at, each->acts_at());
+    return at;
+}
+
+void act_devices() {
+    for (const Device* each : kDevices)
+        if (each->acts_at() <= world->now) each->act();
 }
 
 std::vector<std::string> list_nodes() {

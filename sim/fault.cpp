@@ -14,10 +14,10 @@ namespace {
 constexpr int kLastErrno = 133;
 
 std::string errno_names() {
-    std::string names;
+    std::string names = "one of ";
     for (int number = 1; number <= kLastErrno; ++number) {
         const char* known = strerrorname_np(number);
-        if (known != nullptr) names += (names.empty() ? "" : ", ") + std::string(known);
+        if (known != nullptr) names += (number == 1 ? "" : ", ") + std::string(known);
     }
     return names;
 }
@@ -40,57 +40,76 @@ const std::set<std::string> kCalls = {
     "statfs", "system",        "tcgetattr",      "tcsetattr", "time",  "umount",
     "uname",  "wait_readable", "wait_writable",  "waitpid",   "write"};
 
-bool concerns(const Fault& fault, const Event& event) {
-    return (fault.call.empty() || fault.call == event.function)
-           && (fault.path.empty() || fault.path == world->log.path_of(event))
-           && (fault.request == 0 || fault.request == event.request)
-           && (fault.actor.empty() || fault.actor == world->name_of(world->actors[self]));
+std::string call_names() {
+    std::string names;
+    for (const std::string& call : kCalls)
+        names += (names.empty() ? "one of " : ", ") + call;
+    return names;
+}
+
+std::uint32_t opcode_of(const Event& event) {
+    const std::string_view sent = world->log.sent(event);
+    return event.request == 0x197B && sent.size() > 1 ? static_cast<std::uint8_t>(sent[1]) : 0;
 }
 
 }  // namespace
 
-void describe(Keys& keys, Fault& fault) {
-    fault.place = keys.place();
-    std::string calls;
-    for (const std::string& call : kCalls)
-        calls += (calls.empty() ? "" : ", ") + call;
+bool Match::concerns(const Event& event) const {
+    return (call.empty() || call == event.function)
+           && (path.empty() || path == world->log.path_of(event))
+           && (request == 0 || request == event.request)
+           && (opcode == 0 || opcode == opcode_of(event))
+           && (actor.empty() || actor == world->log.actor_of(event));
+}
+
+void describe(Keys& keys, Match& match) {
+    match.place = keys.place();
     keys.key("call",
-             Word{"one of " + calls, "any",
+             Word{call_names(), "any",
                   [&](const std::string& name) {
-                      fault.call = name;
+                      match.call = name;
                       return kCalls.count(name) != 0;
                   }},
-             "what goes wrong, as the event log names it");
-    keys.key("path", fault.path, "path that the call works on; \"\" = any");
-    keys.key("actor", fault.actor, "\"main\", \"thread1\", \"child1\" ...; \"\" = any");
-    keys.key("request", fault.request, "request of an ioctl; 0 = any");
-    keys.key("nth", fault.nth, "which of the matching calls", {1});
+             "which call it is, as the event log names it");
+    keys.key("path", match.path, "path that the call works on; \"\" = any");
+    keys.key("actor", match.actor, "\"main\", \"thread1\", \"child1\" ...; \"\" = any");
+    keys.key("request", match.request, "request of an ioctl; 0 = any");
+    keys.key("opcode", match.opcode, "opcode of a bridge request; 0 = any", {0, 255});
+    keys.key("nth", match.nth, "which of the matching calls", {1});
+    keys.only_if(match.call.empty() || match.call == "ioctl", {"request"}, "call = \"ioctl\"");
+}
+
+void describe(Keys& keys, Fault& fault) {
+    describe(keys, static_cast<Match&>(fault));
     keys.key("onwards", fault.onwards, "that call and each matching one after it");
     keys.key(
         "effect",
         choice(fault.effect, {{"error", Fault::Effect::error},
                               {"short", Fault::Effect::shorten},
+                              {"value", Fault::Effect::value},
                               {"interrupt", Fault::Effect::interrupt},
                               {"power cut", Fault::Effect::power_cut}}),
-        "what happens: it fails, transfers `count` bytes at most, Ctrl-C comes, the power goes");
+        "what happens: it fails, transfers `count` bytes at most, returns `value`, Ctrl-C comes, "
+        "the power goes");
     keys.key("errno",
-             Word{"one of " + errno_names(), "\"EIO\"",
+             Word{errno_names(), "\"EIO\"",
                   [&](const std::string& name) { return set_errno(fault.error, name); }},
              "with which it fails");
+    keys.key("value", fault.value, "that it returns, once it is carried out", {0, INT32_MAX});
     keys.key("count", fault.count, "bytes that a short transfer takes at most");
     const bool transfers = fault.call.empty() || fault.call == "read" || fault.call == "pread"
                            || fault.call == "write";
     keys.only_if(transfers, {"count"}, "call = \"read\", \"pread\" or \"write\"");
     keys.only_if(fault.effect == Fault::Effect::error, {"errno"}, "effect = \"error\"");
+    keys.only_if(fault.effect == Fault::Effect::value, {"value"}, "effect = \"value\"");
     keys.only_if(fault.effect == Fault::Effect::shorten, {"count"}, "effect = \"short\"");
-    keys.only_if(fault.call.empty() || fault.call == "ioctl", {"request"}, "call = \"ioctl\"");
 }
 
 const Fault* matching_fault(const Event& event) {
     const Fault* found = nullptr;
     for (std::size_t i = 0; i < scenario->faults.size(); ++i) {
         const Fault& fault = scenario->faults[i];
-        if (!concerns(fault, event)) continue;
+        if (!fault.concerns(event)) continue;
         const std::uint32_t match = ++world->fault_matches[i];
         if (match == fault.nth || (fault.onwards && match > fault.nth)) found = &fault;
     }

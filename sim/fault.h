@@ -11,20 +11,29 @@ struct Event;
 
 constexpr std::size_t kMostFaults = 64;
 
-// Takes the place of the n-th platform call that matches, or, from then on, of each.
-struct Fault {
-    enum class Effect : std::uint8_t { error, shorten, interrupt, power_cut };
-
+// The n-th platform call of a kind.
+struct Match {
     std::string call;           // function; empty = any
     std::string path;           // of the file or directory; empty = any
     std::string actor;          // "main", "thread1", "child1" ...; empty = any
     std::uint32_t request = 0;  // of an ioctl; 0 = any
+    std::uint32_t opcode = 0;   // of a bridge request: its byte 1; 0 = any
     std::uint32_t nth = 1;
+    std::string place{};  // in the scenario: "board.toml:12"
+
+    bool concerns(const Event& event) const;  // whichever it is
+};
+void describe(Keys& keys, Match& match);
+
+// Takes the place of the call, or, from then on, of each.
+struct Fault : Match {
+    enum class Effect : std::uint8_t { error, shorten, value, interrupt, power_cut };
+
     bool onwards = false;
     Effect effect = Effect::error;
     int error = 5;            // errno, with Effect::error
+    long value = 0;           // that it returns, with Effect::value
     std::uint32_t count = 0;  // bytes that remain, with Effect::shorten
-    std::string place{};      // in the scenario: "board.toml:12"
 };
 void describe(Keys& keys, Fault& fault);
 

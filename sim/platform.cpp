@@ -64,13 +64,12 @@ int select_one(const char* function, int fd, Direction direction, timeval* remai
     }));
 }
 
-constexpr std::uint32_t kBridgeRequest = 0x197B;  // the one whose 16 bytes the event log keeps
-
 int control(Call& call, std::uint32_t request, Argument argument) {
-    if (request == kBridgeRequest) call.sent(argument.block, 16);
+    const OpenFile* const open = call.file();
+    if (open != nullptr) call.sent(argument.block, device(open->device).sent_size(request));
     return static_cast<int>(on_file(call, [&](OpenFile& file, const Device& device) {
         const long result = device.ioctl(file, request, argument);
-        if (request == kBridgeRequest) call.got(argument.block, 16);
+        if (result >= 0) call.got(argument.block, device.answer_size(request));
         return result;
     }));
 }
@@ -336,7 +335,12 @@ int umount(const char* directory) {
 }
 
 int statfs(const char* path, struct ::statfs* statistics) {
-    return on_path("statfs", path, [&] { return sim::statistics(path, *statistics); });
+    Call call("statfs", path, 0);
+    return static_cast<int>(call.run([&] {
+        const long result = sim::statistics(path, *statistics);
+        if (result == 0) call.got(statistics, sizeof *statistics);
+        return result;
+    }));
 }
 
 int system(const char* command) {

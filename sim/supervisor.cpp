@@ -19,6 +19,7 @@
 
 #include "platform/platform.h"
 #include "sim/call.h"
+#include "sim/change.h"
 #include "sim/clock.h"
 #include "sim/device.h"
 #include "sim/process.h"
@@ -73,7 +74,6 @@ World* new_world() {
     if (mapping == MAP_FAILED) fail("mmap");
     World* made = static_cast<World*>(mapping);
     made->supervisor = ::getpid();
-    made->typed_interrupt = kNever;
     return made;
 }
 
@@ -87,12 +87,12 @@ class Run {
           wake_(::eventfd(0, EFD_NONBLOCK), "eventfd") {
         outcome_.world.reset(new_world());
         world = outcome_.world.get();
-        scenario = &description;
         self = -1;
         console_stream = console_.get();
         world->wake_supervisor = wake_.get();
         world->paced = live.pace > 0;
         start_first_process();
+        start_changes(description);
         if (description.faults.size() > kMostFaults) stop_here("more than %zu faults", kMostFaults);
         start_devices();
         if (world->stopped) throw std::length_error(world->stop_reason);

@@ -24,15 +24,16 @@ struct World {
     bool stopped, power_cut, restarted;
     char stop_reason[4096];
 
-    std::uint32_t interrupts_delivered;  // of the scenario's list
-    Microseconds typed_interrupt;        // by the person in front of q7-sim; kNever = none
     std::uint32_t fault_matches[kMostFaults];
+    ChangeState changes[kMostChanges];
+    std::uint32_t changes_made;
+    std::uint8_t made[1 << 16];  // which, in their order
 
     Actor actors[64];
     Process processes[64];
     OpenFile files[8192];
 
-    Queue<ConsoleInput, kMostLines> console;
+    ConsoleState console;
     Control control;
     ReportFifo fifo;
     SerialLine lines[2];

@@ -108,6 +108,7 @@ Judgement Attempt::run(AttemptWatcher& watcher) {
     writer_.sync();
     refresh();
     Judgement judgement = judge(reader_.journal(), evidence_, setup_.plan);
+    if (setup_.diagnose) setup_.diagnose(judgement, evidence_);
     write_file(judgement_path(writer_.path()), to_json(judgement).dump() + "\n");
     return judgement;
 }

@@ -32,6 +32,8 @@ struct AttemptSetup {
     bool somebody_answers = false;  // else a question without an answer is left at once
     // Other serial numbers under which a network address was seen; without it, the folder is read.
     std::function<std::vector<std::string>(const std::string& address)> serials_of_address;
+    // Adds the causes to the judgement before it is stored; without it, there are none.
+    std::function<void(Judgement&, const Evidence&)> diagnose;
 };
 
 // How far an attempt has come; valid during the call that carries it.

@@ -553,7 +553,8 @@ nlohmann::ordered_json to_json(const Judgement& judgement) {
     object["verdict"] = name_of(judgement.verdict);
     object["items"] = items;
     object["unexplained"] = unexplained;
-    object["causes"] = Json::array();
+    object["causes"] = judgement.causes;
+    if (!judgement.dictionary.is_null()) object["dictionary"] = judgement.dictionary;
     object["station"] = identity.station;
     object["operator"] = identity.operator_id;
     object["model"] = identity.model;

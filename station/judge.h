@@ -54,6 +54,8 @@ struct Judgement {
     std::vector<Measurement> measurements;
     std::string agent, q7_sha256;        // the agent's version, the program on the board
     std::vector<std::string> addresses;  // of its network, where the plan calls them unique
+    nlohmann::ordered_json causes = nlohmann::ordered_json::array();  // by the fault dictionary
+    nlohmann::ordered_json dictionary;  // which one was asked; null = none
 
     const Item* item(std::string_view name) const;
 };

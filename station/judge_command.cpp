@@ -11,6 +11,7 @@
 #include <optional>
 
 #include "station/commands.h"
+#include "station/dictionary/diagnosis.h"
 #include "station/journal.h"
 #include "station/judge.h"
 #include "station/learn.h"
@@ -23,16 +24,20 @@ namespace {
 
 using std::string;
 
-Judgement judge_file(const string& path, const std::optional<Plan>& plan) {
+Judgement judge_file(const string& path, const std::optional<Plan>& plan,
+                     const std::optional<Dictionary>& dictionary = std::nullopt) {
     const Journal journal = read_journal(path);
     if (journal.lines == 0) {
         throw std::runtime_error(path + ": " + journal.damage.front().text);
     }
-    return plan ? judge(journal, take_evidence(journal), *plan) : judge(journal);
+    const Evidence evidence = take_evidence(journal);
+    Judgement judgement = plan ? judge(journal, evidence, *plan) : judge(journal);
+    if (dictionary) diagnose(*dictionary, judgement, evidence);
+    return judgement;
 }
 
 struct JudgeOptions {
-    string plan;
+    string plan, dictionary;
     bool json = false;
     std::vector<string> journals;
 };
@@ -40,17 +45,22 @@ struct JudgeOptions {
 int judge_journals(const JudgeOptions& options) {
     std::optional<Plan> plan;
     if (!options.plan.empty()) plan = Plan::parse(read_file(options.plan), options.plan);
+    std::optional<Dictionary> dictionary;
+    if (!options.dictionary.empty()) {
+        dictionary = parse_dictionary(read_file(options.dictionary), options.dictionary);
+    }
     Verdict worst = Verdict::pass;
     bool refused = false;
     const Look look = look_of(STDOUT_FILENO);
     for (const string& path : options.journals) {
         try {
-            const Judgement judgement = judge_file(path, plan);
+            const Judgement judgement = judge_file(path, plan, dictionary);
             worst = std::max(worst, judgement.verdict);
             if (options.json) {
                 std::cout << to_json(judgement).dump() << "\n";
             } else {
-                std::cout << reason_lines(judgement, look) << verdict_text(judgement, look);
+                std::cout << reason_lines(judgement, look) << cause_lines(judgement)
+                          << verdict_text(judgement, look);
             }
         } catch (const std::exception& error) {
             std::fprintf(stderr, "q7-station: %s\n", error.what());
@@ -124,6 +134,8 @@ void add_judge(CLI::App& app, int& status) {
     auto options = std::make_shared<JudgeOptions>();
     CLI::App* command = app.add_subcommand("judge", "Judge journals by their own plan or another");
     command->add_option("--plan", options->plan, "Judge by this plan")->check(CLI::ExistingFile);
+    command->add_option("--dictionary", options->dictionary, "Fault dictionary, for the causes")
+        ->check(CLI::ExistingFile);
     command->add_flag("--json", options->json, "Print one object a journal, on one line");
     command->add_option("JOURNAL", options->journals, "Journals")->required();
     command->callback([options, &status] { status = judge_journals(*options); });

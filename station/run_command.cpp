@@ -9,9 +9,11 @@
 #include <cstdio>
 #include <iostream>
 #include <memory>
+#include <sstream>
 
 #include "station/attempt.h"
 #include "station/commands.h"
+#include "station/dictionary/diagnosis.h"
 #include "station/hooks.h"
 #include "station/index/index.h"
 #include "station/index/outbox.h"
@@ -27,7 +29,7 @@ volatile std::sig_atomic_t interrupted = 0;
 
 struct RunOptions {
     string plan, serial, operator_id, journals = "journals", station = "1", mark = "production";
-    string resume;
+    string resume, dictionary;
     string index, before, after;  // empty = none
     std::vector<string> answers, words;
     bool json = false;
@@ -90,7 +92,12 @@ class Terminal : public AttemptWatcher {
         if (typed_.size() > sizeof buffer) typed_.clear();
     }
 
-    void show(const Judgement& judgement) { progress_.show(judgement); }
+    void show(const Judgement& judgement) {
+        progress_.show(judgement);
+        std::istringstream causes(cause_lines(judgement));
+        for (string line; std::getline(causes, line);)
+            progress_.note(line);
+    }
 
   private:
     void take_answer(const string& word) {
@@ -155,6 +162,7 @@ AttemptSetup make_setup(const RunOptions& options) {
     take_plan(setup, options);
     setup.board = BoardWords::parse(options.words);
     setup.answers = parse_answers(options.answers, setup.plan);
+    setup.diagnose = diagnosis_by(options.dictionary, setup.plan);
     setup.journals = options.journals;
     setup.identity.serial = options.serial;
     setup.identity.operator_id = options.operator_id;
@@ -276,6 +284,8 @@ void add_run(CLI::App& app, int& status) {
         ->excludes("--serial");
     command->add_option("--operator", options->operator_id, "Who tests it")->required();
     command->add_option("--answer", options->answers, "QUESTION=yes|no|unsure, given beforehand");
+    command->add_option("--dictionary", options->dictionary, "Fault dictionary, for the causes")
+        ->check(CLI::ExistingFile);
     command->add_option("--journals", options->journals, "Folder of the journals")
         ->capture_default_str();
     command->add_option("--index", options->index,

@@ -5,8 +5,6 @@
 #include <set>
 #include <vector>
 
-#include "sim/time.h"
-
 namespace sim {
 
 class Keys;
@@ -14,14 +12,11 @@ class Keys;
 struct Alarm {  // the fixture between alarm outputs and inputs, all counted from 1
     std::vector<std::set<std::uint8_t>> wiring;  // inputs that each output drives
     std::set<std::uint8_t> stuck, dead;          // inputs: always active, never active
-    std::set<std::uint8_t> slow;                 // outputs that follow after slow_time
-    double slow_time = 3;
 };
 void describe(Keys& keys, Alarm& alarm);
 
 struct AlarmState {
-    std::uint32_t outputs, before;  // as last written; as they were in effect until then
-    Microseconds written;
+    std::uint32_t outputs;  // as last written
 };
 
 // The sides of the control device.

@@ -16,6 +16,7 @@
 #include <iterator>
 
 #include "sim/clock.h"
+#include "sim/little_endian.h"
 #include "sim/scenario/keys.h"
 #include "sim/scenario/words.h"
 #include "sim/world.h"
@@ -24,22 +25,22 @@ namespace sim {
 namespace {
 
 constexpr std::uint8_t kProtectionBits = 0x1C;
+constexpr std::uint32_t kPageSize = 256;
+
+// SPI commands: transfer code and opcode.
+constexpr int kWriteStatus = 0x0401;
+constexpr int kPageProgram = 0xE502;
+constexpr int kReadData = 0xE903;
+constexpr int kReadStatus = 0x0805;
+constexpr int kWriteEnable = 0x0006;
+constexpr int kChipErase = 0x00C7;
 
 struct Request {
     std::uint8_t* block;
 
-    std::uint32_t word(int place) const {
-        std::uint32_t value = 0;
-        for (int i = 0; i < 4; ++i)
-            value |= static_cast<std::uint32_t>(block[place + i]) << 8 * i;
-        return value;
-    }
-    std::uint32_t address() const { return word(10); }
-    std::uint32_t data() const { return word(2); }
-    void answer(std::uint32_t value) const {
-        for (int i = 0; i < 4; ++i)
-            block[2 + i] = static_cast<std::uint8_t>(value >> 8 * i);
-    }
+    std::uint32_t address() const { return get_word(block + 10); }
+    std::uint32_t data() const { return get_word(block + 2); }
+    void answer(std::uint32_t value) const { put_word(block + 2, value); }
 };
 
 std::uint32_t register_value(const Bridge& bridge, std::uint32_t address) {
@@ -57,6 +58,11 @@ bool begin(Flash& flash, double time_s) {
     return true;
 }
 
+void fail_bad_cells(const Bridge& bridge, Flash& flash) {
+    for (const std::uint32_t cell : bridge.bad_cells)
+        flash.cells[cell] = 0;
+}
+
 void write_status(const Bridge& bridge, Flash& flash, std::uint32_t value) {
     if (!begin(flash, bridge.status_time)) return;
     if (bridge.unlocks) flash.protection = value & kProtectionBits;
@@ -65,6 +71,7 @@ void write_status(const Bridge& bridge, Flash& flash, std::uint32_t value) {
 void chip_erase(const Bridge& bridge, Flash& flash) {
     if (flash.protection != 0 || !begin(flash, bridge.erase_time)) return;
     if (bridge.erases) std::memset(flash.cells, 0xFF, sizeof flash.cells);
+    fail_bad_cells(bridge, flash);
 }
 
 void page_program(const Bridge& bridge, BridgeState& state, const Request& request) {
@@ -75,39 +82,42 @@ void page_program(const Bridge& bridge, BridgeState& state, const Request& reque
         flash.cells[(request.address() + i) % sizeof flash.cells] &=
             static_cast<std::uint8_t>(request.data() >> 8 * i);
     }
+    for (const std::uint32_t cell : bridge.disturbed) {
+        const bool beside = cell - request.address() >= 4;  // unsigned: before it as well
+        if (beside && cell / kPageSize == request.address() / kPageSize) flash.cells[cell] &= 0xFE;
+    }
+    fail_bad_cells(bridge, flash);
 }
 
 std::uint32_t read_word(const Flash& flash, std::uint32_t address) {
-    std::uint32_t word = 0;
-    for (std::uint32_t i = 0; i < 4; ++i) {
-        word |= static_cast<std::uint32_t>(flash.cells[(address + i) % sizeof flash.cells])
-                << 8 * i;
-    }
-    return word;
+    std::uint8_t bytes[4];
+    for (std::uint32_t i = 0; i < 4; ++i)
+        bytes[i] = flash.cells[(address + i) % sizeof flash.cells];
+    return get_word(bytes);
 }
 
 void transfer(const Bridge& bridge, BridgeState& state, const Request& request) {
     Flash& flash = state.flash;
     const int command = request.block[9] << 8 | request.block[1];
-    if (command == 0x0805) {
-        request.answer(flash.protection | (flash.write_enabled ? 2u : 0u)
-                       | (is_busy(flash) ? 1u : 0u));
+    if (command == kReadStatus) {  // in one byte; the others stay as they were sent
+        request.block[2] = static_cast<std::uint8_t>(
+            flash.protection | (flash.write_enabled ? 2 : 0) | (is_busy(flash) ? 1 : 0));
     }
     if (is_busy(flash)) return;
     switch (command) {
-    case 0x0006:
+    case kWriteEnable:
         flash.write_enabled = true;
         break;
-    case 0x0401:
+    case kWriteStatus:
         write_status(bridge, flash, request.data());
         break;
-    case 0xE903:
+    case kReadData:
         request.answer(read_word(flash, request.address()));
         break;
-    case 0x00C7:
+    case kChipErase:
         chip_erase(bridge, flash);
         break;
-    case 0xE502:
+    case kPageProgram:
         page_program(bridge, state, request);
         break;
     default:
@@ -144,6 +154,7 @@ void bridge_start() {
         std::memcpy(state->flash.cells, bridge.flash.data(),
                     std::min(bridge.flash.size(), sizeof state->flash.cells));
         std::memcpy(state->running, state->flash.cells, sizeof state->running);
+        fail_bad_cells(bridge, state->flash);
         state->flash.protection = bridge.protection & kProtectionBits;
         ++state;
     }
@@ -186,6 +197,7 @@ void describe_image(Keys& keys, std::string& bytes) {
 }
 
 void describe(Keys& keys, Bridge& bridge, const std::string& folder) {
+    keys.start_only({"flash", "from", "image", "protection", "save"});
     keys.key("presence", bridge.registers.at(0xFC00), "register 0xFC00; 0x8F or 0xF8 = it answers");
     keys.key("revision", bridge.registers.at(0xFC03), "register 0xFC03");
     keys.key("bonding_high", bridge.registers.at(0xFAFD), "register 0xFAFD");
@@ -199,6 +211,13 @@ void describe(Keys& keys, Bridge& bridge, const std::string& folder) {
     keys.key("unlocks", bridge.unlocks, "writing the status changes them");
     keys.key("erases", bridge.erases, "the flash obeys the erase");
     keys.key("programs", bridge.programs, "the flash obeys the programming");
+    keys.key("bad_cells", bridge.bad_cells, "addresses of cells that are always 0",
+             {0, kFlashSize - 1});
+    keys.key(
+        "disturbed", bridge.disturbed,
+        "addresses of cells that lose their lowest bit when a word is programmed beside them in "
+        "their page of 256 bytes",
+        {0, kFlashSize - 1});
     keys.key("flash", hexadecimal(bridge.flash, kFlashSize), "content of the flash from address 0");
     keys.key("from", from_file(bridge.flash, folder, kFlashSize),
              "a file of this machine with its content");

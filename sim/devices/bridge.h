@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 
 #include "sim/time.h"
@@ -31,6 +32,7 @@ struct Bridge {  // port multiplier with its SPI flash
     std::uint8_t protection = 0;  // block protection bits of the status register, 2 to 4
     bool unlocks = true;          // writing the status register changes them
     bool erases = true, programs = true;
+    std::set<std::uint32_t> bad_cells, disturbed;
     std::string flash;  // its content from address 0; the rest is 0xFF
     std::string save;   // file of this machine for the flash as the run leaves it
 };

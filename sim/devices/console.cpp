@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "sim/clock.h"
 #include "sim/scenario/keys.h"
 #include "sim/scenario/words.h"
 #include "sim/world.h"
@@ -15,7 +16,7 @@ namespace sim {
 namespace {
 
 void add_input(Microseconds at, std::string_view text) {
-    auto& queue = world->console;
+    auto& queue = world->console.typed;
     if (queue.is_full()) {
         stop_run("more than %zu lines typed and not read", std::size(queue.items));
         return;
@@ -23,9 +24,18 @@ void add_input(Microseconds at, std::string_view text) {
     queue[queue.tail++] = {at, keep(text), static_cast<std::uint32_t>(text.size())};
 }
 
+// The operator's next Ctrl-C.
+Microseconds next_interrupt() {
+    const auto& times = scenario->person.interrupts;
+    const std::uint32_t next = world->console.interrupts;
+    const Microseconds listed = next < times.size() ? from_seconds(times[next]) : kNever;
+    return std::min(listed, world->console.typed_interrupt);
+}
+
 class Console final : public Device {
   public:
     void start() const override {
+        world->console.typed_interrupt = kNever;
         for (std::int16_t fd = 0; fd < 3; ++fd) {
             world->files[fd] = {kConsoleRow, fd, 1, keep("console"), 0};
             world->processes[0].files[fd] = fd;
@@ -37,8 +47,21 @@ class Console final : public Device {
 
     int find(std::string_view) const override { return -1; }
 
+    Microseconds acts_at() const override { return next_interrupt(); }
+
+    void act() const override {
+        ConsoleState& console = world->console;
+        if (console.typed_interrupt <= world->now) {
+            console.typed_interrupt = kNever;
+        } else {
+            ++console.interrupts;
+        }
+        note("operator", "interrupt");
+        interrupt_all();
+    }
+
     long read(OpenFile&, void* data, std::size_t size) const override {
-        auto& queue = world->console;
+        auto& queue = world->console.typed;
         if (queue.is_empty() || queue.front().at > world->now) return -EAGAIN;
         ConsoleInput& input = queue[queue.head];
         const std::size_t count = std::min<std::size_t>(size, input.size);
@@ -54,7 +77,7 @@ class Console final : public Device {
     }
 
     Microseconds ready_at(const OpenFile&, Direction direction) const override {
-        const auto& queue = world->console;
+        const auto& queue = world->console.typed;
         if (direction == Direction::write) return world->now;
         return queue.is_empty() ? kNever : std::max(queue.front().at, world->now);
     }
@@ -72,8 +95,10 @@ void describe_line(Keys& keys, TypedLine& line) {
 const Device& console_device = console;
 
 void type_line(std::string_view text) { add_input(world->now, text); }
+void type_interrupt() { world->console.typed_interrupt = world->now; }
 
 void describe(Keys& keys, Operator& person) {
+    keys.start_only({"lines", "interrupts"});
     keys.list("lines", person.lines, describe_line, kMostLines);
     refuse_descending(keys, "lines", person.lines);
     keys.key("interrupts", person.interrupts, "seconds at which Ctrl-C is pressed, in order");

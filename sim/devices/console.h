@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "sim/device.h"
+#include "sim/queue.h"
 #include "sim/time.h"
 
 namespace sim {
@@ -28,12 +29,19 @@ void describe(Keys& keys, Operator& person);
 
 struct ConsoleInput {
     Microseconds at;
-    std::uint32_t text, size;  // in the text arena; size 0 = end of input, which stays
+    std::uint32_t text, size;  // in the text of the log; size 0 = end of input, which stays
+};
+
+struct ConsoleState {
+    Queue<ConsoleInput, kMostLines> typed;
+    std::uint32_t interrupts;      // of the scenario's list, so far
+    Microseconds typed_interrupt;  // by the person in front of q7-sim; kNever = none
 };
 
 extern const Device& console_device;
 
 // Adds what the operator types at the present instant; empty = end of input.
 void type_line(std::string_view text);
+void type_interrupt();
 
 }  // namespace sim

@@ -12,6 +12,7 @@
 
 #include "sim/devices/alarm.h"
 #include "sim/devices/bridge.h"
+#include "sim/little_endian.h"
 #include "sim/scenario/keys.h"
 #include "sim/world.h"
 
@@ -20,15 +21,38 @@ namespace {
 
 using Block = std::uint8_t*;
 
-void put(Block block, int offset, std::uint32_t value) {
-    for (int i = 0; i < 4; ++i)
-        block[offset + i] |= static_cast<std::uint8_t>(value >> (8 * i));
+enum Request : std::uint32_t {
+    kSetLine = 0x01,
+    kSetDirection = 0x03,
+    kGetHardware = 0x04,
+    kGetLine = 0x06,
+    kRs485First = 0x07,
+    kRs485Second = 0x08,
+    kGetBootParameters = 0x10,
+    kSetWatchdog = 0x20,
+    kStopWatchdog = 0x22,
+    kResetBridges = 0x52,
+    kSelectNetPort = 0x81,
+    kStartAlarm = 0x40026B91,
+    kGetAlarmInputs = 0x80026B90,
+};
+
+constexpr std::size_t kBlockSize = 256;
+
+// What q7 has no use for is not zero.
+void fill_hardware_block(Block block) {
+    std::memset(block, 0xA5, kBlockSize);
+    for (const HardwareField& field : kHardwareFields) {
+        const std::uint32_t mask = field.most() << field.low;
+        const std::uint32_t value = scenario->hardware.at(field.key) << field.low;
+        put_word(block + field.offset, (get_word(block + field.offset) & ~mask) | value);
+    }
 }
 
-void fill_hardware_block(Block block) {
-    for (const HardwareField& field : kHardwareFields) {
-        put(block, field.offset, scenario->hardware.at(field.key) << field.low);
-    }
+void fill_boot_parameters(Block block) {
+    std::memset(block, 0x5A, kBlockSize);
+    block[100] = static_cast<std::uint8_t>(scenario->control.boot_device_type);
+    block[101] = static_cast<std::uint8_t>(scenario->control.boot_device_type >> 8);
 }
 
 long set_line(std::uint32_t argument) {
@@ -46,7 +70,8 @@ long get_line(std::uint32_t argument) {
 }
 
 long set_watchdog_timeout(std::uint32_t seconds) {
-    world->control.watchdog_expires = world->now + from_ms(1000) * seconds;
+    if (scenario->control.watchdog_bites)
+        world->control.watchdog_expires = world->now + from_ms(1000) * seconds;
     note("watchdog", "%u s", seconds);
     return 0;
 }
@@ -76,6 +101,15 @@ class ControlNode final : public Device {
         return scenario->control.present && path == "/dev/zebio" ? 0 : -1;
     }
 
+    Microseconds acts_at() const override { return world->control.watchdog_expires; }
+
+    void act() const override {
+        world->control.watchdog_expires = kNever;
+        note("watchdog", "expired: the board restarts");
+        world->restarted = true;
+        stop_run("the watchdog restarted the board in the middle of the run");
+    }
+
     void list(std::vector<std::string>& names) const override {
         if (scenario->control.present) names.push_back("zebio");
     }
@@ -91,39 +125,37 @@ class ControlNode final : public Device {
     long ioctl(OpenFile&, std::uint32_t request, Argument argument) const override {
         auto* const block = static_cast<Block>(argument.block);
         switch (request) {
-        case 0x01:
+        case kSetLine:
             return set_line(argument.value);
-        case 0x03:
+        case kSetDirection:
             world->control.direction[argument.value & 0xFF] = argument.value >> 8 & 0xFF;
             return 0;
-        case 0x04:
-            std::memset(block, 0, 256);
+        case kGetHardware:
             fill_hardware_block(block);
             return 0;
-        case 0x06:
+        case kGetLine:
             return get_line(argument.value);
-        case 0x07:
+        case kRs485First:
             world->control.rs485_first = argument.value == 1;
             return 0;
-        case 0x08:
+        case kRs485Second:
             world->control.rs485_second = argument.value == 1;
             return 0;
-        case 0x10:
-            std::memset(block, 0, 256);
-            put(block, 100, scenario->control.boot_device_type);
+        case kGetBootParameters:
+            fill_boot_parameters(block);
             return 0;
-        case 0x20:
+        case kSetWatchdog:
             return set_watchdog_timeout(argument.value);
-        case 0x22:
+        case kStopWatchdog:
             return stop_watchdog(argument.value);
-        case 0x52:
+        case kResetBridges:
             reset_bridges(argument.value);
             return 0;
-        case 0x81:
+        case kSelectNetPort:
             return select_net_port(argument.value);
-        case 0x40026B91:
+        case kStartAlarm:
             return 0;
-        case 0x80026B90: {
+        case kGetAlarmInputs: {
             const std::uint16_t inputs = alarm_inputs();  // the upper half keeps what it was
             std::memcpy(block, &inputs, sizeof inputs);
             return 0;
@@ -131,6 +163,11 @@ class ControlNode final : public Device {
         default:
             return -ENOTTY;
         }
+    }
+
+    std::size_t answer_size(std::uint32_t request) const override {
+        if (request == kGetAlarmInputs) return sizeof(std::uint16_t);
+        return request == kGetHardware || request == kGetBootParameters ? kBlockSize : 0;
     }
 };
 
@@ -142,6 +179,8 @@ const Device& control_device = control;
 
 void describe(Keys& keys, ControlDevice& control) {
     keys.key("present", control.present, "/dev/zebio exists");
+    keys.key("watchdog_bites", control.watchdog_bites,
+             "false: it accepts a time-out and never restarts the board");
     keys.key("boot_device_type", control.boot_device_type,
              "device type in the boot parameters; 0x4487, 0x448F, 0x4497 and 0x449F have no RS-485 "
              "step, and alarm I/O by control line 25");

@@ -13,6 +13,7 @@ class Keys;
 
 struct ControlDevice {
     bool present = false;
+    bool watchdog_bites = true;
     std::uint16_t boot_device_type = 0;
     std::set<std::uint8_t> high_lines;  // that something outside drives; it drives the others low
 };

@@ -1,5 +1,4 @@
-// An open /dev: every device lists its nodes, in directory order. Each opening is a scan, by which
-// the operator plugs and unplugs USB devices.
+// An open /dev: every device lists its nodes, in directory order.
 #include "sim/devices/directory.h"
 
 #include "sim/process.h"
@@ -21,7 +20,6 @@ const Device& directory_device = directory;
 
 long open_directory(std::string_view path) {
     if (path != "/dev") return -ENOENT;
-    ++world->usb.scans;
     return new_descriptor(kDirectoryRow, 0, path);
 }
 

@@ -5,12 +5,19 @@
 #include <cstring>
 #include <iterator>
 
+#include "sim/clock.h"
 #include "sim/scenario/keys.h"
 #include "sim/scenario/words.h"
 #include "sim/world.h"
 
 namespace sim {
 namespace {
+
+constexpr std::uint32_t kDriveCommand = 0x031F;  // HDIO_DRIVE_CMD
+constexpr std::uint32_t kGetSectors = 0x1260;    // BLKGETSIZE
+constexpr std::uint32_t kGetBytes = 0x80041272;  // BLKGETSIZE64 of a 32-bit kernel
+constexpr std::uint32_t kPassThrough = 0x197B;
+constexpr std::size_t kRegisterBlock = 16;
 
 const Disk& disk_at(int index) { return std::next(scenario->disks.begin(), index)->second; }
 
@@ -67,19 +74,39 @@ class DiskNodes final : public Device {
 
     long ioctl(OpenFile& file, std::uint32_t request, Argument argument) const override {
         const Disk& disk = disk_at(file.index);
+        if (!disk.present) return -ENODEV;  // it was pulled
+        if (request != kPassThrough) take_time(from_seconds(disk.request_time));
         switch (request) {
-        case 0x031F:
+        case kDriveCommand:
             return identify(disk, static_cast<std::uint8_t*>(argument.block));
-        case 0x1260:
+        case kGetSectors:
             return count_sectors(disk, argument.block);
-        case 0x80041272:
+        case kGetBytes:
             if (!disk.size64) return -ENOTTY;
             std::memcpy(argument.block, &disk.bytes, sizeof disk.bytes);
             return 0;
-        case 0x197B:
+        case kPassThrough:
             return pass_through(disk.bridge, static_cast<std::uint8_t*>(argument.block));
         default:
             return -ENOTTY;
+        }
+    }
+
+    std::size_t sent_size(std::uint32_t request) const override {
+        return request == kPassThrough ? kRegisterBlock : request == kDriveCommand ? 4 : 0;
+    }
+    std::size_t answer_size(std::uint32_t request) const override {
+        switch (request) {
+        case kPassThrough:
+            return kRegisterBlock;
+        case kDriveCommand:
+            return 4 + 512;
+        case kGetSectors:
+            return sizeof(unsigned long);
+        case kGetBytes:
+            return sizeof(std::uint64_t);
+        default:
+            return 0;
         }
     }
 };
@@ -113,6 +140,8 @@ void describe(Keys& keys, Disk& disk, const std::map<std::string, Bridge>& bridg
     keys.key("serial", disk.serial, "serial number", {0, 20});
     keys.key("firmware", disk.firmware, "firmware revision", {0, 8});
     keys.key("bytes", disk.bytes, "its size");
+    keys.key("request_time", disk.request_time,
+             "seconds that a request for its texts or size takes");
     keys.key("bridge", bridge_of(bridges, disk), "bridge that it lies behind; \"\" = none");
 }
 

@@ -19,7 +19,8 @@ struct Disk {  // by the name of its node: "sda", "esda", "sas1"
     std::string identify_data;        // its 512 bytes, instead of the texts below
     std::string model = "Simulated disk", serial = "0001", firmware = "1.0";
     std::uint64_t bytes = 1'000'204'886'016;
-    std::string bridge;  // that it lies behind; empty = none
+    double request_time = 0;  // of each request but the pass-through
+    std::string bridge;       // that it lies behind; empty = none
 };
 // `bridges` are those of the board.
 void describe(Keys& keys, Disk& disk, const std::map<std::string, Bridge>& bridges);

@@ -1,8 +1,9 @@
 // The report FIFO, /var/q7.fifo, and its reader.
 //
-// The reader takes each record at once. From the record at which it stalls it takes none any
-// more: the pipe fills up to 65,536 bytes, then a write fails with EAGAIN. At the record at which
-// it leaves it closes its end: that write, and each after it, fails with EPIPE and SIGPIPE.
+// The reader takes each record at once. While it does not read, the pipe's 16 pages fill up,
+// and then a write fails with EAGAIN. When it has gone, a write fails with EPIPE and SIGPIPE.
+//
+// A FIFO of the host can take its place: then q7 gets what the host says.
 #include "sim/devices/fifo.h"
 
 #include <fcntl.h>
@@ -16,7 +17,7 @@
 namespace sim {
 namespace {
 
-constexpr std::uint32_t kPipeCapacity = 65'536;
+constexpr std::uint32_t kPages = 16, kPageSize = 4096;  // of a pipe
 
 int host_fifo = -1;
 
@@ -25,7 +26,24 @@ bool host_has_reader() {
     return ::poll(&file, 1, 0) >= 0 && (file.revents & POLLERR) == 0;
 }
 
-bool reached(std::uint32_t record) { return record != 0 && world->fifo.records + 1 >= record; }
+// A record that does not fit the rest of the last page begins a new one.
+bool has_room(std::uint32_t size) {
+    ReportFifo& fifo = world->fifo;
+    if (scenario->fifo.reading) fifo = {};
+    if (scenario->fifo.reading) return true;
+    if (fifo.pages == 0) {
+        fifo.pages = scenario->fifo.unread / kPageSize + 1;
+        fifo.last_page = scenario->fifo.unread % kPageSize;
+    }
+    if (fifo.last_page + size <= kPageSize && fifo.pages <= kPages) {
+        fifo.last_page += size;
+        return true;
+    }
+    if (fifo.pages >= kPages) return false;
+    ++fifo.pages;
+    fifo.last_page = size;
+    return true;
+}
 
 class Fifo final : public Device {
   public:
@@ -44,16 +62,11 @@ class Fifo final : public Device {
             const ssize_t count = ::write(host_fifo, data, size);
             return count < 0 ? -errno : count;
         }
-        ReportFifo& fifo = world->fifo;
-        if (reached(scenario->fifo.leaves_at)) {
+        if (!scenario->fifo.reader) {
             ::raise(SIGPIPE);
             return -EPIPE;
         }
-        if (reached(scenario->fifo.stalls_at)) {
-            if (size > kPipeCapacity - scenario->fifo.unread - fifo.unread) return -EAGAIN;
-            fifo.unread += static_cast<std::uint32_t>(size);
-        }
-        ++fifo.records;
+        if (!has_room(static_cast<std::uint32_t>(size))) return -EAGAIN;
         return static_cast<long>(size);
     }
 };
@@ -69,10 +82,8 @@ void use_host_fifo(int fd) { host_fifo = fd; }
 void describe(Keys& keys, FifoReader& fifo) {
     keys.key("present", fifo.fifo, "/var/q7.fifo exists");
     keys.key("reader", fifo.reader, "a service has it open for reading");
-    keys.key("stalls_at", fifo.stalls_at, "record from which it reads no more; 0 = never");
-    keys.key("leaves_at", fifo.leaves_at, "record at which it closes its end; 0 = never");
-    keys.key("unread", fifo.unread, "bytes that lie in the pipe when it stalls", {0, 65'536});
-    keys.only_if(fifo.stalls_at != 0, {"unread"}, "stalls_at");
+    keys.key("reading", fifo.reading, "and reads what comes; else the pipe fills up");
+    keys.key("unread", fifo.unread, "bytes that lie in the pipe when it does not", {0, 65'536});
 }
 
 }  // namespace sim

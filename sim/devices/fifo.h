@@ -11,14 +11,13 @@ class Keys;
 
 struct FifoReader {
     bool fifo = false, reader = false;  // the FIFO exists; somebody has it open for reading
-    std::uint32_t stalls_at = 0, leaves_at = 0;  // record, from 1; 0 = never
-    std::uint32_t unread = 0;  // bytes that lie in the pipe already when the reader stalls
+    bool reading = true;                // and reads; else the pipe fills up
+    std::uint32_t unread = 0;           // bytes that lie in the pipe already then
 };
 void describe(Keys& keys, FifoReader& fifo);
 
 struct ReportFifo {
-    std::uint32_t records, unread;  // records taken so far; bytes that lie in the pipe
-    bool reader_left;
+    std::uint32_t pages, last_page;  // in use, while nobody reads; bytes in the last of them
 };
 
 extern const Device& fifo_device;

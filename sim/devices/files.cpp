@@ -15,13 +15,10 @@ namespace {
 
 const FileContent& content(int index) { return std::next(scenario->files.begin(), index)->second; }
 
-// Its bytes; one that somebody writes to while it is read changes its size.
 std::string bytes_of(int index) {
     const FileContent& file = content(index);
     std::string bytes = file.bytes;
-    const bool resized =
-        file.resized_at_read != 0 && world->tree[index].reads >= file.resized_at_read;
-    if (resized) bytes.resize(file.resized_to);
+    if (file.size >= 0) bytes.resize(static_cast<std::size_t>(file.size));
     return bytes;
 }
 
@@ -30,22 +27,18 @@ class Files final : public Device {
     void start() const override {
         if (scenario->files.size() > std::size(world->tree))
             stop_here("more than %zu files", std::size(world->tree));
-        int index = 0;
-        for (const auto& [path, file] : scenario->files)
-            world->tree[index++].present = file.present;
     }
 
     int find(std::string_view path) const override {
         int index = 0;
         for (const auto& [name, file] : scenario->files) {
-            if (name == path) return world->tree[index].present ? index : -1;
+            if (name == path) return file.present && !world->tree[index].removed ? index : -1;
             ++index;
         }
         return -1;
     }
 
     long read(OpenFile& file, void* data, std::size_t size) const override {
-        ++world->tree[file.index].reads;
         const std::string bytes = bytes_of(file.index);
         const std::size_t offset = std::min(bytes.size(), static_cast<std::size_t>(file.offset));
         const std::size_t count = std::min(size, bytes.size() - offset);
@@ -68,7 +61,7 @@ const Device& file_device = files;
 long remove_file(const char* path) {
     const int index = files.find(path);
     if (index < 0) return -ENOENT;
-    world->tree[index].present = false;
+    world->tree[index].removed = true;
     return 0;
 }
 
@@ -76,14 +69,12 @@ void describe(Keys& keys, FileContent& file, const std::string& folder) {
     keys.key("present", file.present, "false: the board does not have this file of its base");
     keys.key("bytes", hexadecimal(file.bytes), "its content");
     keys.key("text", file.bytes, "its content, as text");
-    keys.key("from", from_file(file.bytes, folder, 1 << 20),
+    keys.key("from", from_file(file.bytes, folder, kMostFileBytes),
              "a file of this machine with its content");
     describe_image(keys, file.bytes);
     keys.one_of({"bytes", "text", "from", "image"});
-    keys.key("resized_at_read", file.resized_at_read,
-             "read, counted from 1, at which somebody changes its size; 0 = never");
-    keys.key("resized_to", file.resized_to, "its size from then on");
-    keys.only_if(file.resized_at_read != 0, {"resized_to"}, "resized_at_read");
+    keys.key("size", file.size, "bytes that it is cut off at or filled up to; -1 = as they are",
+             {-1, kMostFileBytes});
 }
 
 }  // namespace sim

@@ -11,18 +11,18 @@ namespace sim {
 class Keys;
 
 constexpr std::size_t kMostFiles = 8;
+constexpr std::size_t kMostFileBytes = 1 << 20;
 
 struct FileContent {
     bool present = true;
     std::string bytes;
-    std::uint32_t resized_at_read = 0, resized_to = 0;  // from that read on, counted from 1
+    std::int64_t size = -1;  // cut off or filled with zeros; -1 = as its bytes are
 };
 // `folder` is that of the scenario, for the files that it names.
 void describe(Keys& keys, FileContent& file, const std::string& folder);
 
 struct File {
-    bool present;
-    std::uint32_t reads;
+    bool removed;  // by the product
 };
 
 extern const Device& file_device;

@@ -6,38 +6,30 @@
 
 namespace sim {
 
-const HardwareField kHardwareFields[29] = {
+const HardwareField kHardwareFields[21] = {
     // key           offset  bits    preset  meaning
     {"board_word", 0, 31, 0, 0, "bytes 0 to 3 of the hardware block"},
     {"presence", 4, 15, 0, 1, "presence word; 0xFFFF = no description"},
     {"model", 14, 15, 0, 0xB000, "model code; 0xB000 is a QM-45270"},
-    {"memory_15_13", 16, 15, 13, 0, "memory word, bits 15-13"},
+    {"memory", 16, 15, 0, 0xE09F, "memory word, where no key below names its bits"},
     {"arm_frequency", 16, 12, 12, 0, "0 = 1.3G, 1 = 1.6G"},
     {"memory_frequency", 16, 11, 11, 0, "0 = 667MHz, 1 = 800MHz"},
     {"memory_size", 16, 10, 8, 0, "0 = 3GB"},
-    {"flash_type", 16, 7, 7, 0, "memory word, bit 7"},
     {"flash_size", 16, 6, 5, 0, "0 = 2MB+256MB"},
-    {"memory_4_3", 16, 4, 3, 0, "memory word, bits 4-3"},
-    {"memory_2_0", 16, 2, 0, 0, "memory word, bits 2-0"},
-    {"second_15_12", 18, 15, 12, 0, "second code word, bits 15-12"},
-    {"second_11_8", 18, 11, 8, 0, "second code word, bits 11-8"},
+    {"second", 18, 15, 0, 0xFFFF, "second code word"},
     {"cpld_date", 20, 15, 0, 0, "packed date; 0x4DD5 is 2013-07-15"},
     {"channels", 24, 3, 0, 1, "channel count, also of network ports"},
+    {"fitting", 26, 15, 0, 0x0C61, "fitting word, where no key below names its bits"},
     {"sata_layout", 26, 15, 12, 0,
      "SATA ports: 0 to 5 as they are, 6 = 8, 7 = 9, 8 = 17, 9 = 18, 10 = 25"},
-    {"fitting_11_10", 26, 11, 10, 0, "fitting word, bits 11-10"},
     {"usb_layout", 26, 9, 8, 0, "2 = three USB ports, else four"},
     {"panel_type", 26, 7, 7, 0, "0 = with LCD, 1 = without"},
-    {"fitting_6_5", 26, 6, 5, 0, "fitting word, bits 6-5"},
     {"device_type", 26, 4, 3, 0, "1 = DVS, 2 = NVR, else DVR"},
     {"esata", 26, 2, 1, 0, "eSATA ports"},
-    {"fitting_0", 26, 0, 0, 0, "fitting word, bit 0"},
     {"alarm_inputs", 28, 15, 8, 0, "alarm inputs"},
     {"alarm_outputs", 28, 6, 0, 0, "alarm outputs"},
+    {"storage", 32, 15, 0, 0x3FFF, "storage word, where minisas does not name its bits"},
     {"minisas", 32, 15, 14, 0, "miniSAS ports"},
-    {"storage_13_12", 32, 13, 12, 0, "storage word, bits 13-12"},
-    {"storage_11_9", 32, 11, 9, 0, "storage word, bits 11-9"},
-    {"storage_8_6", 32, 8, 6, 0, "storage word, bits 8-6"},
 };
 
 std::map<std::string, std::uint32_t> preset_hardware() {

@@ -18,7 +18,7 @@ struct HardwareField {
 
     std::uint32_t most() const { return 0xFFFFFFFFu >> (31 - high + low); }
 };
-extern const HardwareField kHardwareFields[29];
+extern const HardwareField kHardwareFields[21];
 
 std::map<std::string, std::uint32_t> preset_hardware();  // by key
 void describe(Keys& keys, std::map<std::string, std::uint32_t>& hardware);

@@ -54,6 +54,12 @@ void take(std::string_view frame) {
          panel.record[1], panel.network[0], panel.network[1], panel.function);
 }
 
+void send(std::string_view bytes, std::uint32_t group) {
+    if (!scenario->panel.connected) return;
+    for (const char byte : bytes)
+        arrive(kPanelLine, static_cast<std::uint8_t>(byte), world->now + kByteTime, group);
+}
+
 // By code.
 constexpr const char* kKeys[] = {"AN0",  "AN1",  "AN2",   "AN3",   "AN4",  "AN5",  "AN6",  "AN7",
                                  "AN8",  "AN9",  "MENU",  "ESC",   "EDIT", "A",    "VOIP", "PLAY",
@@ -95,34 +101,20 @@ std::string key_names() {
     return names;
 }
 
-void panel_start() {
-    if (!scenario->panel.connected) return;
-    for (const PanelFrame& frame : scenario->panel.frames) {
-        Microseconds at = from_seconds(frame.at) + kByteTime;
-        const auto group = static_cast<std::uint32_t>(frame.bytes.size());
-        for (const char byte : frame.bytes) {
-            arrive(kPanelLine, static_cast<std::uint8_t>(byte), at, frame.whole ? group : kTrigger);
-            at += kByteTime;
-        }
-    }
+Microseconds next_frame_at() {
+    const auto& frames = scenario->panel.frames;
+    const std::uint32_t next = world->panel.sent;
+    return next < frames.size() ? from_seconds(frames[next].at) : kNever;
+}
+
+void send_next_frame() {
+    const PanelFrame& frame = scenario->panel.frames[world->panel.sent++];
+    send(frame.bytes, frame.whole ? static_cast<std::uint32_t>(frame.bytes.size()) : kTrigger);
 }
 
 void press_key(const std::string& key) {
-    auto& queue = world->lines[kPanelLine].arriving;
     const std::string frame = key_frame(key, true);
-    const auto size = static_cast<std::uint32_t>(frame.size());
-    if (!scenario->panel.connected) return;
-    if (queue.tail - queue.head + size > std::size(queue.items)) {
-        stop_run("more than %zu bytes on a serial line", std::size(queue.items));
-        return;
-    }
-    const Microseconds readable = world->now + (size + 4) * kByteTime;
-    std::uint32_t place = queue.tail;
-    for (; place != queue.head && queue[place - 1].readable > readable; --place)
-        queue[place - 1 + size] = queue[place - 1];
-    for (const char byte : frame)
-        queue[place++] = {readable, static_cast<std::uint8_t>(byte)};
-    queue.tail += size;
+    send(frame, static_cast<std::uint32_t>(frame.size()));
 }
 
 void panel_receives(std::string_view bytes) {
@@ -137,6 +129,7 @@ void panel_receives(std::string_view bytes) {
 void describe(Keys& keys, Panel& panel) {
     describe(keys, panel.port);
     keys.key("connected", panel.connected, "false: the panel neither sends nor receives");
+    keys.start_only({"frames"});
     keys.list("frames", panel.frames, describe_frame, kMostFrames);
     refuse_descending(keys, "frames", panel.frames);
 }

@@ -33,11 +33,14 @@ void describe(Keys& keys, Panel& panel);
 struct PanelState {
     std::uint16_t record[2], network[2], function;  // LED masks
     std::uint32_t frames;                           // valid ones received
+    std::uint32_t sent;                             // of the scenario's frames
 };
 
-void panel_start();
-// A key of the panel, by its name, at the present instant: before the frames still to come.
-void press_key(const std::string& key);
+// The next of the scenario's frames.
+Microseconds next_frame_at();
+void send_next_frame();
+
+void press_key(const std::string& key);  // by its name, at the present instant
 void panel_receives(std::string_view bytes);
 
 }  // namespace sim

@@ -9,9 +9,21 @@
 namespace sim {
 namespace {
 
+constexpr std::uint8_t kStray = 0x55;
+
 std::uint32_t next_piece() {
     const auto& pieces = scenario->rs485.pieces;
     return pieces.empty() ? kTrigger : pieces[world->rs485.pieces % pieces.size()];
+}
+
+void send_back(std::uint8_t byte, Microseconds at) {
+    const std::uint32_t piece = next_piece();
+    arrive(kRs485Line, byte, at, piece);
+    if (world->lines[kRs485Line].group >= piece) ++world->rs485.pieces;
+}
+
+bool applies(const std::set<std::uint32_t>& places, std::uint32_t every, std::uint32_t place) {
+    return places.count(place) != 0 || (every != 0 && (place + 1) % every == 0);
 }
 
 }  // namespace
@@ -23,11 +35,12 @@ void fixture_receives(std::string_view bytes, Microseconds at) {
         const std::uint32_t place = world->rs485.bytes++;
         const Microseconds back = at + from_seconds(fixture.delay);
         at += kByteTime;
-        if (fixture.drop.count(place) != 0) continue;
-        const auto byte = static_cast<std::uint8_t>(sent);
-        const std::uint32_t piece = next_piece();
-        arrive(kRs485Line, fixture.corrupt.count(place) != 0 ? byte ^ 0x10 : byte, back, piece);
-        if (world->lines[kRs485Line].group >= piece) ++world->rs485.pieces;
+        if (applies(fixture.drop, fixture.drop_every, place)) continue;
+        const bool wrong = applies(fixture.corrupt, fixture.corrupt_every, place);
+        const auto byte = static_cast<std::uint8_t>(wrong ? sent ^ 0x10 : sent);
+        send_back(byte, back);
+        if (fixture.repeat.count(place) != 0) send_back(byte, back);
+        if (fixture.insert.count(place) != 0) send_back(kStray, back);
     }
 }
 
@@ -36,6 +49,10 @@ void describe(Keys& keys, Rs485& rs485) {
     keys.key("fixture", rs485.fixture, "the loopback fixture is connected");
     keys.key("corrupt", rs485.corrupt, "bytes that come back changed, counted from 0");
     keys.key("drop", rs485.drop, "bytes that do not come back");
+    keys.key("repeat", rs485.repeat, "bytes that come back twice");
+    keys.key("insert", rs485.insert, "bytes behind which a stray one comes back");
+    keys.key("corrupt_every", rs485.corrupt_every, "each so many bytes, one comes back changed");
+    keys.key("drop_every", rs485.drop_every, "each so many bytes, one does not come back");
     keys.key("delay", rs485.delay, "seconds from a byte to its echo");
     keys.key("pieces", rs485.pieces, "sizes in which the echo becomes readable, in turn", {1});
 }

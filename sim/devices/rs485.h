@@ -15,7 +15,9 @@ class Keys;
 struct Rs485 {  // on /dev/ttyS0
     SerialPort port;
     bool fixture = true;
-    std::set<std::uint32_t> corrupt, drop;  // bytes, counted from 0 since the start
+    // Bytes, counted from 0 since the start; and each so many.
+    std::set<std::uint32_t> corrupt, drop, repeat, insert;
+    std::uint32_t corrupt_every = 0, drop_every = 0;
     double delay = 0;
     std::vector<std::uint32_t> pieces;  // sizes in which the echo becomes readable, in turn
 };

@@ -36,6 +36,10 @@ class RtcNode final : public Device {
         std::memcpy(argument.block, fields, sizeof fields);
         return 0;
     }
+
+    std::size_t answer_size(std::uint32_t request) const override {
+        return request == kReadTime ? 9 * sizeof(int) : 0;
+    }
 };
 
 const RtcNode rtc;

@@ -23,8 +23,6 @@ const SerialPort& port(int line) {
     return line == kRs485Line ? scenario->rs485.port : scenario->panel.port;
 }
 
-bool has_hung_up(int line) { return world->now >= from_seconds(port(line).hangs_up); }
-
 std::uint8_t garbled(std::uint8_t byte) { return static_cast<std::uint8_t>(byte << 1 ^ 0xA5); }
 
 // Until so much of what was given to the line has left that it takes another byte.
@@ -35,15 +33,19 @@ Microseconds has_room_at(const SerialLine& line) {
 class SerialNode final : public Device {
   public:
     void start() const override {
-        for (SerialLine& line : world->lines) {
-            line.attributes.c_iflag = ICRNL | IXON;
-            line.attributes.c_oflag = OPOST | ONLCR;
-            line.attributes.c_cflag = CS8 | CREAD | HUPCL | B115200;
-            line.attributes.c_lflag = ISIG | ICANON | ECHO | ECHOE | ECHOK | IEXTEN;
-            line.attributes.c_cc[VMIN] = 1;
+        for (const int line : {kRs485Line, kPanelLine}) {
+            termios& attributes = world->lines[line].attributes;
+            attributes.c_iflag = port(line).iflag;
+            attributes.c_oflag = port(line).oflag;
+            attributes.c_cflag = port(line).cflag;
+            attributes.c_lflag = port(line).lflag;
+            attributes.c_cc[VMIN] = 1;
+            ::cfsetspeed(&attributes, port(line).cflag & CBAUD);
         }
-        panel_start();
     }
+
+    Microseconds acts_at() const override { return next_frame_at(); }
+    void act() const override { send_next_frame(); }
 
     int find(std::string_view path) const override {
         if (path == "/dev/ttyS0" && port(kRs485Line).present) return kRs485Line;
@@ -59,7 +61,7 @@ class SerialNode final : public Device {
     termios* attributes(int line) const override { return &world->lines[line].attributes; }
 
     long read(OpenFile& file, void* data, std::size_t size) const override {
-        if (has_hung_up(file.index)) return 0;
+        if (port(file.index).hung_up) return 0;
         auto& queue = world->lines[file.index].arriving;
         auto* bytes = static_cast<std::uint8_t*>(data);
         std::size_t count = 0;
@@ -72,7 +74,7 @@ class SerialNode final : public Device {
 
     long write(OpenFile& file, const void* data, std::size_t size) const override {
         SerialLine& line = world->lines[file.index];
-        if (has_hung_up(file.index)) return -EIO;
+        if (port(file.index).hung_up) return -EIO;
         if (port(file.index).blocked || has_room_at(line) > world->now) return -EAGAIN;
         const Microseconds start = std::max(line.sent_until, world->now);
         const auto queued = static_cast<std::size_t>((start - world->now) / kByteTime);
@@ -88,13 +90,11 @@ class SerialNode final : public Device {
     }
 
     Microseconds ready_at(const OpenFile& file, Direction direction) const override {
-        const Microseconds hang_up = from_seconds(port(file.index).hangs_up);
         const SerialLine& line = world->lines[file.index];
-        const auto& queue = line.arriving;
-        if (direction == Direction::write) {
-            return port(file.index).blocked ? hang_up : std::min(hang_up, has_room_at(line));
-        }
-        return queue.is_empty() ? hang_up : std::min(hang_up, queue.front().readable);
+        if (port(file.index).hung_up) return world->now;
+        if (direction == Direction::write)
+            return port(file.index).blocked ? kNever : has_room_at(line);
+        return line.arriving.is_empty() ? kNever : line.arriving.front().readable;
     }
 };
 
@@ -132,7 +132,12 @@ void arrive(int number, std::uint8_t byte, Microseconds at, std::uint32_t group_
 void describe(Keys& keys, SerialPort& port) {
     keys.key("present", port.present, "the serial port exists");
     keys.key("blocked", port.blocked, "the port takes no byte");
-    keys.key("hangs_up", port.hangs_up, "second at which it hangs up; 1e9 = never");
+    keys.start_only({"iflag", "oflag", "cflag", "lflag"});
+    keys.key("iflag", port.iflag, "input modes, as others left them");
+    keys.key("oflag", port.oflag, "output modes");
+    keys.key("cflag", port.cflag, "control modes, with the speed");
+    keys.key("lflag", port.lflag, "local modes");
+    keys.key("hung_up", port.hung_up, "the line has hung up");
 }
 
 }  // namespace sim

@@ -13,12 +13,12 @@ namespace sim {
 
 class Keys;
 
-constexpr double kNeverSeconds = 1e9;
-
 struct SerialPort {
     bool present = false;
-    bool blocked = false;             // takes no byte
-    double hangs_up = kNeverSeconds;  // from then on reads give 0 bytes and writes EIO
+    bool blocked = false;  // takes no byte
+    // As others left it: those of a fresh port.
+    std::uint32_t iflag = 0x500, oflag = 0x5, cflag = 0xCBD, lflag = 0x8A3B;
+    bool hung_up = false;  // reads give 0 bytes and writes EIO
 };
 void describe(Keys& keys, SerialPort& port);
 

@@ -6,8 +6,10 @@
 #include "sim/devices/usb.h"
 
 #include <sys/vfs.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <iterator>
 
 #include "sim/scenario/keys.h"
@@ -19,31 +21,45 @@ namespace {
 
 constexpr int kFirstMouse = 1000, kFirstDevice = 2000;
 constexpr std::string_view kMouse = "/dev/input/mouse";
+constexpr std::string_view kMnt = "/mnt/";
 constexpr std::string_view kTree = "/sys/bus/usb/devices/";
 
-bool is_present(const Presence& presence) {
-    const std::uint32_t scan = std::max(world->usb.scans, 1u);
-    return scan >= presence.from_scan && (presence.until_scan == 0 || scan < presence.until_scan);
-}
-
-template <class Item, class Matches>
-int place_of(const std::vector<Item>& items, Matches matches) {
-    const auto found = std::find_if(items.begin(), items.end(), [&](const Item& item) {
-        return is_present(item.presence) && matches(item);
-    });
-    return found == items.end() ? -1 : static_cast<int>(found - items.begin());
+// The place of what is present under this name; -1 = nothing is.
+template <class Item>
+int place_of(const std::map<std::string, Item>& items, std::string_view name) {
+    const auto found = items.find(std::string(name));
+    if (found == items.end() || !found->second.present) return -1;
+    return static_cast<int>(std::distance(items.begin(), found));
 }
 
 int disk_at(std::string_view path) {
-    return place_of(scenario->usb.disks,
-                    [&](const UsbDisk& disk) { return path == "/dev/" + disk.node; });
+    constexpr std::string_view kFolder = "/dev/";
+    return path.starts_with(kFolder) ? place_of(scenario->usb.disks, path.substr(kFolder.size()))
+                                     : -1;
+}
+
+const UsbDisk& disk(int place) { return std::next(scenario->usb.disks.begin(), place)->second; }
+
+MountPoint* point_at(std::string_view path) {
+    for (MountPoint& point : world->usb.points) {
+        if (point.path != 0 && path == world->log.text + point.path) return &point;
+    }
+    return nullptr;
 }
 
 class UsbNodes final : public Device {
   public:
     void start() const override {
-        for (const std::string& path : scenario->usb.directories)
-            make_directory(path);
+        const Usb& usb = scenario->usb;
+        for (const auto* paths : {&usb.directories, &usb.files, &usb.mounted}) {
+            for (const std::string& path : *paths)
+                make_directory(path);
+        }
+        for (const std::string& path : usb.files)
+            point_at(path)->is_file = true;
+        for (const std::string& path : usb.mounted)
+            point_at(path)->disk =
+                static_cast<std::int16_t>(place_of(usb.disks, path.substr(kMnt.size())));
     }
 
     int find(std::string_view path) const override {
@@ -54,70 +70,48 @@ class UsbNodes final : public Device {
                        : -1;
         }
         if (path.substr(0, kTree.size()) == kTree) {
-            const int place = place_of(scenario->usb.devices, [&](const UsbDevice& device) {
-                return path.substr(kTree.size()) == device.name;
-            });
+            const int place = place_of(scenario->usb.devices, path.substr(kTree.size()));
             return place < 0 ? -1 : kFirstDevice + place;
         }
         return disk_at(path);
     }
 
     void list(std::vector<std::string>& names) const override {
-        for (const UsbDisk& disk : scenario->usb.disks) {
-            if (is_present(disk.presence)) names.push_back(disk.node);
-        }
+        for (const auto& [node, stick] : scenario->usb.disks)
+            if (stick.present) names.push_back(node);
     }
 };
 
 const UsbNodes usb;
 
-MountPoint* point_at(std::string_view path) {
-    for (MountPoint& point : world->usb.points) {
-        if (point.path != 0 && path == world->log.text + point.path) return &point;
-    }
-    return nullptr;
-}
-
-bool are_digits(std::string_view text) { return std::all_of(text.begin(), text.end(), is_digit); }
-
-bool is_stick(const std::string& name) {
-    return name.size() > 2 && name.size() < 8 && name.starts_with("ms") && is_letter(name[2])
-           && are_digits(std::string_view(name).substr(3));
-}
-
-bool is_usb_device(const std::string& name) {
-    const std::string form = "0-0:0.0";
-    return name.size() == form.size()
-           && std::equal(name.begin(), name.end(), form.begin(), [](char said, char meant) {
-                  return meant == '0' ? is_digit(said) : said == meant;
-              });
-}
-
-void describe_presence(Keys& keys, Presence& presence) {
-    keys.key("from_scan", presence.from_scan, "scan of /dev from which on it is there");
-    keys.key("until_scan", presence.until_scan, "scan from which on it is not; 0 = stays");
-}
-
 void describe_disk(Keys& keys, UsbDisk& disk) {
-    keys.key("node",
-             matching(disk.node, "ms, a letter and perhaps a number, such as \"msa1\"", is_stick),
-             "its name in /dev");
-    describe_presence(keys, disk.presence);
+    keys.key("present", disk.present, "it is plugged in");
     keys.key("mount",
              choice(disk.mount, {{"works", UsbDisk::Mount::works},
                                  {"by shell", UsbDisk::Mount::by_shell},
-                                 {"never", UsbDisk::Mount::never}}),
+                                 {"no file system", UsbDisk::Mount::no_file_system},
+                                 {"no driver", UsbDisk::Mount::no_driver}}),
              "what can mount it");
     keys.key("free_blocks", disk.free_blocks, "free blocks of its file system");
     keys.key("block_size", disk.block_size, "bytes in a block");
 }
 
 void describe_device(Keys& keys, UsbDevice& device) {
-    keys.key("name",
-             matching(device.name, "bus, port and interface, such as \"4-1:1.0\"", is_usb_device),
-             "in /sys/bus/usb/devices");
-    describe_presence(keys, device.presence);
+    keys.key("present", device.present, "it is plugged in");
 }
+
+void describe_left(Keys& keys, const char* key, std::set<std::string>& paths, const char* meaning) {
+    keys.key(key, paths, meaning);
+    for (const std::string& path : paths) {
+        if (!matches("/mnt/*", path) || paths.size() > kMostDirectories)
+            throw ScenarioError(keys.place_of(key) + ": " + key + " takes at most "
+                                + std::to_string(kMostDirectories) + " paths /mnt/NAME and not \""
+                                + path + "\"");
+    }
+}
+
+constexpr Names kSticks{"NODE", "ms[a-z] ms[a-z][0-9]"};
+constexpr Names kDevices{"NAME", "[0-9]-[0-9]:[0-9].[0-9]"};
 
 }  // namespace
 
@@ -128,7 +122,7 @@ long make_directory(std::string_view path) {
     if (point_at(path) != nullptr) return -EEXIST;
     for (MountPoint& point : world->usb.points) {
         if (point.path != 0) continue;
-        point = {keep(path), -1};
+        point = {keep(path), false, -1};
         return 0;
     }
     stop_here("more than %zu directories under /mnt", std::size(world->usb.points));
@@ -137,6 +131,7 @@ long make_directory(std::string_view path) {
 long remove_directory(std::string_view path) {
     MountPoint* point = point_at(path);
     if (point == nullptr) return -ENOENT;
+    if (point->is_file) return -ENOTDIR;
     if (point->disk >= 0) return -EBUSY;
     point->path = 0;
     return 0;
@@ -145,15 +140,16 @@ long remove_directory(std::string_view path) {
 long mount_disk(std::string_view device, std::string_view directory, std::string_view type,
                 bool by_shell) {
     MountPoint* point = point_at(directory);
-    const int disk = disk_at(device);
-    if (point == nullptr || disk < 0) return -ENOENT;
+    const int place = disk_at(device);
+    if (point == nullptr || place < 0) return -ENOENT;
+    if (point->is_file) return -ENOTDIR;
     if (point->disk >= 0) return -EBUSY;
     if (type != "vfat") return -ENODEV;
-    const UsbDisk::Mount mount = scenario->usb.disks[static_cast<std::size_t>(disk)].mount;
-    if (mount == UsbDisk::Mount::never || (mount == UsbDisk::Mount::by_shell && !by_shell)) {
-        return -EINVAL;
-    }
-    point->disk = static_cast<std::int16_t>(disk);
+    const UsbDisk::Mount mount = disk(place).mount;
+    if (mount == UsbDisk::Mount::no_driver) return -ENXIO;
+    if (mount == UsbDisk::Mount::no_file_system) return -EINVAL;
+    if (mount == UsbDisk::Mount::by_shell && !by_shell) return -EINVAL;
+    point->disk = static_cast<std::int16_t>(place);
     return 0;
 }
 
@@ -172,10 +168,16 @@ long statistics(std::string_view path, struct statfs& statistics) {
     statistics.f_bsize = 1024;
     statistics.f_bfree = static_cast<fsblkcnt_t>(scenario->usb.host_free_blocks);
     if (point->disk < 0) return 0;
-    const UsbDisk& disk = scenario->usb.disks[static_cast<std::size_t>(point->disk)];
-    statistics.f_bsize = static_cast<decltype(statistics.f_bsize)>(disk.block_size);
-    statistics.f_bfree = disk.free_blocks;
+    const UsbDisk& stick = disk(point->disk);
+    statistics.f_bsize = static_cast<decltype(statistics.f_bsize)>(stick.block_size);
+    statistics.f_bfree = stick.free_blocks;
     return 0;
+}
+
+// As the board's shell says it, on the standard error that it has from q7.
+void complain(const std::string& what, long error) {
+    const std::string text = what + ": " + std::strerror(static_cast<int>(-error)) + "\n";
+    if (::write(STDERR_FILENO, text.data(), text.size()) < 0) stop_here("standard error is lost");
 }
 
 // The two commands that the product knows: "mkdir %s\n" and "mount -t vfat %s  %s\n".
@@ -184,30 +186,32 @@ int run_shell(std::string_view command) {
     constexpr int kFailed = 1 << 8, kUnknown = 127 << 8;
     if (command.empty() || command.back() != '\n') return kUnknown;
     command.remove_suffix(1);
-    if (command.substr(0, kMkdir.size()) == kMkdir) {
-        return make_directory(command.substr(kMkdir.size())) == 0 ? 0 : kFailed;
+    if (command.starts_with(kMkdir)) {
+        const std::string path(command.substr(kMkdir.size()));
+        const long made = make_directory(path);
+        if (made == 0) return 0;
+        complain("mkdir: can't create directory '" + path + "'", made);
+        return kFailed;
     }
-    if (command.substr(0, kMount.size()) != kMount) return kUnknown;
+    if (!command.starts_with(kMount)) return kUnknown;
     command.remove_prefix(kMount.size());
     const std::size_t blanks = command.find("  ");
     if (blanks == std::string_view::npos) return kFailed;
-    const long result =
-        mount_disk(command.substr(0, blanks), command.substr(blanks + 2), "vfat", true);
-    return result == 0 ? 0 : kFailed;
+    const std::string disk(command.substr(0, blanks)), path(command.substr(blanks + 2));
+    const long mounted = mount_disk(disk, path, "vfat", true);
+    if (mounted == 0) return 0;
+    complain("mount: mounting " + disk + " on " + path + " failed", mounted);
+    return kFailed;
 }
 
 void describe(Keys& keys, Usb& usb) {
-    keys.list("disks", usb.disks, describe_disk, kMostSticks);
-    keys.list("devices", usb.devices, describe_device, kMostSticks);
+    keys.start_only({"directories", "files", "mounted"});
+    keys.named("disks", kSticks, usb.disks, describe_disk);
+    keys.named("devices", kDevices, usb.devices, describe_device);
     keys.key("mice", usb.mice, "nodes /dev/input/mouse0 and up", {0, 10});
-    keys.key("directories", usb.directories, "directories under /mnt, left from earlier");
-    for (const std::string& path : usb.directories) {
-        if (!path.starts_with("/mnt/") || path.find('/', 5) != std::string::npos
-            || usb.directories.size() > kMostDirectories)
-            throw ScenarioError(keys.place_of("directories") + ": directories takes at most "
-                                + std::to_string(kMostDirectories) + " paths under /mnt and not \""
-                                + path + "\"");
-    }
+    describe_left(keys, "directories", usb.directories, "empty directories left from earlier");
+    describe_left(keys, "files", usb.files, "files left from earlier, in the way of a directory");
+    describe_left(keys, "mounted", usb.mounted, "directories with the disk of this name mounted");
     keys.key("mount_time", usb.mount_time, "seconds that a mount takes");
     keys.key("shell_time", usb.shell_time, "seconds that a shell command takes");
     keys.key("host_free_blocks", usb.host_free_blocks,

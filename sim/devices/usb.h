@@ -2,10 +2,10 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <set>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "sim/device.h"
 
@@ -15,46 +15,39 @@ namespace sim {
 
 class Keys;
 
-constexpr std::size_t kMostSticks = 32;
 constexpr std::size_t kMostDirectories = 8;  // under /mnt, left from earlier
 
-// There from a scan of /dev, counted from 1, until another; 0 = for ever.
-struct Presence {
-    std::uint32_t from_scan = 1, until_scan = 0;
-};
+struct UsbDisk {  // by the name of its node: "msa1"
+    enum class Mount : std::uint8_t { works, by_shell, no_file_system, no_driver };
 
-struct UsbDisk {
-    enum class Mount : std::uint8_t { works, by_shell, never };
-
-    std::string node;  // "msa1"
-    Presence presence;
+    bool present = true;
     Mount mount = Mount::works;
     std::uint64_t free_blocks = 0;
     std::uint32_t block_size = 4096;
 };
 
 struct UsbDevice {
-    std::string name;  // in /sys/bus/usb/devices
-    Presence presence;
+    bool present = true;
 };
 
 struct Usb {
-    std::vector<UsbDisk> disks;  // in the order of the directory
-    std::vector<UsbDevice> devices;
+    std::map<std::string, UsbDisk> disks;      // in the order of the directory
+    std::map<std::string, UsbDevice> devices;  // by their name in /sys/bus/usb/devices
     std::uint32_t mice = 0;
-    std::set<std::string> directories;  // under /mnt, left from earlier
+    // Under /mnt, left from earlier: empty directories, files, directories with their disk mounted.
+    std::set<std::string> directories, files, mounted;
     double mount_time = 0.2, shell_time = 0.1;
     std::uint64_t host_free_blocks = 100'000;  // of the file system that holds /mnt, 1 KiB each
 };
 void describe(Keys& keys, Usb& usb);
 
 struct MountPoint {
-    std::uint32_t path;  // in the text arena; 0 = free
+    std::uint32_t path;  // in the text of the log; 0 = free
+    bool is_file;        // in the way
     std::int16_t disk;   // that is mounted there, -1 = none
 };
 
 struct UsbState {
-    std::uint32_t scans;  // of /dev
     MountPoint points[32];
 };
 

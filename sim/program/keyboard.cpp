@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <utility>
 
+#include "sim/change.h"
 #include "sim/devices/console.h"
 #include "sim/devices/fifo.h"
 #include "sim/devices/panel.h"
@@ -83,8 +84,9 @@ void Keyboard::take_keys(std::string_view keys) {
     while (!keys.empty()) {
         std::size_t used = 1;
         if (keys.front() == '\n') type_line("\n");
+        const bool is_change = make_changes_of_key(keys.substr(0, 1));
         for (const auto& [typed, key] : kPanelKeys) {
-            if (!keys.starts_with(typed)) continue;
+            if (is_change || !keys.starts_with(typed)) continue;
             press_key(key);
             used = typed.size();
             break;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -23,6 +24,7 @@
 #include "sim/devices/panel.h"
 #include "sim/event_log.h"
 #include "sim/program/keyboard.h"
+#include "sim/program/machine.h"
 #include "sim/program/screen.h"
 #include "sim/scenario/scenario.h"
 #include "sim/supervisor.h"
@@ -37,7 +39,7 @@ struct Options {
     std::string board = "healthy";
     double pace = 0;
     std::optional<std::string> trace, fifo;
-    bool gbk = false, strict = false, script = false;
+    bool gbk = false, strict = false, script = false, check = false, summary = false;
     std::vector<std::string> q7_arguments;
 };
 
@@ -75,7 +77,8 @@ Options parse_options(int argc, char** argv) {
     app.footer(
         "The first word that is none of these begins q7's own arguments; what follows -- is not\n"
         "looked at. Exit status: that of q7; 2 for bad arguments or a bad scenario, 120 for a run\n"
-        "that had to be stopped, 121 with --strict for a fault that never came.\n"
+        "that had to be stopped, 121 with --strict for a fault or change that\n"
+        "never came.\n"
         "With --pace at a terminal these keys drive the panel, besides the arrows, Esc, F1 and "
         "F2:\n"
         + sim::panel_key_help());
@@ -99,8 +102,16 @@ Options parse_options(int argc, char** argv) {
                    "their texts are shown on standard error); the reader of a real FIFO is the "
                    "run's reader")
         ->type_name("FILE");
+    app.add_flag("--check", options.check,
+                 "Run the scenarios that follow and say which keep what their [expect] promises; "
+                 "status 1 when not all do");
+    app.add_option_function<std::string>(
+           "--summary", [&](const std::string&) { options.summary = true; },
+           "Show what came of the run as a line of JSON, and nothing else")
+        ->type_name("json")
+        ->check(CLI::IsMember({"json"}));
     app.add_flag("--strict", options.strict,
-                 "End with 121 when a fault of the scenario never came");
+                 "End with 121 when a fault or change of the scenario never came");
     app.add_flag("--gbk", options.gbk, "Leave q7's texts in GBK");
     app.add_flag("--list", list, "Show the built-in boards");
     app.add_flag("--keys", keys, "Show every key of a scenario file");
@@ -140,6 +151,14 @@ int open_fifo(const std::string& path) {
     return fifo;
 }
 
+bool changes_the_reader(sim::Board board) {
+    const sim::FifoReader before = board.fifo;
+    return std::any_of(board.changes.begin(), board.changes.end(), [&](const sim::Change& change) {
+        change.apply(board);
+        return board.fifo.reader != before.reader || board.fifo.reading != before.reading;
+    });
+}
+
 Records open_records(const std::string& path, const sim::Board& board) {
     Records records;
     if (!std::filesystem::is_fifo(path)) {
@@ -147,7 +166,7 @@ Records open_records(const std::string& path, const sim::Board& board) {
         return records;
     }
     const sim::FifoReader& reader = board.fifo;
-    if (!reader.reader || reader.stalls_at != 0 || reader.leaves_at != 0)
+    if (!reader.reader || !reader.reading || changes_the_reader(board))
         refuse(path
                + " is a FIFO with a reader of its own, and the scenario describes one as well");
     records.fifo = open_fifo(path);
@@ -173,7 +192,7 @@ sim::Live live(const Options& options, sim::Screen& screen, sim::Keyboard& keybo
     live.inputs.emplace_back(interrupts, [interrupts] {
         signalfd_siginfo info;
         if (::read(interrupts, &info, sizeof info) == sizeof info) {
-            sim::world->typed_interrupt = sim::world->now;
+            sim::type_interrupt();
         }
         return true;
     });
@@ -186,11 +205,10 @@ void close_output(std::ofstream& file, const std::string& path) {
     if (!file) std::cerr << "q7-sim: " << path << ": not all of it could be written\n";
 }
 
-int run_q7(const Options& options) {
+int run_q7(const std::vector<std::string>& words) {
     std::vector<char*> arguments{const_cast<char*>("q7")};
-    for (const std::string& argument : options.q7_arguments) {
-        arguments.push_back(const_cast<char*>(argument.c_str()));
-    }
+    for (const std::string& word : words)
+        arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
     return q7_main(static_cast<int>(arguments.size()) - 1, arguments.data());
 }
@@ -230,17 +248,28 @@ int end_like(const sim::Outcome& outcome) {
     return 128 + outcome.signal;
 }
 
-// What the scenario said and the run did not show; whether there was any.
+// What the scenario itself said and the run did not show; whether there was any. What it has from
+// a base, or what a built-in board says, may be meant for another command.
 bool tell_what_never_came(const sim::Board& board, const sim::World& state) {
     bool any = false;
-    for (std::size_t i = 0; i < board.faults.size(); ++i) {
-        const sim::Fault& fault = board.faults[i];
-        const std::uint32_t matches = state.fault_matches[i];
-        if (matches >= fault.nth) continue;
-        std::fprintf(stderr,
-                     "q7-sim: %s: this fault never came: %u calls matched, it waits for %u\n",
-                     fault.place.c_str(), matches, fault.nth);
+    const auto tell = [&](const sim::Match& what, const char* kind, std::uint32_t matches,
+                          bool waits_for_calls) {
+        if (board.file.empty() || !what.place.starts_with(board.file + ":")) return;
         any = true;
+        std::fprintf(stderr, "q7-sim: %s: this %s never came", what.place.c_str(), kind);
+        if (waits_for_calls)
+            std::fprintf(stderr, ": %u calls matched, it waits for %u", matches, what.nth);
+        std::fputc('\n', stderr);
+    };
+    for (std::size_t i = 0; i < board.faults.size(); ++i) {
+        const std::uint32_t matches = state.fault_matches[i];
+        if (matches < board.faults[i].nth) tell(board.faults[i], "fault", matches, true);
+    }
+    for (std::size_t i = 0; i < board.changes.size(); ++i) {
+        const sim::Change& change = board.changes[i];
+        if (state.changes[i].came > 0) continue;
+        tell(change, "change", state.changes[i].matches,
+             change.trigger == sim::Change::Trigger::call);
     }
     return any;
 }
@@ -257,8 +286,8 @@ sim::Outcome simulate(sim::Board& board, const Options& options) {
     if (keyboard.is_terminal() && !options.script) board.panel.frames.clear();
     sim::Screen screen(records.file, records.fifo < 0 ? sim::Records::shown : sim::Records::sent,
                        options.gbk ? sim::Texts::gbk : sim::Texts::utf8, paced);
-    sim::Outcome outcome =
-        sim::simulate(board, {[&] { return run_q7(options); }}, live(options, screen, keyboard));
+    sim::Outcome outcome = sim::simulate(board, {[&] { return run_q7(options.q7_arguments); }},
+                                         live(options, screen, keyboard));
     screen.finish();
     for (const sim::Event& event : outcome.world->log.all()) {
         if (trace.is_open()) trace << sim::to_json(outcome.world->log, event) << '\n';
@@ -275,7 +304,12 @@ int main(int argc, char** argv) {
     ::signal(SIGPIPE, SIG_IGN);  // whoever reads may leave before the end
     try {
         const Options options = parse_options(argc, argv);
+        if (options.check) return sim::check_scenarios(options.q7_arguments, run_q7);
         sim::Board board = sim::load_board(options.board);
+        if (options.summary) {
+            std::puts(sim::summary_json(board, options.q7_arguments, run_q7).c_str());
+            return 0;
+        }
         const sim::Outcome outcome = simulate(board, options);
         const bool incomplete = tell_what_never_came(board, *outcome.world);
         const int status = end_like(outcome);

@@ -1,5 +1,9 @@
 #include "sim/scenario/keys.h"
 
+#include <fnmatch.h>
+
+#include <algorithm>
+
 namespace sim {
 namespace {
 
@@ -12,8 +16,18 @@ std::string shown(const Node& node) {
 
 }  // namespace
 
-Keys::Keys(const Node* table, const std::string& title, std::string path)
-    : table_(table), path_(std::move(path)) {
+bool matches(std::string_view patterns, const std::string& name) {
+    while (!patterns.empty()) {
+        const std::string pattern(patterns.substr(0, patterns.find(' ')));
+        if (::fnmatch(pattern.c_str(), name.c_str(), FNM_PATHNAME) == 0) return true;
+        patterns.remove_prefix(std::min(patterns.size(), pattern.size() + 1));
+    }
+    return false;
+}
+
+Keys::Keys(const Node* table, Moment moment, const std::string& title, std::string path)
+    : table_(table), moment_(moment), path_(std::move(path)) {
+    if (table_ != nullptr) return;
     if (!title.empty()) rows_ += "\n### `" + title + "`\n";
     rows_ += "\n| key | takes | preset | meaning |\n|---|---|---|---|\n";
 }
@@ -25,6 +39,13 @@ void Keys::one_of(std::initializer_list<const char*> keys) const {
         if (node == nullptr) continue;
         if (said != nullptr) throw ScenarioError(node->place + ": " + key + " contradicts " + said);
         said = key;
+    }
+}
+
+void Keys::start_only(std::initializer_list<const char*> keys) const {
+    for (const char* key : keys) {
+        const Node* node = moment_ == Moment::later ? find(key) : nullptr;
+        if (node != nullptr) throw ScenarioError(node->place + ": " + key + " cannot change");
     }
 }
 
@@ -50,23 +71,17 @@ void Keys::table(const char* key, const Section& describe) {
     if (node != nullptr) read(key, *node, describe);
 }
 
-void Keys::named(const char* key, const Names& names,
-                 const std::function<void(Keys&, const std::string&)>& describe) {
-    if (table_ == nullptr) {
-        const std::string entry = std::string(key) + "." + names.row;
-        section_rows("[" + path_ + entry + "]", entry,
-                     [&](Keys& keys) { describe(keys, names.row); });
-    }
+void Keys::nodes(const char* key, std::vector<Node>& items, std::size_t most,
+                 const Section& describe) {
+    if (table_ == nullptr) list_rows(key, describe);
     const Node* node = claim(key);
     if (node == nullptr) return;
-    const auto* entries = node->as<Node::Table>();
-    if (entries == nullptr) refuse(*node, key, std::string("tables by ") + names.row);
-    for (const auto& [name, content] : *entries) {
-        if (!names.is_known(name)) {
-            throw ScenarioError(content.place + ": " + key + " takes " + names.accepts
-                                + " and not \"" + name + "\"");
-        }
-        read(key, content, [&](Keys& keys) { describe(keys, name); });
+    const auto* contents = node->as<Node::List>();
+    if (contents == nullptr) refuse(*node, key, "a list of tables");
+    for (const Node& content : *contents) {
+        if (content.as<Node::Table>() == nullptr) refuse(content, key, "a table");
+        if (items.size() == most) refuse_more(content, key, most);
+        items.push_back(content);
     }
 }
 
@@ -108,20 +123,26 @@ void Keys::list_rows(const char* key, const Section& describe) {
 // Only where nothing is read, since the section then works on the fields' presets.
 void Keys::section_rows(const std::string& title, const std::string& key, const Section& describe) {
     if (table_ != nullptr) return;
-    Keys sub(nullptr, title, path_ + key + ".");
+    Keys sub(nullptr, moment_, title, path_ + key + ".");
     describe(sub);
     sections_ += sub.reference();
 }
 
 void Keys::read(const char* key, const Node& node, const Section& describe) {
     if (node.as<Node::Table>() == nullptr) refuse(node, key, "a table");
-    Keys sub(&node);
+    Keys sub(&node, moment_);
     describe(sub);
     sub.finish();
 }
 
 void Keys::refuse(const Node& node, const std::string& key, const std::string& accepted) {
     throw ScenarioError(node.place + ": " + key + " takes " + accepted + shown(node));
+}
+
+void Keys::refuse_name(const Node& node, const char* key, const std::string& name,
+                       const char* accepted) {
+    throw ScenarioError(node.place + ": " + key + " takes " + accepted + " and not \"" + name
+                        + "\"");
 }
 
 void Keys::refuse_more(const Node& node, const char* key, std::size_t most) {

@@ -5,9 +5,11 @@
 #include <functional>
 #include <initializer_list>
 #include <limits>
+#include <map>
 #include <set>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -26,12 +28,15 @@ struct Range {  // of whole numbers, narrower than the field's type; of texts, t
     std::int64_t least = INT64_MIN, most = INT64_MAX;
 };
 
-// Names of the tables in a table: the accepted ones in words, and as a test.
+// Names of the tables in a table.
 struct Names {
-    const char* row;  // in the reference: "NODE"
-    const char* accepts;
-    bool (*is_known)(const std::string&);
+    const char* row;       // in the reference: "NODE"
+    const char* patterns;  // as of a shell, with blanks between: "sd[a-z] sas*"
 };
+bool matches(std::string_view patterns, const std::string& name);
+
+// What the keys describe: the board at the start, or how it differs later.
+enum class Moment { start, later };
 
 // One table of a scenario. Each call names a key, sets its field from the table where the table has
 // it, and adds a row to the reference.
@@ -39,19 +44,24 @@ class Keys {
   public:
     using Section = std::function<void(Keys&)>;
 
-    // Without a table nothing is read. `title` and `path` stand in the reference.
-    explicit Keys(const Node* table, const std::string& title = "", std::string path = "");
+    // Without a table nothing is read, and the reference is written; `title` and `path` stand there.
+    explicit Keys(const Node* table, Moment moment = Moment::start, const std::string& title = "",
+                  std::string path = "");
 
-    // The field's type decides what the file may say; a double is 0 or more.
+    // The field's type decides what the file may say; a double is 0 or more, and one value is a list
+    // of one.
     template <class T>
     void key(const char* name, T& field, const char* meaning, Range range = {}) {
-        row(name, accepts(field, range), preset(field), meaning);
+        if (table_ == nullptr) row(name, accepts(field, range), preset(field), meaning);
         const Node* node = claim(name);
         if (node != nullptr && !assign(*node, field, range))
             refuse(*node, name, accepts(field, range));
     }
     void key(const char* name, Word&& word, const char* meaning) { key<Word>(name, word, meaning); }
 
+    bool says(const char* key) const { return find(key) != nullptr; }
+    // The keys that describe the start alone.
+    void start_only(std::initializer_list<const char*> keys) const;
     // The keys of which a table says one at most.
     void one_of(std::initializer_list<const char*> keys) const;
     // The keys that have a meaning only where another one says so, with the reason.
@@ -59,15 +69,35 @@ class Keys {
 
     // A table: [key]
     void table(const char* key, const Section& describe);
-    // Tables by name: [key.NAME]; each file adds to those of its base.
-    void named(const char* key, const Names& names,
-               const std::function<void(Keys&, const std::string&)>& describe);
+    // Tables by name: [key.NAME]; each file adds to those of its base, a change to none.
+    template <class Item, class Describe>
+    void named(const char* key, const Names& names, std::map<std::string, Item>& items,
+               Describe describe) {
+        if (table_ == nullptr) {
+            Item sample;
+            section_rows("[" + path_ + key + "." + names.row + "]",
+                         std::string(key) + "." + names.row,
+                         [&](Keys& keys) { describe(keys, sample); });
+        }
+        const Node* node = claim(key);
+        if (node == nullptr) return;
+        const auto* entries = node->as<Node::Table>();
+        if (entries == nullptr) refuse(*node, key, std::string("tables by ") + names.row);
+        for (const auto& [name, content] : *entries) {
+            if (!matches(names.patterns, name)) refuse_name(content, key, name, names.patterns);
+            if (moment_ == Moment::later && items.count(name) == 0)
+                refuse_name(content, key, name, "what the start describes");
+            read(key, content, [&](Keys& keys) { describe(keys, items[name]); });
+        }
+    }
     // A list of tables: [[key]]; replaces that of the base.
     template <class Item>
     void list(const char* key, std::vector<Item>& items, void (*describe)(Keys&, Item&),
               std::size_t most = SIZE_MAX) {
-        Item sample;
-        list_rows(key, [&](Keys& keys) { describe(keys, sample); });
+        if (table_ == nullptr) {
+            Item sample;
+            list_rows(key, [&](Keys& keys) { describe(keys, sample); });
+        }
         const Node* node = claim(key);
         if (node == nullptr) return;
         const auto* contents = node->as<Node::List>();
@@ -78,6 +108,10 @@ class Keys {
             read(key, content, [&](Keys& keys) { describe(keys, items.emplace_back()); });
         }
     }
+
+    // The same, unread: the tables themselves. `describe` writes the reference.
+    void nodes(const char* key, std::vector<Node>& items, std::size_t most,
+               const Section& describe);
 
     // Where the table, or the n-th item of a list in it, is said.
     std::string place() const { return table_ == nullptr ? "" : table_->place; }
@@ -164,9 +198,8 @@ class Keys {
             field = *value;
         } else {
             const auto* items = node.as<Node::List>();
-            if (items == nullptr) return false;
             field.clear();
-            for (const Node& item : *items) {
+            for (const Node& item : items != nullptr ? *items : Node::List{node}) {
                 typename T::value_type value{};
                 if (!assign(item, value, range)) return false;
                 field.insert(field.end(), value);
@@ -184,9 +217,12 @@ class Keys {
     void read(const char* key, const Node& node, const Section& describe);
     [[noreturn]] static void refuse(const Node& node, const std::string& key,
                                     const std::string& accepted);
+    [[noreturn]] static void refuse_name(const Node& node, const char* key, const std::string& name,
+                                         const char* accepted);
     [[noreturn]] static void refuse_more(const Node& node, const char* key, std::size_t most);
 
     const Node* table_;
+    Moment moment_;
     std::string path_;
     std::string rows_, sections_;  // of the reference; the sections follow the keys
     std::set<std::string> claimed_;

@@ -4,14 +4,13 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <set>
 
 #include "sim/scenario/keys.h"
 #include "sim/scenario/words.h"
 
 namespace sim {
 namespace {
-
-constexpr int kDeepestBase = 8;
 
 // A zone of the host's data base, or a rule of its own: "CET-1CEST,M3.5.0,M10.5.0/3".
 bool is_time_zone(const std::string& zone) {
@@ -20,31 +19,63 @@ bool is_time_zone(const std::string& zone) {
            || (!zone.empty() && std::filesystem::is_regular_file("/usr/share/zoneinfo/" + zone));
 }
 
-const Names kPorts{"NAME", "eth0 to eth3", [](const std::string& name) {
-                       return name.size() == 4 && name.starts_with("eth") && name[3] >= '0'
-                              && name[3] <= '3';
-                   }};
-const Names kDisks{
-    "NODE", "sda to sdz, esda to esdz, or sas and a number, such as sas1",
-    [](const std::string& name) {
-        const bool single = name.size() == 3 && name.starts_with("sd") && is_letter(name[2]);
-        const bool external = name.size() == 4 && name.starts_with("esd") && is_letter(name[3]);
-        const bool minisas = name.starts_with("sas") && name.size() < 256;
-        return single || external
-               || (minisas && std::all_of(name.begin(), name.end(), [](char each) {
-                       return is_letter(each) || is_digit(each);
-                   }));
-    }};
-const Names kBridges{"NAME", "1 to 4", [](const std::string& name) {
-                         return name.size() == 1 && name[0] >= '1' && name[0] <= '4';
-                     }};
-const Names kFiles{"PATH", "/dav0/zeb321.bin, /dav2/devCfg.bin or /dav2/devCfg_backup.bin",
-                   [](const std::string& path) {
-                       return path == "/dav0/zeb321.bin" || path == "/dav2/devCfg.bin"
-                              || path == "/dav2/devCfg_backup.bin";
-                   }};
+constexpr Names kPorts{"NAME", "eth[0-3]"};
+constexpr Names kDisks{"NODE", "sd[a-z] esd[a-z] sas*"};
+constexpr Names kBridges{"NAME", "[1-4]"};
+constexpr Names kFiles{"PATH", "/dav0/zeb321.bin /dav2/devCfg.bin /dav2/devCfg_backup.bin"};
 
+// What a change can describe as well; `folder` is that of the file, for the files that it names.
 void describe_board(Keys& keys, Board& board, const std::string& folder) {
+    keys.table("hardware", [&](Keys& sub) { describe(sub, board.hardware); });
+    keys.table("control", [&](Keys& sub) { describe(sub, board.control); });
+    keys.table("fifo", [&](Keys& sub) { describe(sub, board.fifo); });
+    keys.table("panel", [&](Keys& sub) { describe(sub, board.panel); });
+    keys.table("rs485", [&](Keys& sub) { describe(sub, board.rs485); });
+    keys.table("alarm", [&](Keys& sub) { describe(sub, board.alarm); });
+    keys.table("rtc", [&](Keys& sub) { describe(sub, board.rtc); });
+    keys.named("ports", kPorts, board.ports,
+               [](Keys& sub, NetworkPort& port) { describe(sub, port); });
+    keys.table("usb", [&](Keys& sub) { describe(sub, board.usb); });
+    keys.named("bridges", kBridges, board.bridges,
+               [&](Keys& sub, Bridge& bridge) { describe(sub, bridge, folder); });
+    keys.named("disks", kDisks, board.disks,
+               [&](Keys& sub, Disk& disk) { describe(sub, disk, board.bridges); });
+    keys.named("files", kFiles, board.files,
+               [&](Keys& sub, FileContent& file) { describe(sub, file, folder); });
+    keys.table("operator", [&](Keys& sub) { describe(sub, board.person); });
+}
+
+// One change: its trigger, and the keys that it changes. Tried once, so that its mistakes show.
+Change to_change(const Node& node, const Board& board, const std::string& folder) {
+    Change change;
+    const auto apply = [node, folder](Board& changed) {
+        Change trigger;
+        Keys keys(&node, Moment::later);
+        describe(keys, trigger);
+        describe_board(keys, changed, folder);
+        keys.finish();
+    };
+    Keys keys(&node, Moment::later);
+    describe(keys, change);
+    Board tried = board;
+    apply(tried);
+    change.apply = apply;
+    return change;
+}
+
+void describe_changes(Keys& keys, Board& board, const std::string& folder) {
+    std::vector<Node> changes;
+    keys.nodes("changes", changes, kMostChanges, [](Keys& sub) {
+        Change sample;
+        describe(sub, sample);
+    });
+    if (!keys.says("changes")) return;
+    board.changes.clear();
+    for (const Node& node : changes)
+        board.changes.push_back(to_change(node, board, folder));
+}
+
+void describe_run(Keys& keys, Board& board, const std::string& folder) {
     keys.key("story", board.story, "one line: what this board is, and what is wrong with it");
     keys.key("start", board.start, "system time at the start");
     keys.key("time_zone",
@@ -57,85 +88,75 @@ void describe_board(Keys& keys, Board& board, const std::string& folder) {
     keys.key("kernel_release", board.kernel_release, "release of the running kernel", {0, 64});
     keys.key("end", board.end, "second of virtual time after which the run is stopped");
     keys.key("root", board.root, "q7 can become the super-user");
-    keys.table("hardware", [&](Keys& sub) { describe(sub, board.hardware); });
-    keys.table("control", [&](Keys& sub) { describe(sub, board.control); });
-    keys.table("fifo", [&](Keys& sub) { describe(sub, board.fifo); });
-    keys.table("panel", [&](Keys& sub) { describe(sub, board.panel); });
-    keys.table("rs485", [&](Keys& sub) { describe(sub, board.rs485); });
-    keys.table("alarm", [&](Keys& sub) { describe(sub, board.alarm); });
-    keys.table("rtc", [&](Keys& sub) { describe(sub, board.rtc); });
-    keys.named("ports", kPorts,
-               [&](Keys& sub, const std::string& name) { describe(sub, board.ports[name]); });
-    keys.table("usb", [&](Keys& sub) { describe(sub, board.usb); });
-    keys.named("bridges", kBridges, [&](Keys& sub, const std::string& name) {
-        describe(sub, board.bridges[name], folder);
-    });
-    keys.named("disks", kDisks, [&](Keys& sub, const std::string& node) {
-        describe(sub, board.disks[node], board.bridges);
-    });
-    keys.named("files", kFiles, [&](Keys& sub, const std::string& path) {
-        describe(sub, board.files[path], folder);
-    });
-    keys.table("operator", [&](Keys& sub) { describe(sub, board.person); });
-    keys.list("faults", board.faults, describe, kMostFaults);
-}
-
-void apply(Board& board, const std::string& text, const std::string& name,
-           const std::string& folder, int depth);
-
-void apply_file(Board& board, const std::string& name, int depth) {
-    if (std::ifstream file(name, std::ios::binary); file) {
-        const std::string text(std::istreambuf_iterator<char>(file), {});
-        if (file.bad()) throw ScenarioError(name + ": cannot be read");
-        std::string folder = std::filesystem::path(name).parent_path().string();
-        if (!folder.empty()) folder += '/';
-        apply(board, text, name, folder, depth);
-        return;
-    }
-    for (const BuiltInBoard& built_in : built_in_boards()) {
-        const std::string known = built_in.name;
-        if (name != known && name != known + ".toml") continue;
-        apply(board, built_in.text, known + ".toml", "", depth);
-        return;
-    }
-    throw ScenarioError(name + ": no such file, and no board of this name (--list shows them)");
-}
-
-void apply(Board& board, const std::string& text, const std::string& name,
-           const std::string& folder, int depth) {
-    const Node table = parse_toml(text, name);
-    Keys keys(&table);
-    std::string base;
-    keys.key("base", base, "");
-    if (!base.empty()) {
-        if (depth == kDeepestBase) throw ScenarioError(name + ": the base of its own base");
-        const bool beside = std::filesystem::exists(folder + base);
-        apply_file(board, beside ? folder + base : base, depth + 1);
-    }
     describe_board(keys, board, folder);
-    keys.finish();
+    keys.list("faults", board.faults, describe, kMostFaults);
+    describe_changes(keys, board, folder);
+    keys.table("expect", [&](Keys& sub) { describe(sub, board.expect.emplace()); });
 }
+
+// Scenarios by their names, each with its bases before it. A base that several name counts once, so
+// that what one of them says is not undone.
+class Loader {
+  public:
+    Board take() { return std::move(board_); }
+
+    void file(const std::string& name) {
+        if (std::ifstream file(name, std::ios::binary); file) {
+            const std::string content(std::istreambuf_iterator<char>(file), {});
+            if (file.bad()) throw ScenarioError(name + ": cannot be read");
+            std::string folder = std::filesystem::path(name).parent_path().string();
+            if (!folder.empty()) folder += '/';
+            text(content, name, folder);
+            return;
+        }
+        for (const BuiltInBoard& built_in : built_in_boards()) {
+            const std::string known = built_in.name;
+            if (name != known && name != known + ".toml") continue;
+            text(built_in.text, known + ".toml", "");
+            board_.file.clear();
+            return;
+        }
+        throw ScenarioError(name + ": no such file, and no board of this name (--list shows them)");
+    }
+
+    void text(const std::string& content, const std::string& name, const std::string& folder) {
+        if (!read_.insert(name).second) return;
+        const Node table = parse_toml(content, name);
+        Keys keys(&table);
+        std::vector<std::string> bases;
+        keys.key("base", bases, "");
+        for (const std::string& base : bases)
+            file(std::filesystem::exists(folder + base) ? folder + base : base);
+        describe_run(keys, board_, folder);
+        keys.finish();
+        board_.file = name;
+    }
+
+  private:
+    Board board_;
+    std::set<std::string> read_;
+};
 
 }  // namespace
 
 Board load_board(const std::string& file_or_name) {
-    Board board;
-    apply_file(board, file_or_name, 0);
-    return board;
+    Loader loader;
+    loader.file(file_or_name);
+    return loader.take();
 }
 
 Board parse_board(const std::string& text, const std::string& name) {
-    Board board;
-    apply(board, text, name, "", 0);
-    return board;
+    Loader loader;
+    loader.text(text, name, "");
+    return loader.take();
 }
 
 std::string key_reference() {
     Board board;
     Keys keys(nullptr);
-    std::string base;
-    keys.key("base", base, "scenario to start from, a file or a name; this one says what differs");
-    describe_board(keys, board, "");
+    std::vector<std::string> bases;
+    keys.key("base", bases, "scenarios to start from, files or names; this one says what differs");
+    describe_run(keys, board, "");
     return keys.reference();
 }
 

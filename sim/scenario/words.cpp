@@ -44,14 +44,4 @@ Word from_file(std::string& bytes, const std::string& folder, std::size_t most) 
             }};
 }
 
-Word matching(std::string& text, const char* accepts, bool (*is_known)(const std::string&)) {
-    return {accepts, "", [&text, is_known](const std::string& said) {
-                text = said;
-                return is_known(said);
-            }};
-}
-
-bool is_letter(char character) { return character >= 'a' && character <= 'z'; }
-bool is_digit(char character) { return character >= '0' && character <= '9'; }
-
 }  // namespace sim

@@ -11,10 +11,6 @@ namespace sim {
 
 Word hexadecimal(std::string& bytes, std::size_t most = SIZE_MAX);
 Word from_file(std::string& bytes, const std::string& folder, std::size_t most);
-Word matching(std::string& text, const char* accepts, bool (*is_known)(const std::string&));
-
-bool is_letter(char character);
-bool is_digit(char character);
 
 // Refuses a list whose items do not come in the order of their times.
 template <class Item>

@@ -176,7 +176,7 @@ AttemptSimulator::AttemptSimulator(const std::filesystem::path& program,
     healthy_ = attempt(change_of(scenario_, board_), Simulator::Log::all, commands);
     for (const SimulatedCommand& command : commands)
         for (const auto& [call, count] : command.calls)
-            calls_[call] += count;
+            calls_[call] = std::max(calls_[call], count);
 }
 
 std::string AttemptSimulator::change(const Change& defect) const {

@@ -29,7 +29,7 @@ class AttemptSimulator {
 
     const toml::table& board() const { return board_; }  // with its variation
     const Plan& plan() const { return plan_; }
-    const CallCounts& calls() const { return calls_; }  // of the healthy run
+    const CallCounts& calls() const { return calls_; }  // the most in a healthy command
     const SimulatedAttempt& healthy() const { return healthy_; }
 
     // What makes the defect out of the scenario: TOML, a key a line.

@@ -1,17 +1,19 @@
 #include "station/dictionary/diagnosis.h"
 
 #include <algorithm>
+#include <memory>
 #include <numeric>
 #include <set>
 
 #include "station/dictionary/comparison.h"
+#include "station/text.h"
 
 namespace station {
 namespace {
 
 constexpr double kExact = 0.999;
 constexpr double kExplained = 0.6;        // likeness of a value of the same direction
-constexpr double kLeastFit = 0.25;        // below, a cause is none
+constexpr double kLeastFit = 0.3;         // below, a cause is none
 constexpr double kSecondDefect = 0.5;     // two defects at once are rarer than one
 constexpr double kGainOfTwo = 0.15;       // over each of them, for a pair to be worth showing
 constexpr double kForLikelihood = 0.012;  // of each point
@@ -24,13 +26,14 @@ struct Candidate {
 };
 
 double likelihood_of(const Signature& signature) {
-    return kForLikelihood * signature.defects.front().kind->likelihood;
+    return kForLikelihood * signature.defects.front().likelihood();
 }
 
 bool comes_before(const Candidate& a, const Candidate& b) { return a.rank < b.rank; }
 
 std::vector<Candidate> singles(const std::vector<Compared>& compared) {
     std::vector<Candidate> found;
+    found.reserve(compared.size());
     for (const Compared& each : compared)
         found.push_back({each.signature, nullptr, each.fit.share(),
                          each.fit.cost() - likelihood_of(*each.signature)});
@@ -48,6 +51,7 @@ std::vector<double> costs_alone(const std::vector<Compared>& compared) {
         place->second = std::min(place->second, each.fit.cost());
     }
     std::vector<double> costs;
+    costs.reserve(causes.size());
     for (const std::string& cause : causes)
         costs.push_back(least.at(cause));
     return costs;
@@ -174,15 +178,6 @@ std::vector<Cause> causes_of(const Dictionary& dictionary, const Symptoms& shown
     return causes;
 }
 
-std::vector<Cause> causes_of(const Dictionary& dictionary, const Judgement& judgement,
-                             const Evidence& evidence) {
-    if (dictionary.plan_sha256 != judgement.plan_sha256)
-        throw DictionaryError("the fault dictionary was made for another plan than "
-                              + judgement.plan_name + " revision "
-                              + std::to_string(judgement.plan_revision));
-    return causes_of(dictionary, symptoms_of(judgement, evidence));
-}
-
 namespace {
 
 using Json = nlohmann::ordered_json;
@@ -236,6 +231,57 @@ Json to_json(const std::vector<Cause>& causes) {
                         {"defects", std::move(parts)}});
     }
     return list;
+}
+
+namespace {
+
+void insist_on_plan(const Dictionary& dictionary, const std::string& sha256) {
+    if (dictionary.plan_sha256 == sha256) return;
+    throw DictionaryError("the fault dictionary was made for another plan, " + dictionary.plan_name
+                          + " revision " + std::to_string(dictionary.plan_revision)
+                          + ": make it again");
+}
+
+}  // namespace
+
+void diagnose(const Dictionary& dictionary, Judgement& judgement, const Evidence& evidence) {
+    insist_on_plan(dictionary, judgement.plan_sha256);
+    judgement.dictionary = {{"board", dictionary.board}, {"defects", dictionary.defects()}};
+    if (judgement.verdict != Verdict::pass)
+        judgement.causes = to_json(causes_of(dictionary, symptoms_of(judgement, evidence)));
+}
+
+std::function<void(Judgement&, const Evidence&)> diagnosis_by(const std::string& file,
+                                                              const Plan& plan) {
+    if (file.empty()) return nullptr;
+    auto dictionary = std::make_shared<Dictionary>(parse_dictionary(read_file(file), file));
+    if (!plan.sha256.empty()) insist_on_plan(*dictionary, plan.sha256);
+    return [dictionary](Judgement& judgement, const Evidence& evidence) {
+        if (judgement.plan_sha256 == dictionary->plan_sha256)
+            diagnose(*dictionary, judgement, evidence);
+    };
+}
+
+std::string cause_lines(const Judgement& judgement) {
+    if (judgement.dictionary.is_null() || judgement.verdict == Verdict::pass) return {};
+    if (judgement.causes.empty())
+        return "cause: the fault dictionary knows no defect that fits\n"
+               "       故障字典里没有吻合的故障\n";
+    std::string text;
+    int number = 0;
+    for (const Json& cause : judgement.causes) {
+        const auto words = [&](const char* part, const char* language) {
+            return cause.at(part).at(language).get<std::string>();
+        };
+        const std::string fit = cause.at("exact")
+                                    ? "exact"
+                                    : std::to_string(cause.at("matched").get<int>()) + " of "
+                                          + std::to_string(cause.at("of").get<int>());
+        text += "cause " + std::to_string(++number) + " (" + fit + "): " + words("title", "en")
+                + ". " + words("check", "en") + "\n         " + words("title", "zh") + "。"
+                + words("check", "zh") + "\n";
+    }
+    return text;
 }
 
 }  // namespace station

@@ -31,11 +31,20 @@ constexpr std::size_t kCausesShown = 5;
 // point into the dictionary.
 std::vector<Cause> causes_of(const Dictionary& dictionary, const Symptoms& shown);
 
-// The same, for a judgement. Throws DictionaryError when the dictionary was made for another plan.
-std::vector<Cause> causes_of(const Dictionary& dictionary, const Judgement& judgement,
-                             const Evidence& evidence);
-
 // What stands as "causes" in a judgement; docs/station.md describes it.
 nlohmann::ordered_json to_json(const std::vector<Cause>& causes);
+
+// Writes the causes into a judgement that is no PASS. Throws DictionaryError when the dictionary
+// was made for another plan.
+void diagnose(const Dictionary& dictionary, Judgement& judgement, const Evidence& evidence);
+
+// diagnose() with the dictionary of this file, which is read now; "" = none. Throws DictionaryError,
+// also when it was made for another plan. A plan that is not known yet has no SHA-256: an attempt
+// with another one then gets no causes.
+std::function<void(Judgement&, const Evidence&)> diagnosis_by(const std::string& file,
+                                                              const Plan& plan);
+
+// The causes for a person, two lines each; empty when no dictionary was asked.
+std::string cause_lines(const Judgement& judgement);
 
 }  // namespace station

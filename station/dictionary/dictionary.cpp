@@ -34,8 +34,13 @@ void add_texts(const SimulatedAttempt& attempt, std::map<std::string, std::strin
         }
 }
 
+bool is_number(const std::string& text) {
+    return !text.empty() && text.size() < 9
+           && text.find_first_not_of("0123456789") == std::string::npos;
+}
+
 bool likelier(const KnownDefect& a, const KnownDefect& b) {
-    return a.kind->likelihood > b.kind->likelihood;
+    return a.likelihood() > b.likelihood();
 }
 
 }  // namespace
@@ -45,6 +50,12 @@ std::string KnownDefect::cause() const {
     for (const std::string& place : places)
         text += " " + place;
     return text;
+}
+
+int KnownDefect::likelihood() const {
+    const bool two = places.size() == 2 && is_number(places[0]) && is_number(places[1]);
+    if (!two || std::abs(std::stoi(places[0]) - std::stoi(places[1])) == 1) return kind->likelihood;
+    return kind->likelihood - 1;
 }
 
 std::size_t Dictionary::defects() const {
@@ -100,22 +111,24 @@ Dictionary make_dictionary(const AttemptSimulator& simulator, const std::string&
 
     std::vector<Symptoms> symptoms(defects.size());
     std::vector<std::string> changes(defects.size());
+    std::vector<std::map<std::string, std::string>> texts(defects.size());
     std::mutex guard;
     std::size_t done = 0;
     in_parallel(defects.size(), [&](std::size_t i) {
         changes[i] = simulator.change(defects[i].apply);
-        if (changes[i].empty()) return;
+        if (changes[i].empty()) return;  // two wires of one signal: as healthy
         const SimulatedAttempt attempt = simulator.run(changes[i]);
         symptoms[i] = symptoms_of(attempt.judgement, attempt.evidence);
+        add_texts(attempt, texts[i]);
         const std::lock_guard lock(guard);
-        add_texts(attempt, dictionary.texts);
         if (progress) progress(++done, defects.size());
     });
 
+    for (auto& each : texts)
+        dictionary.texts.merge(each);  // in the order of the defects
     std::map<Symptoms, std::vector<KnownDefect>> groups;
     for (std::size_t i = 0; i < defects.size(); ++i)
-        if (!changes[i].empty())
-            groups[symptoms[i]].push_back({defects[i].kind, defects[i].places, changes[i]});
+        groups[symptoms[i]].push_back({defects[i].kind, defects[i].places, changes[i]});
     for (auto& [shown, group] : groups) {
         std::stable_sort(group.begin(), group.end(), likelier);
         dictionary.signatures.push_back({shown, std::move(group)});

@@ -18,6 +18,8 @@ struct KnownDefect {
     std::string change;  // of the simulated board, as TOML
 
     std::string cause() const;  // "alarm.input.open 6"
+    // Its kind's; two places that are not neighbours are less likely to have something in common.
+    int likelihood() const;
 };
 
 // Defects that no transcript of the plan's commands, and no answer, tells from each other.

@@ -57,6 +57,12 @@ bool is_number(std::string_view text) {
     return !text.empty() && text.find_first_not_of("-0123456789") == std::string_view::npos;
 }
 
+// "sdb", "esda", "msa1"; not "esata".
+bool is_node(std::string_view text) {
+    return text.starts_with("sd") || text.starts_with("esd")
+           || (text.starts_with("ms") && text.find(' ') == std::string_view::npos);
+}
+
 // "network.copper.2.link" -> "network.copper.N.link", "sata.sdb.state" -> "sata.DISK.state"
 std::string without_places(std::string_view fact) {
     std::string result;
@@ -70,6 +76,12 @@ std::string without_places(std::string_view fact) {
         result += '.';
         fact.remove_prefix(dot + 1);
     }
+}
+
+// "verify.pmp.chip.1.state" -> "pmp.chip.1.state"
+std::string without_command(const std::string& fact) {
+    const std::size_t at = fact.find(step_of(fact) + ".");
+    return at == std::string::npos ? fact : fact.substr(at);
 }
 
 std::string trimmed(std::string text) {
@@ -121,8 +133,12 @@ std::string entry_of_words(const std::string& symptom, const std::string& value,
 
 std::string entry_of(const std::string& symptom, const std::string& value, Language language) {
     if (symptom.find(' ') != std::string::npos) return entry_of_words(symptom, value, language);
-    const std::string fact = "`" + without_places(symptom) + "`";
-    if (value == "absent") return fact + std::string(chosen(language, " 缺失", " missing"));
+    // The table of capabilities is one line: it is there or not.
+    const bool is_start = symptom.find("start.") != std::string::npos && symptom != "start.root";
+    const bool is_missing = value == "absent";
+    const std::string fact =
+        "`" + (is_start && is_missing ? "start.*" : without_places(without_command(symptom))) + "`";
+    if (is_missing) return fact + std::string(chosen(language, " 缺失", " missing"));
     const bool is_word = !value.empty() && std::islower(static_cast<unsigned char>(value[0])) != 0;
     return fact + (is_word ? " = " + value : std::string(chosen(language, " 不对", " wrong")));
 }
@@ -220,10 +236,7 @@ void add_signature(const Dictionary& dictionary, const Signature& signature, Lan
 std::string preface(const std::vector<Dictionary>& dictionaries, Language language) {
     std::string plans;
     for (const Dictionary& dictionary : dictionaries)
-        plans += (plans.empty()              ? ""
-                  : language == Language::zh ? "、"
-                                             : ", ")
-                 + dictionary.plan_name;
+        plans += (plans.empty() ? "" : " / ") + dictionary.plan_name;
     if (language == Language::zh)
         return "# 故障目录\n\n"
                "看到什么，可能是什么坏了（最可能的在前），先查什么。由 `tools/faults` "
@@ -242,7 +255,7 @@ std::string preface(const std::vector<Dictionary>& dictionaries, Language langua
 
 }  // namespace
 
-std::string catalogue_entry(const Dictionary&, const std::string& symptom, const std::string& value,
+std::string catalogue_entry(const std::string& symptom, const std::string& value,
                             Language language) {
     return entry_of(symptom, value, language);
 }
@@ -293,6 +306,20 @@ struct Hidden {
     KindSeen seen;
 };
 
+// "13 of 53 with every plan", or plan by plan.
+std::string counts_of(const Hidden& hidden, std::size_t plans) {
+    std::set<std::pair<int, int>> different;
+    std::string text;
+    for (const auto& [plan, count] : hidden.plans) {
+        different.insert(count);
+        text += (text.empty() ? "" : "; ") + std::to_string(count.first) + " of "
+                + std::to_string(count.second) + " " + plan;
+    }
+    if (different.size() > 1 || hidden.plans.size() < plans) return text;
+    return std::to_string(different.begin()->first) + " of "
+           + std::to_string(different.begin()->second) + " with every plan";
+}
+
 std::string hidden_table(const std::vector<Dictionary>& dictionaries) {
     std::map<std::string_view, Hidden> kinds;
     for (const Dictionary& dictionary : dictionaries)
@@ -314,11 +341,10 @@ std::string hidden_table(const std::vector<Dictionary>& dictionaries) {
         const std::vector<std::string> places =
             is_call ? std::vector<std::string>{"..."} : places_for_all(hidden.seen);
         text += "| " + title_of(*hidden.seen.kind, places).en + " | ";
-        std::string counts;
-        for (const auto& [plan, count] : hidden.plans)
-            counts += (counts.empty() ? "" : ", ") + plan + " " + std::to_string(count.first) + "/"
-                      + std::to_string(count.second);
-        text += counts + " | `" + one_line(hidden.example->change) + "` |\n";
+        text += counts_of(hidden, dictionaries.size()) + " | ";
+        text += hidden.example->change.empty() ? "the same connection"
+                                               : "`" + one_line(hidden.example->change) + "`";
+        text += " |\n";
     }
     return text;
 }
@@ -342,8 +368,9 @@ std::string group_table(const std::vector<Dictionary>& dictionaries) {
                 const std::size_t count = seen->places.size();
                 std::vector<std::string> places = places_for_all(*seen);
                 for (std::string& place : places)
-                    if (is_number(place)) place = "N";
-                if (seen->kind->name == "call.fails") places = {std::to_string(count) + " calls"};
+                    place = is_number(place) ? "N" : is_node(place) ? "DISK" : place;
+                if (seen->kind->name == "call.fails")
+                    places = {count == 1 ? "..." : std::to_string(count) + " of them"};
                 text += (text.empty() ? "" : "; ") + title_of(*seen->kind, places).en;
             }
             ++groups[text];

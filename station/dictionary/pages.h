@@ -14,8 +14,8 @@ enum class Language : std::uint8_t { zh, en };
 std::string fault_catalogue(const std::vector<Dictionary>& dictionaries, Language language);
 
 // The heading under which the catalogue has a symptom.
-std::string catalogue_entry(const Dictionary& dictionary, const std::string& symptom,
-                            const std::string& value, Language language);
+std::string catalogue_entry(const std::string& symptom, const std::string& value,
+                            Language language);
 
 // Defects that no fact and no answer shows, and defects that cannot be told apart; Markdown.
 std::string blind_spots(const std::vector<Dictionary>& dictionaries);
