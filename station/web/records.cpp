@@ -48,7 +48,7 @@ Archive::Archive(fs::path journals, const std::string& url, const fs::path& dict
 json Archive::causes(const Judgement& judgement, const Evidence& evidence) const {
     for (const Dictionary& dictionary : dictionaries_) {
         if (dictionary.plan_sha256 == judgement.plan_sha256)
-            return to_json(causes_of(dictionary, judgement, evidence));
+            return to_json(causes_of(dictionary, symptoms_of(judgement, evidence)));
     }
     return json::array();
 }
