@@ -214,19 +214,12 @@ class UnseenDefects {
 
     // The sticks as they are, but for one.
     std::string disks_with(const std::string& node, const std::string& key) const {
-        std::string list = "usb.disks = [";
-        for (const toml::node& disk : *board_["usb"]["disks"].as_array()) {
-            const std::string name = (*disk.as_table())["node"].value_or(std::string());
-            list += "{node = '" + name + "', ";
-            if (name.substr(0, 3) == node.substr(0, 3)) {
-                list += key;
-            } else {
-                list += "free_blocks = "
-                        + std::to_string((*disk.as_table())["free_blocks"].value_or(0));
-            }
-            list += "}, ";
+        std::string changes;
+        for (const auto& [name, disk] : *board_["usb"]["disks"].as_table()) {
+            if (name.str().substr(0, 3) == node.substr(0, 3))
+                changes += "usb.disks." + std::string(name.str()) + " = {" + key + "}\n";
         }
-        return list + "]";
+        return changes;
     }
 
     void usb() {
@@ -236,10 +229,16 @@ class UnseenDefects {
                     disks_with(node, std::string("free_blocks = ") + blocks));
             add("usb.disk.full " + node, disks_with(node, "free_blocks = 1000, block_size = 512"));
             add("usb.disk.unmountable " + node,
-                disks_with(node, "free_blocks = 5_000_000, mount = 'never'"));
+                disks_with(node, "free_blocks = 5_000_000, mount = 'no file system'"));
         }
         add_each("usb.extra", "usb.mice", std::vector<std::int64_t>{3, 4, 5});
-        add("usb.all", "usb.disks = []\nusb.devices = []");
+        std::string nothing = "changes = []\n";
+        for (const char* kind : {"disks", "devices"}) {
+            for (const auto& [name, entry] : *board_["usb"][kind].as_table())
+                nothing += std::string("usb.") + kind + ".'" + std::string(name.str())
+                           + "'.present = false\n";
+        }
+        add("usb.all", nothing);
     }
 
     void disks() {
@@ -588,8 +587,7 @@ constexpr Slip kSlips[] = {
      "disks.sdb.present = false\ndisks.sde = {serial = 'SIM-0002', model = 'Simulated disk 1 TB'}",
      "Disk sdb missing", "in the right port"},
     {"a stick of 2.0 is in the lower 3.0 port",
-     "usb.devices = [{name = '4-1:1.0', until_scan = 2}, {name = '3-1:1.0', from_scan = 2}, "
-     "{name = '3-2:1.0'}]",
+     "usb.devices = {'4-2:1.0' = {present = false}, '3-2:1.0' = {}}",
      "Rear USB port, lower: no USB 3.0", "the stick is a 3.0 one"},
     {"the backup battery is dead: the clock shows 2000-01-01", "rtc.offset = -848649600",
      "Backup battery dead", "Measure the battery"},

@@ -92,6 +92,7 @@ class Enumeration {
     }
     std::vector<std::string> names(std::string_view table) const;
     std::vector<std::string> nodes(bool external) const;
+    std::vector<std::string> sticks() const;
 
     const toml::table& board_;
 };
@@ -271,93 +272,91 @@ void Enumeration::clock() {
 
 // --- USB ---------------------------------------------------------------------------------------
 
-// A change of the entries of an array of tables for which `chosen` holds; `change` returns false
-// for one that has to go.
-Apply entries(const char* key, std::function<bool(const toml::table&)> chosen,
-              std::function<bool(toml::table&)> change) {
+// A change of the entries of a table under [usb] whose name is `chosen`.
+Apply entries(const char* key, std::function<bool(const std::string&)> chosen,
+              std::function<void(toml::table&)> change) {
     return [=](toml::table& board) {
-        toml::array& list = list_at(table_at(board, {"usb"}), key);
-        toml::array kept;
-        for (toml::node& node : list) {
-            toml::table entry = *node.as_table();
-            if (!chosen(entry) || change(entry)) kept.push_back(std::move(entry));
-        }
-        list = std::move(kept);
+        for (auto&& [name, entry] : table_at(table_at(board, {"usb"}), {key}))
+            if (chosen(std::string(name.str()))) change(*entry.as_table());
     };
 }
 
-bool removed(toml::table&) { return false; }
+void pulled(toml::table& entry) { entry.insert_or_assign("present", false); }
 
 // A stick and its partition: "msa" and "msa1".
-std::function<bool(const toml::table&)> stick(const std::string& node) {
-    return [=](const toml::table& disk) {
-        const std::string name = disk["node"].value_or(std::string());
-        return name == node || name == node.substr(0, 3);
-    };
+std::function<bool(const std::string&)> stick(const std::string& node) {
+    return [=](const std::string& name) { return name == node || name == node.substr(0, 3); };
 }
 
-std::function<bool(const toml::table&)> in_port(char port) {
-    return [=](const toml::table& device) {
-        return device["name"].value_or(std::string()).substr(1, 2) == std::string("-") + port;
+bool is_in_port(const std::string& device, char port) {
+    return device.substr(1, 2) == std::string("-") + port;
+}
+
+std::function<bool(const std::string&)> in_port(char port) {
+    return [=](const std::string& name) { return is_in_port(name, port); };
+}
+
+// Nobody moves a stick in or out of this port.
+Apply settled(char port) {
+    return [=](toml::table& board) {
+        toml::array* changes = board.get_as<toml::array>("changes");
+        if (changes == nullptr) return;
+        for (toml::node& change : *changes) {
+            toml::table* devices = (*change.as_table())["usb"]["devices"].as_table();
+            if (devices == nullptr) continue;
+            for (const char* root : {"3-", "4-"})
+                devices->erase(std::string(root) + port + ":1.0");
+        }
     };
 }
 
 Apply disk_set(const std::string& node, const char* key, std::string value) {
-    return entries("disks", stick(node), [=](toml::table& disk) {
-        disk.insert_or_assign(key, value);
-        return true;
-    });
+    return entries("disks", stick(node),
+                   [=](toml::table& disk) { disk.insert_or_assign(key, value); });
 }
 
 void Enumeration::add_rear_port(const std::string& name, char port) {
-    const Apply gone = entries("devices", in_port(port), removed);
+    const Apply gone = both(settled(port), entries("devices", in_port(port), pulled));
     add("usb.rear.dead", {name}, gone);
-    if (const toml::array* disks = board_["usb"]["disks"].as_array())
-        for (const toml::node& disk : *disks) {
-            const std::string node = disk.as_table()->at("node").value_or(std::string());
-            if (node.size() > 3)
-                add("usb.rear.dead", {name}, both(gone, entries("disks", stick(node), removed)));
-        }
-    add("usb.rear.slow", {name}, entries("devices", in_port(port), [=](toml::table& device) {
-            device.insert_or_assign("name", std::string("3-") + port + ":1.0");
-            return true;
+    for (const std::string& node : sticks())
+        add("usb.rear.dead", {name}, both(gone, entries("disks", stick(node), pulled)));
+    add("usb.rear.slow", {name}, both(gone, [=](toml::table& board) {
+            table_at(table_at(board, {"usb"}), {"devices"})
+                .insert_or_assign(std::string("3-") + port + ":1.0",
+                                  toml::table{{"present", true}});
         }));
 }
 
+// Their partitions.
+std::vector<std::string> Enumeration::sticks() const {
+    std::vector<std::string> sticks;
+    if (const toml::table* disks = board_["usb"]["disks"].as_table()) {
+        for (const auto& [name, disk] : *disks)
+            if (name.str().size() > 3) sticks.emplace_back(name);
+    }
+    return sticks;
+}
+
 void Enumeration::usb() {
-    const toml::array* disks = board_["usb"]["disks"].as_array();
-    if (disks == nullptr) return;
-    for (const toml::node& disk : *disks) {
-        const std::string node = disk.as_table()->at("node").value_or(std::string());
-        if (node.size() <= 3) continue;
-        add("usb.disk.missing", {node}, entries("disks", stick(node), removed));
-        add("usb.disk.unmountable", {node}, disk_set(node, "mount", "never"));
+    if (sticks().empty()) return;
+    for (const std::string& node : sticks()) {
+        add("usb.disk.missing", {node}, entries("disks", stick(node), pulled));
+        add("usb.disk.unmountable", {node}, disk_set(node, "mount", "no file system"));
         add("usb.disk.shell", {node}, disk_set(node, "mount", "by shell"));
         for (const std::int64_t blocks : {0, 1000})
             add("usb.disk.full", {node}, entries("disks", stick(node), [=](toml::table& full) {
                     full.insert_or_assign("free_blocks", blocks);
-                    return true;
                 }));
     }
     add("usb.all", {},
         entries(
-            "disks", [](const toml::table&) { return true; }, removed));
+            "disks", [](const std::string&) { return true; }, pulled));
     for (const std::int64_t mice : {1, 2})
         add("usb.extra", {}, setting({"usb"}, "mice", number("usb", "mice") + mice));
     add("usb.leftover", {}, setting({"usb"}, "directories", toml::array{"/mnt/msa1"}));
     add_rear_port("upper", '1');
     add_rear_port("lower", '2');
-    add("usb.rear.unchanged", {}, [](toml::table& board) {
-        entries(
-            "devices", [](const toml::table& device) { return device.contains("from_scan"); },
-            removed)(board);
-        entries(
-            "devices", [](const toml::table&) { return true; },
-            [](toml::table& device) {
-                device.erase("until_scan");
-                return true;
-            })(board);
-    });
+    add("usb.rear.unchanged", {}, [](toml::table& board) { board.erase("changes"); });
 }
 
 // --- Disks -------------------------------------------------------------------------------------
@@ -438,6 +437,8 @@ void Enumeration::rs485() {
     add("rs485.corrupt", {}, numbers_added("rs485", "corrupt", numbers_between(0, 1023)));
 }
 
+bool removed(toml::table&) { return false; }
+
 // A change of the frames of the panel that say this key; "" = of each.
 Apply frames(const std::string& key, std::function<bool(toml::table&)> change) {
     return [=](toml::table& board) {
@@ -498,7 +499,6 @@ const std::vector<Field> kFields = {
     {"memory_frequency", {0, 1}},
     {"memory_size", {0, 1, 3, 7}},
     {"flash_size", {0, 1, 3}},
-    {"flash_type", {0, 1}},
     {"cpld_date", {0, 0x4DD6, 0xFFFF}},
     {"channels", {0, 1, 2, 8, 15}},
     {"sata_layout", {0, 1, 4, 5, 6, 7, 11}},
@@ -510,17 +510,10 @@ const std::vector<Field> kFields = {
     {"alarm_outputs", {0, 1, 2, 3, 7}},
     {"minisas", {0, 1}},
     {"board_word", {0, 1}},
-    {"memory_15_13", {0, 1}},
-    {"memory_4_3", {0, 1}},
-    {"memory_2_0", {0, 1}},
-    {"second_15_12", {0, 1}},
-    {"second_11_8", {0, 1}},
-    {"fitting_11_10", {0, 1}},
-    {"fitting_6_5", {0, 1}},
-    {"fitting_0", {0, 1}},
-    {"storage_13_12", {0, 1}},
-    {"storage_11_9", {0, 1}},
-    {"storage_8_6", {0, 1}},
+    {"memory", {1, 0xFFFF}},
+    {"second", {1}},
+    {"fitting", {1, 0xFFFF}},
+    {"storage", {1}},
 };
 
 void Enumeration::description() {

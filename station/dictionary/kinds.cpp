@@ -15,7 +15,6 @@ constexpr Place kPlaces[] = {
     {"memory_frequency", "内存频率", "memory clock"},
     {"memory_size", "内存大小", "memory size"},
     {"flash_size", "FLASH 大小", "flash size"},
-    {"flash_type", "FLASH 类型", "flash type"},
     {"cpld_date", "CPLD 日期", "CPLD date"},
     {"channels", "通道数", "channel count"},
     {"sata_layout", "SATA 口数", "SATA layout"},
