@@ -90,7 +90,7 @@ class Enumeration {
     std::int64_t number(std::string_view table, std::string_view key) const {
         return board_[table][key].value_or(std::int64_t{0});
     }
-    std::vector<std::string> names(std::string_view table) const;
+    std::vector<std::string> names(std::string_view table, std::string_view in = {}) const;
     std::vector<std::string> nodes(bool external) const;
 
     const toml::table& board_;
@@ -102,10 +102,12 @@ void Enumeration::add(std::string_view kind, std::vector<std::string> places, Ap
     defects.push_back({known, std::move(places), std::move(apply)});
 }
 
-std::vector<std::string> Enumeration::names(std::string_view table) const {
+// Keys of a table, or of a table in it.
+std::vector<std::string> Enumeration::names(std::string_view table, std::string_view in) const {
     std::vector<std::string> names;
-    if (const toml::table* found = board_[table].as_table())
-        for (const auto& [key, value] : *found)
+    const auto found = in.empty() ? board_[table] : board_[table][in];
+    if (const toml::table* keys = found.as_table())
+        for (const auto& [key, value] : *keys)
             names.emplace_back(key);
     return names;
 }
@@ -271,92 +273,83 @@ void Enumeration::clock() {
 
 // --- USB ---------------------------------------------------------------------------------------
 
-// A change of the entries of an array of tables for which `chosen` holds; `change` returns false
-// for one that has to go.
-Apply entries(const char* key, std::function<bool(const toml::table&)> chosen,
-              std::function<bool(toml::table&)> change) {
-    return [=](toml::table& board) {
-        toml::array& list = list_at(table_at(board, {"usb"}), key);
-        toml::array kept;
-        for (toml::node& node : list) {
-            toml::table entry = *node.as_table();
-            if (!chosen(entry) || change(entry)) kept.push_back(std::move(entry));
-        }
-        list = std::move(kept);
-    };
-}
-
 bool removed(toml::table&) { return false; }
 
-// A stick and its partition: "msa" and "msa1".
-std::function<bool(const toml::table&)> stick(const std::string& node) {
-    return [=](const toml::table& disk) {
-        const std::string name = disk["node"].value_or(std::string());
-        return name == node || name == node.substr(0, 3);
+// Sets a key of a stick's node and of its whole disk: "msa1" and "msa".
+template <class Value>
+Apply stick_set(const std::string& node, const std::string& key, Value value) {
+    return [=](toml::table& board) {
+        for (auto&& [name, disk] : table_at(board, {"usb", "disks"}))
+            if (name.str() == node || name.str() == node.substr(0, 3))
+                disk.as_table()->insert_or_assign(key, value);
     };
 }
 
-std::function<bool(const toml::table&)> in_port(char port) {
-    return [=](const toml::table& device) {
-        return device["name"].value_or(std::string()).substr(1, 2) == std::string("-") + port;
+// Calls change(devices) for what is plugged in at the start, and for each change of it later.
+Apply devices_changed(std::function<void(toml::table& devices)> change) {
+    return [=](toml::table& board) {
+        change(table_at(board, {"usb", "devices"}));
+        toml::array* changes = board["changes"].as_array();
+        for (std::size_t i = 0; changes != nullptr && i < changes->size(); ++i)
+            if (toml::table* later = (*changes)[i].as_table(); later->contains("usb"))
+                change(table_at(*later, {"usb", "devices"}));
     };
 }
 
-Apply disk_set(const std::string& node, const char* key, std::string value) {
-    return entries("disks", stick(node), [=](toml::table& disk) {
-        disk.insert_or_assign(key, value);
-        return true;
-    });
+// True for what a device in this port is called: "4-1:1.0" and "3-1:1.0" in port 1.
+bool is_in_port(std::string_view device, char port) {
+    return device.substr(1, 2) == std::string("-") + port;
 }
 
 void Enumeration::add_rear_port(const std::string& name, char port) {
-    const Apply gone = entries("devices", in_port(port), removed);
+    const Apply gone = devices_changed([=](toml::table& devices) {
+        for (auto&& [device, state] : devices)
+            if (is_in_port(device.str(), port))
+                state.as_table()->insert_or_assign("present", false);
+    });
     add("usb.rear.dead", {name}, gone);
-    if (const toml::array* disks = board_["usb"]["disks"].as_array())
-        for (const toml::node& disk : *disks) {
-            const std::string node = disk.as_table()->at("node").value_or(std::string());
-            if (node.size() > 3)
-                add("usb.rear.dead", {name}, both(gone, entries("disks", stick(node), removed)));
-        }
-    add("usb.rear.slow", {name}, entries("devices", in_port(port), [=](toml::table& device) {
-            device.insert_or_assign("name", std::string("3-") + port + ":1.0");
-            return true;
+    for (const std::string& node : names("usb", "disks"))
+        if (node.size() > 3)
+            add("usb.rear.dead", {name}, both(gone, stick_set(node, "present", false)));
+    add("usb.rear.slow", {name}, devices_changed([=](toml::table& devices) {
+            bool has = false;
+            for (auto&& [device, state] : devices) {
+                if (!is_in_port(device.str(), port)) continue;
+                has = true;
+                state.as_table()->insert_or_assign("present", device.str()[0] == '3');
+            }
+            const std::string slow = std::string("3-") + port + ":1.0";
+            if (has) devices.insert_or_assign(slow, toml::table{{"present", true}});
         }));
 }
 
 void Enumeration::usb() {
-    const toml::array* disks = board_["usb"]["disks"].as_array();
-    if (disks == nullptr) return;
-    for (const toml::node& disk : *disks) {
-        const std::string node = disk.as_table()->at("node").value_or(std::string());
+    const std::vector<std::string> nodes = names("usb", "disks");
+    if (nodes.empty()) return;
+    Apply none = [](toml::table&) {};
+    for (const std::string& node : nodes) {
         if (node.size() <= 3) continue;
-        add("usb.disk.missing", {node}, entries("disks", stick(node), removed));
-        add("usb.disk.unmountable", {node}, disk_set(node, "mount", "never"));
-        add("usb.disk.shell", {node}, disk_set(node, "mount", "by shell"));
+        const Apply missing = stick_set(node, "present", false);
+        none = both(none, missing);
+        add("usb.disk.missing", {node}, missing);
+        for (const std::string mount : {"no file system", "no driver"})
+            add("usb.disk.unmountable", {node}, stick_set(node, "mount", mount));
+        add("usb.disk.shell", {node}, stick_set(node, "mount", std::string("by shell")));
         for (const std::int64_t blocks : {0, 1000})
-            add("usb.disk.full", {node}, entries("disks", stick(node), [=](toml::table& full) {
-                    full.insert_or_assign("free_blocks", blocks);
-                    return true;
-                }));
+            add("usb.disk.full", {node}, stick_set(node, "free_blocks", blocks));
     }
-    add("usb.all", {},
-        entries(
-            "disks", [](const toml::table&) { return true; }, removed));
+    add("usb.all", {}, none);
     for (const std::int64_t mice : {1, 2})
         add("usb.extra", {}, setting({"usb"}, "mice", number("usb", "mice") + mice));
     add("usb.leftover", {}, setting({"usb"}, "directories", toml::array{"/mnt/msa1"}));
     add_rear_port("upper", '1');
     add_rear_port("lower", '2');
     add("usb.rear.unchanged", {}, [](toml::table& board) {
-        entries(
-            "devices", [](const toml::table& device) { return device.contains("from_scan"); },
-            removed)(board);
-        entries(
-            "devices", [](const toml::table&) { return true; },
-            [](toml::table& device) {
-                device.erase("until_scan");
-                return true;
-            })(board);
+        toml::array kept;
+        if (const toml::array* changes = board["changes"].as_array())
+            for (const toml::node& change : *changes)
+                if (!change.as_table()->contains("usb")) kept.push_back(change);
+        board.insert_or_assign("changes", std::move(kept));
     });
 }
 
@@ -433,6 +426,7 @@ void Enumeration::rs485() {
          {numbers_between(0, 0), numbers_between(500, 500), numbers_between(1023, 1023),
           numbers_between(7, 1023, 16), numbers_between(1, 1023, 2), numbers_between(512, 1023)}) {
         add("rs485.lost", {}, numbers_added("rs485", "drop", bytes));
+        add("rs485.stray", {}, numbers_added("rs485", "insert", bytes));
         add("rs485.corrupt", {}, numbers_added("rs485", "corrupt", bytes));
     }
     add("rs485.corrupt", {}, numbers_added("rs485", "corrupt", numbers_between(0, 1023)));
@@ -498,7 +492,6 @@ const std::vector<Field> kFields = {
     {"memory_frequency", {0, 1}},
     {"memory_size", {0, 1, 3, 7}},
     {"flash_size", {0, 1, 3}},
-    {"flash_type", {0, 1}},
     {"cpld_date", {0, 0x4DD6, 0xFFFF}},
     {"channels", {0, 1, 2, 8, 15}},
     {"sata_layout", {0, 1, 4, 5, 6, 7, 11}},
@@ -510,17 +503,10 @@ const std::vector<Field> kFields = {
     {"alarm_outputs", {0, 1, 2, 3, 7}},
     {"minisas", {0, 1}},
     {"board_word", {0, 1}},
-    {"memory_15_13", {0, 1}},
-    {"memory_4_3", {0, 1}},
-    {"memory_2_0", {0, 1}},
-    {"second_15_12", {0, 1}},
-    {"second_11_8", {0, 1}},
-    {"fitting_11_10", {0, 1}},
-    {"fitting_6_5", {0, 1}},
-    {"fitting_0", {0, 1}},
-    {"storage_13_12", {0, 1}},
-    {"storage_11_9", {0, 1}},
-    {"storage_8_6", {0, 1}},
+    {"memory", {0}},
+    {"second", {0}},
+    {"fitting", {0}},
+    {"storage", {0}},
 };
 
 void Enumeration::description() {
@@ -561,6 +547,8 @@ void Enumeration::bridges() {
         add("pmp.protected", {name},
             both(old, both(setting(bridge, "protection", std::int64_t{0x1C}),
                            setting(bridge, "unlocks", false))));
+        for (const std::int64_t cell : {0, 2000, 4095})
+            add("pmp.cells", {name}, both(old, setting(bridge, "bad_cells", toml::array{cell})));
         for (const char* key : {"revision", "bonding_high", "bonding_low"})
             add("pmp.variant", {name}, setting(bridge, key, std::int64_t{0x20}));
     }
