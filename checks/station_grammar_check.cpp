@@ -239,6 +239,18 @@ bool is_open(const station::Plan& plan, const std::string& name) {
     return rule != nullptr && !rule->equal;
 }
 
+// What said that the board is bad still stands there, but what it stood in is gone: a heading, say.
+// Nothing explains it then.
+bool lost_its_place(const std::set<std::string>& reasons, const Evidence& evidence) {
+    return std::any_of(
+        evidence.findings.begin(), evidence.findings.end(), [&](const Finding& finding) {
+            return finding.kind == Finding::Kind::unexplained
+                   && std::any_of(reasons.begin(), reasons.end(), [&](const std::string& text) {
+                          return finding.text.find(text) != std::string::npos;
+                      });
+        });
+}
+
 void alter(const char* words, unsigned rounds, int& altered, int& passed) {
     const Viewer viewer(line_by_line(play(healthy(), words)));
     for (const auto& built_in : sim::built_in_boards()) {
@@ -253,6 +265,10 @@ void alter(const char* words, unsigned rounds, int& altered, int& passed) {
             for (const station::Reason& reason : item.reasons)
                 reason_lines.insert(reason.line);
         }
+        std::set<std::string> reason_texts;
+        for (const station::Piece& piece : original_evidence.pieces) {
+            if (reason_lines.count(piece.line) != 0) reason_texts.insert(piece.text);
+        }
         if (original.lines.empty()) continue;
         for (unsigned seed = 1; seed <= rounds; ++seed) {
             std::set<int> touched;
@@ -261,7 +277,10 @@ void alter(const char* words, unsigned rounds, int& altered, int& passed) {
             const station::Judgement now = viewer.judge(changed, &evidence);
             SCOPED_TRACE(std::string(built_in.name) + " " + words + " " + std::to_string(seed));
             const bool touches_reason = reason_lines.count(*touched.begin()) != 0;
-            EXPECT_TRUE(touches_reason || now.verdict >= judgement.verdict);
+            EXPECT_TRUE(touches_reason || now.verdict >= judgement.verdict
+                        || (now.verdict != Verdict::pass && lost_its_place(reason_texts, evidence)))
+                << "was " << static_cast<int>(judgement.verdict) << ", is "
+                << static_cast<int>(now.verdict);
             ++altered;
             if (now.verdict != Verdict::pass) continue;
             ++passed;

@@ -444,9 +444,9 @@ void Attempt::ask_due_questions() {
         const auto given = setup_.answers.find(question.name);
         const std::string& who = setup_.identity.operator_id;
         if (given != setup_.answers.end()) {
-            write_answer({question.name, given->second, who, "option"});
+            write_answer({0, question.name, given->second, who, "option"});
         } else if (!setup_.somebody_answers) {
-            write_answer({question.name, "none", who, "option"});
+            write_answer({0, question.name, "none", who, "option"});
         }
     }
     refresh();
@@ -461,13 +461,14 @@ void Attempt::write_answer(const Request& request) {
                      {"operator", request.operator_id},
                      {"via", request.via}});
     asked->answered = true;
+    asked->answered_by = request.number;
 }
 
 void Attempt::expire_questions() {
     const std::lock_guard lock(mutex_);
     for (const Asked& asked : asked_) {
         if (asked.answered || asked.until > Clock::now()) continue;
-        write_answer({asked.question, "none", setup_.identity.operator_id, "time"});
+        write_answer({0, asked.question, "none", setup_.identity.operator_id, "time"});
     }
 }
 
@@ -515,20 +516,20 @@ bool Attempt::answer(const std::string& question, const std::string& answer,
     for (const Request& request : requests_) {
         if (request.question == question) return false;  // somebody was faster
     }
-    requests_.push_back({question, answer, operator_id, via});
     const std::size_t mine = ++requests_made_;
+    requests_.push_back({mine, question, answer, operator_id, via});
     const std::uint64_t one = 1;
     [[maybe_unused]] const ssize_t written = ::write(wake_, &one, sizeof one);
     if (std::this_thread::get_id() == runner_) return true;  // taken before the next event
     taken_.wait(lock, [&] { return requests_taken_ >= mine || !running_; });
-    return requests_taken_ >= mine;
+    return std::any_of(asked_.begin(), asked_.end(),
+                       [&](const Asked& each) { return each.answered_by == mine; });
 }
 
 void Attempt::stop(const std::string& operator_id) {
     const std::lock_guard lock(mutex_);
     if (!running_) return;
-    requests_.push_back({"", "", operator_id, ""});
-    ++requests_made_;
+    requests_.push_back({++requests_made_, "", "", operator_id, ""});
     const std::uint64_t one = 1;
     [[maybe_unused]] const ssize_t written = ::write(wake_, &one, sizeof one);
 }

@@ -89,8 +89,10 @@ class Attempt {
         std::string question;
         Clock::time_point until;
         bool answered = false;
+        std::size_t answered_by = 0;  // number of the request; 0 = of none
     };
     struct Request {
+        std::size_t number;                              // from 1; 0 = of no thread
         std::string question, answer, operator_id, via;  // no question: stop
     };
 
