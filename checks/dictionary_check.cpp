@@ -443,7 +443,7 @@ void vary(toml::table& board) {
     table_at(board, {"rtc"}).insert_or_assign("offset", 1);
     for (auto&& [node, disk] : *board["disks"].as_table())
         disk.as_table()->insert_or_assign("serial", "WX-" + std::string(node) + "-77");
-    for (toml::node& disk : *board["usb"]["disks"].as_array())
+    for (auto&& [node, disk] : *board["usb"]["disks"].as_table())
         disk.as_table()->insert_or_assign("free_blocks", 700'123);
 }
 
