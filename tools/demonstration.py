@@ -61,9 +61,13 @@ class Line:
     # ---- history ----
 
     def dictionary(self):
-        subprocess.run([f"{self.build}/q7-station", "dictionary", "--plan", self.path("plans", "healthy.toml"),
-                        "--board", os.path.join(SOURCE, "boards", "healthy.toml"), "--simulator", f"{self.build}/q7-sim",
-                        "--output", self.path("dictionaries", "healthy.dictionary")], check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        made = subprocess.run([f"{self.build}/q7-station", "dictionary", "--plan", self.path("plans", "healthy.toml"),
+                               "--board", os.path.join(SOURCE, "boards", "healthy.toml"), "--simulator", f"{self.build}/q7-sim",
+                               "--output", self.path("dictionaries", "healthy.dictionary")], capture_output=True, text=True)
+        if made.returncode != 0:
+            shutil.rmtree(self.path("dictionaries"))
+            os.mkdir(self.path("dictionaries"))
+            print(f"Without likely causes: {made.stderr.strip().splitlines()[-1]}", file=sys.stderr)
 
     def samples(self):
         """One attempt of each board of the mix, by a station at full speed: (journal, judgement)."""

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <sstream>
+#include <vector>
 
 namespace station {
 namespace {
@@ -35,11 +36,16 @@ toml::table load(const std::filesystem::path& scenario, int depth) {
         throw BoardError(scenario.string() + ":" + std::to_string(error.source().begin.line) + ": "
                          + std::string(error.description()));
     }
-    const auto base = own["base"].value<std::string>();
+    std::vector<std::string> bases;
+    if (const auto one = own["base"].value<std::string>()) bases.push_back(*one);
+    if (const toml::array* list = own["base"].as_array())
+        for (const toml::node& each : *list)
+            bases.push_back(each.value_or(std::string()));
     own.erase("base");
-    if (!base) return own;
     if (depth == kDeepestBase) throw BoardError(scenario.string() + ": the base of its own base");
-    toml::table board = load(base_of(scenario, *base), depth + 1);
+    toml::table board;
+    for (const std::string& base : bases)
+        merge(board, load(base_of(scenario, base), depth + 1));
     merge(board, own);
     return board;
 }

@@ -90,9 +90,8 @@ class Enumeration {
     std::int64_t number(std::string_view table, std::string_view key) const {
         return board_[table][key].value_or(std::int64_t{0});
     }
-    std::vector<std::string> names(std::string_view table) const;
+    std::vector<std::string> names(std::string_view table, std::string_view in = {}) const;
     std::vector<std::string> nodes(bool external) const;
-    std::vector<std::string> sticks() const;
 
     const toml::table& board_;
 };
@@ -103,10 +102,12 @@ void Enumeration::add(std::string_view kind, std::vector<std::string> places, Ap
     defects.push_back({known, std::move(places), std::move(apply)});
 }
 
-std::vector<std::string> Enumeration::names(std::string_view table) const {
+// Keys of a table, or of a table in it.
+std::vector<std::string> Enumeration::names(std::string_view table, std::string_view in) const {
     std::vector<std::string> names;
-    if (const toml::table* found = board_[table].as_table())
-        for (const auto& [key, value] : *found)
+    const auto found = in.empty() ? board_[table] : board_[table][in];
+    if (const toml::table* keys = found.as_table())
+        for (const auto& [key, value] : *keys)
             names.emplace_back(key);
     return names;
 }
@@ -272,91 +273,84 @@ void Enumeration::clock() {
 
 // --- USB ---------------------------------------------------------------------------------------
 
-// A change of the entries of a table under [usb] whose name is `chosen`.
-Apply entries(const char* key, std::function<bool(const std::string&)> chosen,
-              std::function<void(toml::table&)> change) {
+bool removed(toml::table&) { return false; }
+
+// Sets a key of a stick's node and of its whole disk: "msa1" and "msa".
+template <class Value>
+Apply stick_set(const std::string& node, const std::string& key, Value value) {
     return [=](toml::table& board) {
-        for (auto&& [name, entry] : table_at(table_at(board, {"usb"}), {key}))
-            if (chosen(std::string(name.str()))) change(*entry.as_table());
+        for (auto&& [name, disk] : table_at(board, {"usb", "disks"}))
+            if (name.str() == node || name.str() == node.substr(0, 3))
+                disk.as_table()->insert_or_assign(key, value);
     };
 }
 
-void pulled(toml::table& entry) { entry.insert_or_assign("present", false); }
-
-// A stick and its partition: "msa" and "msa1".
-std::function<bool(const std::string&)> stick(const std::string& node) {
-    return [=](const std::string& name) { return name == node || name == node.substr(0, 3); };
+// Calls change(devices) for what is plugged in at the start, and for each change of it later.
+Apply devices_changed(std::function<void(toml::table& devices)> change) {
+    return [=](toml::table& board) {
+        change(table_at(board, {"usb", "devices"}));
+        toml::array* changes = board["changes"].as_array();
+        for (std::size_t i = 0; changes != nullptr && i < changes->size(); ++i)
+            if (toml::table* later = (*changes)[i].as_table(); later->contains("usb"))
+                change(table_at(*later, {"usb", "devices"}));
+    };
 }
 
-bool is_in_port(const std::string& device, char port) {
+// True for what a device in this port is called: "4-1:1.0" and "3-1:1.0" in port 1.
+bool is_in_port(std::string_view device, char port) {
     return device.substr(1, 2) == std::string("-") + port;
 }
 
-std::function<bool(const std::string&)> in_port(char port) {
-    return [=](const std::string& name) { return is_in_port(name, port); };
-}
-
-// Nobody moves a stick in or out of this port.
-Apply settled(char port) {
-    return [=](toml::table& board) {
-        toml::array* changes = board.get_as<toml::array>("changes");
-        if (changes == nullptr) return;
-        for (toml::node& change : *changes) {
-            toml::table* devices = (*change.as_table())["usb"]["devices"].as_table();
-            if (devices == nullptr) continue;
-            for (const char* root : {"3-", "4-"})
-                devices->erase(std::string(root) + port + ":1.0");
-        }
-    };
-}
-
-Apply disk_set(const std::string& node, const char* key, std::string value) {
-    return entries("disks", stick(node),
-                   [=](toml::table& disk) { disk.insert_or_assign(key, value); });
-}
-
 void Enumeration::add_rear_port(const std::string& name, char port) {
-    const Apply gone = both(settled(port), entries("devices", in_port(port), pulled));
+    const Apply gone = devices_changed([=](toml::table& devices) {
+        for (auto&& [device, state] : devices)
+            if (is_in_port(device.str(), port))
+                state.as_table()->insert_or_assign("present", false);
+    });
     add("usb.rear.dead", {name}, gone);
-    for (const std::string& node : sticks())
-        add("usb.rear.dead", {name}, both(gone, entries("disks", stick(node), pulled)));
-    add("usb.rear.slow", {name}, both(gone, [=](toml::table& board) {
-            table_at(table_at(board, {"usb"}), {"devices"})
-                .insert_or_assign(std::string("3-") + port + ":1.0",
-                                  toml::table{{"present", true}});
+    for (const std::string& node : names("usb", "disks"))
+        if (node.size() > 3)
+            add("usb.rear.dead", {name}, both(gone, stick_set(node, "present", false)));
+    add("usb.rear.slow", {name}, devices_changed([=](toml::table& devices) {
+            bool has = false;
+            for (auto&& [device, state] : devices) {
+                if (!is_in_port(device.str(), port)) continue;
+                has = true;
+                state.as_table()->insert_or_assign("present", device.str()[0] == '3');
+            }
+            const std::string slow = std::string("3-") + port + ":1.0";
+            if (has) devices.insert_or_assign(slow, toml::table{{"present", true}});
         }));
 }
 
-// Their partitions.
-std::vector<std::string> Enumeration::sticks() const {
-    std::vector<std::string> sticks;
-    if (const toml::table* disks = board_["usb"]["disks"].as_table()) {
-        for (const auto& [name, disk] : *disks)
-            if (name.str().size() > 3) sticks.emplace_back(name);
-    }
-    return sticks;
-}
-
 void Enumeration::usb() {
-    if (sticks().empty()) return;
-    for (const std::string& node : sticks()) {
-        add("usb.disk.missing", {node}, entries("disks", stick(node), pulled));
-        add("usb.disk.unmountable", {node}, disk_set(node, "mount", "no file system"));
-        add("usb.disk.shell", {node}, disk_set(node, "mount", "by shell"));
+    const std::vector<std::string> nodes = names("usb", "disks");
+    if (nodes.empty()) return;
+    Apply none = [](toml::table&) {};
+    for (const std::string& node : nodes) {
+        if (node.size() <= 3) continue;
+        const Apply missing = stick_set(node, "present", false);
+        none = both(none, missing);
+        add("usb.disk.missing", {node}, missing);
+        for (const std::string mount : {"no file system", "no driver"})
+            add("usb.disk.unmountable", {node}, stick_set(node, "mount", mount));
+        add("usb.disk.shell", {node}, stick_set(node, "mount", std::string("by shell")));
         for (const std::int64_t blocks : {0, 1000})
-            add("usb.disk.full", {node}, entries("disks", stick(node), [=](toml::table& full) {
-                    full.insert_or_assign("free_blocks", blocks);
-                }));
+            add("usb.disk.full", {node}, stick_set(node, "free_blocks", blocks));
     }
-    add("usb.all", {},
-        entries(
-            "disks", [](const std::string&) { return true; }, pulled));
+    add("usb.all", {}, none);
     for (const std::int64_t mice : {1, 2})
         add("usb.extra", {}, setting({"usb"}, "mice", number("usb", "mice") + mice));
     add("usb.leftover", {}, setting({"usb"}, "directories", toml::array{"/mnt/msa1"}));
     add_rear_port("upper", '1');
     add_rear_port("lower", '2');
-    add("usb.rear.unchanged", {}, [](toml::table& board) { board.erase("changes"); });
+    add("usb.rear.unchanged", {}, [](toml::table& board) {
+        toml::array kept;
+        if (const toml::array* changes = board["changes"].as_array())
+            for (const toml::node& change : *changes)
+                if (!change.as_table()->contains("usb")) kept.push_back(change);
+        board.insert_or_assign("changes", std::move(kept));
+    });
 }
 
 // --- Disks -------------------------------------------------------------------------------------
@@ -432,12 +426,11 @@ void Enumeration::rs485() {
          {numbers_between(0, 0), numbers_between(500, 500), numbers_between(1023, 1023),
           numbers_between(7, 1023, 16), numbers_between(1, 1023, 2), numbers_between(512, 1023)}) {
         add("rs485.lost", {}, numbers_added("rs485", "drop", bytes));
+        add("rs485.stray", {}, numbers_added("rs485", "insert", bytes));
         add("rs485.corrupt", {}, numbers_added("rs485", "corrupt", bytes));
     }
     add("rs485.corrupt", {}, numbers_added("rs485", "corrupt", numbers_between(0, 1023)));
 }
-
-bool removed(toml::table&) { return false; }
 
 // A change of the frames of the panel that say this key; "" = of each.
 Apply frames(const std::string& key, std::function<bool(toml::table&)> change) {
@@ -510,10 +503,10 @@ const std::vector<Field> kFields = {
     {"alarm_outputs", {0, 1, 2, 3, 7}},
     {"minisas", {0, 1}},
     {"board_word", {0, 1}},
-    {"memory", {1, 0xFFFF}},
-    {"second", {1}},
-    {"fitting", {1, 0xFFFF}},
-    {"storage", {1}},
+    {"memory", {0}},
+    {"second", {0}},
+    {"fitting", {0}},
+    {"storage", {0}},
 };
 
 void Enumeration::description() {
@@ -554,6 +547,8 @@ void Enumeration::bridges() {
         add("pmp.protected", {name},
             both(old, both(setting(bridge, "protection", std::int64_t{0x1C}),
                            setting(bridge, "unlocks", false))));
+        for (const std::int64_t cell : {0, 2000, 4095})
+            add("pmp.cells", {name}, both(old, setting(bridge, "bad_cells", toml::array{cell})));
         for (const char* key : {"revision", "bonding_high", "bonding_low"})
             add("pmp.variant", {name}, setting(bridge, key, std::int64_t{0x20}));
     }

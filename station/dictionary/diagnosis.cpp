@@ -244,11 +244,16 @@ void insist_on_plan(const Dictionary& dictionary, const std::string& sha256) {
 
 }  // namespace
 
-void diagnose(const Dictionary& dictionary, Judgement& judgement, const Evidence& evidence) {
+std::vector<Cause> causes_of(const Dictionary& dictionary, const Judgement& judgement,
+                             const Evidence& evidence) {
     insist_on_plan(dictionary, judgement.plan_sha256);
+    if (judgement.verdict == Verdict::pass) return {};
+    return causes_of(dictionary, symptoms_of(judgement, evidence));
+}
+
+void diagnose(const Dictionary& dictionary, Judgement& judgement, const Evidence& evidence) {
+    judgement.causes = to_json(causes_of(dictionary, judgement, evidence));
     judgement.dictionary = {{"board", dictionary.board}, {"defects", dictionary.defects()}};
-    if (judgement.verdict != Verdict::pass)
-        judgement.causes = to_json(causes_of(dictionary, symptoms_of(judgement, evidence)));
 }
 
 std::function<void(Judgement&, const Evidence&)> diagnosis_by(const std::string& file,

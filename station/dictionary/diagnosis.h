@@ -31,11 +31,15 @@ constexpr std::size_t kCausesShown = 5;
 // point into the dictionary.
 std::vector<Cause> causes_of(const Dictionary& dictionary, const Symptoms& shown);
 
+// The same for a judgement; empty for PASS. Throws DictionaryError when the dictionary was made for
+// another plan.
+std::vector<Cause> causes_of(const Dictionary& dictionary, const Judgement& judgement,
+                             const Evidence& evidence);
+
 // What stands as "causes" in a judgement; docs/station.md describes it.
 nlohmann::ordered_json to_json(const std::vector<Cause>& causes);
 
-// Writes the causes into a judgement that is no PASS. Throws DictionaryError when the dictionary
-// was made for another plan.
+// Writes them into the judgement, and which dictionary was asked. Throws as causes_of() does.
 void diagnose(const Dictionary& dictionary, Judgement& judgement, const Evidence& evidence);
 
 // diagnose() with the dictionary of this file, which is read now; "" = none. Throws DictionaryError,

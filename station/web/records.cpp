@@ -47,7 +47,7 @@ Archive::Archive(fs::path journals, const std::string& url, const fs::path& dict
 // Of the dictionary that was made for the plan of the attempt, if there is one.
 json Archive::causes(const Judgement& judgement, const Evidence& evidence) const {
     for (const Dictionary& dictionary : dictionaries_) {
-        if (dictionary.plan_sha256 == judgement.plan_sha256)
+        if (dictionary.plan_sha256 == judgement.plan_sha256 && judgement.verdict != Verdict::pass)
             return to_json(causes_of(dictionary, symptoms_of(judgement, evidence)));
     }
     return json::array();

@@ -143,8 +143,8 @@ function drawChart(canvas, rows, at, last, floor, t) {
   chart = new Chart(canvas, {
     type: 'line',
     data: { datasets: [
-      { clip: false, data: points('final_good'), borderColor: ink, backgroundColor: '#FFFFFF', pointBorderColor: ink, pointBackgroundColor: '#FFFFFF', pointStyle: 'rect', pointRadius: 8, pointBorderWidth: 2.6, borderWidth: 2.4, borderDash: [6, 4], showLine: connect },
-      { clip: false, data: points('first_good'), borderColor: ink, pointBackgroundColor: ink, pointRadius: 5.5, borderWidth: 2.6, showLine: connect },
+      { clip: false, order: 1, data: points('final_good'), borderColor: ink, backgroundColor: '#FFFFFF', pointBorderColor: ink, pointBackgroundColor: '#FFFFFF', pointStyle: 'rect', pointRadius: 8, pointBorderWidth: 2.6, borderWidth: 2.4, borderDash: [6, 4], showLine: connect },
+      { clip: false, order: 0, data: points('first_good'), borderColor: ink, pointBackgroundColor: ink, pointRadius: 5.5, borderWidth: 2.6, showLine: connect },
     ] },
     options: {
       animation: false, responsive: false, devicePixelRatio: 2, parsing: false, events: [],
