@@ -82,7 +82,7 @@ class UsbNodes final : public Device {
     }
 };
 
-const UsbNodes usb;
+const UsbNodes usb_nodes;
 
 void describe_disk(Keys& keys, UsbDisk& disk) {
     keys.key("present", disk.present, "it is plugged in");
@@ -115,7 +115,7 @@ constexpr Names kDevices{"NAME", "[0-9]-[0-9]:[0-9].[0-9]"};
 
 }  // namespace
 
-const Device& usb_device = usb;
+const Device& usb_device = usb_nodes;
 
 long make_directory(std::string_view path) {
     if (path.substr(0, 5) != "/mnt/") return -ENOENT;
