@@ -87,7 +87,7 @@ void wait_for(Microseconds until, int file, Direction direction, bool interrupti
 
 namespace {
 
-void stop_for(const char* format, va_list arguments) {
+[[gnu::format(printf, 1, 0)]] void stop_for(const char* format, va_list arguments) {
     if (world->stopped) return;
     std::vsnprintf(world->stop_reason, sizeof world->stop_reason, format, arguments);
     world->stopped = true;

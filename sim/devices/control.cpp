@@ -171,11 +171,11 @@ class ControlNode final : public Device {
     }
 };
 
-const ControlNode control;
+const ControlNode control_node;
 
 }  // namespace
 
-const Device& control_device = control;
+const Device& control_device = control_node;
 
 void describe(Keys& keys, ControlDevice& control) {
     keys.key("present", control.present, "/dev/zebio exists");

@@ -71,11 +71,11 @@ class Fifo final : public Device {
     }
 };
 
-const Fifo fifo;
+const Fifo report_fifo;
 
 }  // namespace
 
-const Device& fifo_device = fifo;
+const Device& fifo_device = report_fifo;
 
 void use_host_fifo(int fd) { host_fifo = fd; }
 

@@ -50,16 +50,16 @@ MountPoint* point_at(std::string_view path) {
 class UsbNodes final : public Device {
   public:
     void start() const override {
-        const Usb& usb = scenario->usb;
-        for (const auto* paths : {&usb.directories, &usb.files, &usb.mounted}) {
+        const Usb& described = scenario->usb;
+        for (const auto* paths : {&described.directories, &described.files, &described.mounted}) {
             for (const std::string& path : *paths)
                 make_directory(path);
         }
-        for (const std::string& path : usb.files)
+        for (const std::string& path : described.files)
             point_at(path)->is_file = true;
-        for (const std::string& path : usb.mounted)
+        for (const std::string& path : described.mounted)
             point_at(path)->disk =
-                static_cast<std::int16_t>(place_of(usb.disks, path.substr(kMnt.size())));
+                static_cast<std::int16_t>(place_of(described.disks, path.substr(kMnt.size())));
     }
 
     int find(std::string_view path) const override {
@@ -82,7 +82,7 @@ class UsbNodes final : public Device {
     }
 };
 
-const UsbNodes usb;
+const UsbNodes usb_nodes;
 
 void describe_disk(Keys& keys, UsbDisk& disk) {
     keys.key("present", disk.present, "it is plugged in");
@@ -115,7 +115,7 @@ constexpr Names kDevices{"NAME", "[0-9]-[0-9]:[0-9].[0-9]"};
 
 }  // namespace
 
-const Device& usb_device = usb;
+const Device& usb_device = usb_nodes;
 
 long make_directory(std::string_view path) {
     if (path.substr(0, 5) != "/mnt/") return -ENOENT;
@@ -197,10 +197,10 @@ int run_shell(std::string_view command) {
     command.remove_prefix(kMount.size());
     const std::size_t blanks = command.find("  ");
     if (blanks == std::string_view::npos) return kFailed;
-    const std::string disk(command.substr(0, blanks)), path(command.substr(blanks + 2));
-    const long mounted = mount_disk(disk, path, "vfat", true);
+    const std::string stick(command.substr(0, blanks)), path(command.substr(blanks + 2));
+    const long mounted = mount_disk(stick, path, "vfat", true);
     if (mounted == 0) return 0;
-    complain("mount: mounting " + disk + " on " + path + " failed", mounted);
+    complain("mount: mounting " + stick + " on " + path + " failed", mounted);
     return kFailed;
 }
 

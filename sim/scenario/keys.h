@@ -83,7 +83,9 @@ class Keys {
         if (node == nullptr) return;
         const auto* entries = node->as<Node::Table>();
         if (entries == nullptr) refuse(*node, key, std::string("tables by ") + names.row);
-        for (const auto& [name, content] : *entries) {
+        for (const auto& entry : *entries) {
+            const std::string& name = entry.first;
+            const Node& content = entry.second;
             if (!matches(names.patterns, name)) refuse_name(content, key, name, names.patterns);
             if (moment_ == Moment::later && items.count(name) == 0)
                 refuse_name(content, key, name, "what the start describes");
