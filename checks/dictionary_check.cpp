@@ -443,7 +443,7 @@ TEST(DictionaryCheck, NamesSingleDefectsThatWereNotSimulated) {
         const Score total = total_of(scores);
         print(name, total);
         EXPECT_GE(total.three, 0.95 * total.seen());
-        EXPECT_GT(total.seen(), in_full() ? 300 : 60);
+        EXPECT_GT(total.seen(), in_full() ? 250 : 50);
 
         std::fflush(stdout);
         const Model varied(name, vary);

@@ -210,7 +210,7 @@ SimulatedAttempt AttemptSimulator::attempt(const std::string& change, Simulator:
         std::string saved;
         for (const auto& [name, flash] : flashes) {
             const std::string file = std::to_string(flash.descriptor());
-            saved += "bridges." + name + ".save = '" + file + "'\n";
+            saved.append("bridges.").append(name).append(".save = '" + file + "'\n");
         }
         const bool asked = commands.empty() && !plan_.questions.empty();
         commands.push_back(
@@ -223,7 +223,9 @@ SimulatedAttempt AttemptSimulator::attempt(const std::string& change, Simulator:
         if (commands.back().stopped) break;
         kept.clear();
         for (const auto& [name, flash] : flashes)
-            kept += "bridges." + name + ".from = '" + std::to_string(flash.descriptor()) + "'\n";
+            kept.append("bridges.")
+                .append(name)
+                .append(".from = '" + std::to_string(flash.descriptor()) + "'\n");
     }
     maker.end();
     made.journal = std::move(maker.journal);
