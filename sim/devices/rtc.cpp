@@ -42,11 +42,11 @@ class RtcNode final : public Device {
     }
 };
 
-const RtcNode rtc;
+const RtcNode rtc_node;
 
 }  // namespace
 
-const Device& rtc_device = rtc;
+const Device& rtc_device = rtc_node;
 
 void describe(Keys& keys, Rtc& rtc) {
     keys.key("present", rtc.present, "/dev/rtc exists");
