@@ -14,8 +14,6 @@ namespace {
 using std::string;
 using std::string_view;
 
-constexpr std::size_t kLongestExplained = 1024;  // longer lines are matched by no pattern
-
 enum class Extent { whole, so_far };
 
 // The item of a fact or rule: its group, with the prefix of its command.
@@ -321,8 +319,7 @@ class Judge {
                            [&](const Explained& each) {
                                if (each.channel && *each.channel != finding.channel) return false;
                                if (!each.text.empty()) return each.text == finding.text;
-                               return finding.text.size() <= kLongestExplained
-                                      && std::regex_match(finding.text, each.expression);
+                               return each.expression.matches_whole(finding.text);
                            });
     }
 

@@ -151,11 +151,11 @@ class Parser {
         return texts;
     }
 
-    std::regex expression_of(const toml::node& node, const string& pattern) const {
+    Expression expression_of(const toml::node& node, const string& pattern) const {
         try {
-            return std::regex(pattern, std::regex::ECMAScript | std::regex::optimize);
-        } catch (const std::regex_error&) {
-            fail(node, "\"" + pattern + "\" is no regular expression");
+            return Expression(pattern);
+        } catch (const std::invalid_argument& reason) {
+            fail(node, "\"" + pattern + "\" is no regular expression: " + reason.what());
         }
     }
 
@@ -426,7 +426,7 @@ class Parser {
 Plan Plan::parse(string_view text, const string& file) { return Parser(text, file).parse(); }
 
 bool Plan::takes_serial(const string& serial) const {
-    return std::regex_match(serial, serial_expression);
+    return serial_expression.matches_whole(serial);
 }
 
 const Question* Plan::question(string_view question_name) const {
@@ -474,7 +474,7 @@ bool fits(const Rule& rule, const Value& value) {
     }
     if (rule.pattern.empty()) return true;
     const auto* text = std::get_if<string>(&value);
-    return text != nullptr && std::regex_match(*text, rule.expression);
+    return text != nullptr && rule.expression.matches_whole(*text);
 }
 
 string wanted_text(const Rule& rule, string_view unit) {

@@ -3,13 +3,13 @@
 #pragma once
 
 #include <optional>
-#include <regex>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "station/evidence.h"
+#include "station/expression.h"
 
 namespace station {
 
@@ -20,7 +20,7 @@ struct Rule {
     std::optional<std::int64_t> min, max;
     std::vector<Value> one_of;
     std::string pattern;  // of the whole text; empty = none
-    std::regex expression;
+    Expression expression;
     bool distinct = false;  // differs from every other fact whose rule says so
     bool optional = false;  // may be absent
     int line = 0;           // of the plan
@@ -45,7 +45,7 @@ struct Question {
 struct Explained {
     std::string text;  // a whole line; empty = by pattern
     std::string pattern;
-    std::regex expression;
+    Expression expression;
     std::optional<Channel> channel;  // none = any
     std::string reason;
 };
@@ -68,7 +68,7 @@ struct Plan {
     std::string name, model, sha256;
     int revision = 1;
     std::string serial_pattern;
-    std::regex serial_expression;
+    Expression serial_expression;
     std::string signed_by, signed_on;
     bool addresses_unique = true, scan_out = false;
     int silence_s = 120, answer_s = 60, run_s = 1800;

@@ -31,6 +31,7 @@ is_installed() {
     openssh-server) [ -x /usr/sbin/sshd ] ;;
     openssh-client) has_command ssh && has_command ssh-keygen ;;
     libgmock-dev) has_header gmock/gmock.h ;;
+    libre2-dev) has_header re2/re2.h ;;
     libsoci-dev) has_header soci/soci-config.h ;;
     postgresql) compgen -G '/usr/lib/postgresql/*/bin/postgres' >/dev/null ;;
     *) echo "setup: unknown package $1" >&2; exit 1 ;;
@@ -38,7 +39,7 @@ is_installed() {
 }
 
 simulator_packages="g++ cmake ninja-build libtomlplusplus-dev libcli11-dev nlohmann-json3-dev"
-station_packages="libssl-dev libsoci-dev pkg-config libmicrohttpd-dev libjs-chart.js"
+station_packages="libssl-dev libre2-dev libsoci-dev pkg-config libmicrohttpd-dev libjs-chart.js"
 browser_packages="chromium chromium-driver python3-selenium fonts-noto-cjk"
 
 # need PACKAGE...: installs what is missing on Debian and Ubuntu, as root or through sudo.

@@ -166,7 +166,7 @@ AttemptSimulator::AttemptSimulator(const std::filesystem::path& program,
       board_(scenario_) {
     // A simulated board has no label, no addresses, and nothing to do with who signed the plan.
     plan_.serial_pattern = ".*";
-    plan_.serial_expression = std::regex(plan_.serial_pattern);
+    plan_.serial_expression = Expression(plan_.serial_pattern);
     plan_.addresses_unique = plan_.scan_out = false;
     if (!plan_.is_signed()) plan_.signed_by = "simulated";
     if (variation) variation(board_);

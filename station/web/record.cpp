@@ -21,8 +21,8 @@ using nlohmann::json;
 constexpr std::size_t kCompared = 3;  // attempts side by side
 
 bool is_id(const std::string& id) {
-    static const std::regex pattern("[A-Za-z0-9]{1,16}-[0-9]{8}-[0-9]{4,9}");
-    return std::regex_match(id, pattern);
+    static const Expression pattern("[A-Za-z0-9]{1,16}-[0-9]{8}-[0-9]{4,9}");
+    return pattern.matches_whole(id);
 }
 
 std::string day_of(const std::string& id) { return id.substr(id.find('-') + 1, 8); }
