@@ -50,7 +50,7 @@ std::uint32_t word_at(const RegisterBlock& block, std::size_t place) {
     return word;
 }
 
-// errno is that of the request still when the caller prints it once more.
+// Keeps the errno of the request, which the caller prints again.
 void print_failure(const char* routine, const char* what) {
     const int saved_errno = errno;
     print("ERR : %s, %s fail (%d)\n", routine, what, saved_errno);

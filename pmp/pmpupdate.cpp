@@ -33,7 +33,7 @@ constexpr std::uint32_t kTestPattern[4] = {0x00010203, 0xFFFEFDFC, 0x55AA55AA, 0
 
 using Block = std::array<std::uint8_t, kBlockSize>;
 
-// Prints how a step ended, as a line, and passes its result up.
+// Prints the outcome of a step and returns its result.
 int say(int result, const char* line) {
     print_line(line);
     return result;
@@ -220,7 +220,7 @@ int chkbinfile() {
     return result < 0 ? result : check_length(header);
 }
 
-// chk0: whether the flash can be erased, written and read at all.
+// chk0: whether the flash can be erased, written and read.
 int try_test_pattern() {
     int result = disableflashWP();
     if (result < 0) return say(result, "ERR : chkflashsts, disableflashWP fail");
@@ -253,7 +253,7 @@ int chkflashsts() {
 
 // Upload and verification.
 
-// How far a walk through the file has come.
+// Progress of a walk through the file.
 struct Progress {
     std::uint32_t offset = 0;      // in the flash
     std::uint32_t bytes_read = 0;  // of the file
