@@ -99,7 +99,7 @@ TEST(NetworkStep, PortThatCannotBeSelectedIsSkippedAndIsAFault) {
     EXPECT_THAT(fibre.console,
                 HasSubstr("现在测试电口网络\n" + kAllGood + "现在测试光口网络\n切换光口失败\n\n"));
     EXPECT_EQ(fibre.results.network, 1u);
-    EXPECT_EQ(fibre.world->control.net_port, 1u);
+    EXPECT_EQ(fibre.world->net_port, 1u);
 }
 
 }  // namespace

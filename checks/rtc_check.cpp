@@ -59,6 +59,14 @@ TEST(RtcTest, UnreadableStoppedAndDriftingClocksFail) {
            "时钟时间 2026-11-23 08:00:01\n系统时间 2026-11-23 08:00:04\n");
 }
 
+TEST(RtcTest, RateThatChangesAppliesFromThenOn) {
+    // Four seconds at the first rate, and then none: it stands, and does not jump back.
+    const Outcome got = run("-o 6 9", "rtc.rate = 1\n[[changes]]\nat = 4\nrtc.rate = 0");
+    EXPECT_THAT(got.said(), HasSubstr("时钟时间 2026-11-23 08:00:04\n"));
+    EXPECT_EQ(got.said().find("时钟时间 2026-11-23 08:00:00\n"), std::string::npos);
+    EXPECT_EQ(got.said().find("时钟时间 2026-11-23 08:00:05\n"), std::string::npos);
+}
+
 TEST(RtcTest, InterruptPrintsItsLineOnceAndEndsTheProcess) {
     const Outcome got = run("-o 6", "operator.interrupts = [3.5]");
     EXPECT_THAT(got.said(), EndsWith("\nread rtc successfully 0 times : failed 0 times\n"));

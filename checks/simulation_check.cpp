@@ -427,7 +427,7 @@ faults = [{request = 0x81, effect = "value", value = 3}, {opcode = 0xC7, errno =
                    }
                });
     EXPECT_EQ(got.console, "3 0 -1 EBUSY 0 ");
-    EXPECT_EQ(got.world->control.net_port, 2u);
+    EXPECT_EQ(got.world->net_port, 2u);
 }
 
 TEST(Simulation, EventLogKeepsAnswersAndUnreadBytesAreNotZero) {

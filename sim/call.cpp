@@ -1,12 +1,6 @@
 #include "sim/call.h"
 
-#include <sys/types.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdarg>
-#include <cstdio>
-#include <cstring>
 
 #include "sim/change.h"
 #include "sim/clock.h"

@@ -35,7 +35,7 @@ Microseconds end_of_wait(const Actor& actor) {
     Microseconds end = actor.until;
     if (actor.file >= 0) {
         const OpenFile& file = world->files[actor.file];
-        end = std::min(end, device(file.device).ready_at(file, actor.direction));
+        end = std::min(end, device_of(file).ready_at(file, actor.direction));
     }
     return std::max(end, world->now);
 }
@@ -69,7 +69,7 @@ std::string all_waits() {
 bool is_ready(int place, Direction direction) {
     if (place < 0) return false;
     const OpenFile& file = world->files[place];
-    return device(file.device).ready_at(file, direction) <= world->now;
+    return device_of(file).ready_at(file, direction) <= world->now;
 }
 
 void wait_for(Microseconds until, int file, Direction direction, bool interruptible) {
@@ -121,7 +121,7 @@ bool anyone_alive() {
 Step next_step() {
     follow_changes();
     Step next{kNever, -1};
-    std::uint64_t first = UINT64_MAX;  // order of the wait that ends next
+    std::uint64_t first = UINT64_MAX;  // order of that wait
     for (const Actor& actor : world->actors) {
         if (actor.state != Actor::State::alive) continue;
         const Microseconds at = end_of_wait(actor);
@@ -160,7 +160,7 @@ void pass_turn() {
         wake_supervisor();
         return;
     }
-    // An actor that was woken holds the turn at once: nothing may be looked at any more.
+    // A woken actor may run immediately; do not read the world after this.
     bool woken = false;
     while (!woken && !world->stopped && anyone_alive()) {
         const Step step = next_step();
@@ -169,7 +169,7 @@ void pass_turn() {
     }
 }
 
-// False when the supervisor was killed: its processes then have a parent that is none of ours.
+// False when the supervisor was killed: its processes then have another parent.
 static bool is_supervised() {
     const pid_t parent = ::getppid();
     return parent == world->supervisor || parent == world->processes[0].pid;

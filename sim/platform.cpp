@@ -1,11 +1,9 @@
-// The functions of platform.h over the simulated board. Nothing here reaches the host, but for
-// threads, processes, signals and the text that the product prints.
+// The functions of platform.h on the simulated board. Of the host they use only threads, processes,
+// signals and the product's standard output and error.
 #include "platform/platform.h"
 
-#include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -18,6 +16,7 @@
 #include "sim/clock.h"
 #include "sim/devices/directory.h"
 #include "sim/devices/files.h"
+#include "sim/devices/network.h"
 #include "sim/devices/pipe.h"
 #include "sim/devices/usb.h"
 #include "sim/process.h"
@@ -30,10 +29,10 @@ namespace {
 
 long open_path(const char* path, int flags) {
     int index = 0;
-    const int row = find_device(path, &index);
-    if (row < 0) return -ENOENT;
-    const long opened = device(row).open(index, flags);
-    return opened < 0 ? opened : new_descriptor(row, index, path);
+    const Device* const device = find_device(path, &index);
+    if (device == nullptr) return -ENOENT;
+    const long opened = device->open(index, flags);
+    return opened < 0 ? opened : new_descriptor(*device, index, path);
 }
 
 // Runs the body of a call that needs an open descriptor.
@@ -41,7 +40,7 @@ template <class Body>
 long on_file(Call& call, Body body) {
     return call.run([&]() -> long {
         OpenFile* file = call.file();
-        return file == nullptr ? -EBADF : body(*file, device(file->device));
+        return file == nullptr ? -EBADF : body(*file, device_of(*file));
     });
 }
 
@@ -64,12 +63,13 @@ int select_one(const char* function, int fd, Direction direction, timeval* remai
     }));
 }
 
-int control(Call& call, std::uint32_t request, Argument argument) {
+int control(int fd, std::uint32_t request, Argument argument) {
+    Call call("ioctl", Fd{fd}, argument.value, request);
     const OpenFile* const open = call.file();
-    if (open != nullptr) call.sent(argument.block, device(open->device).sent_size(request));
+    if (open != nullptr) call.sent(argument.block, device_of(*open).sent_size(request));
     return static_cast<int>(on_file(call, [&](OpenFile& file, const Device& device) {
         const long result = device.ioctl(file, request, argument);
-        if (result >= 0) call.got(argument.block, device.answer_size(request));
+        call.got(argument.answer.data(), argument.answer.size());
         return result;
     }));
 }
@@ -119,7 +119,7 @@ int open(const char* path, int flags) {
 
 int close(int fd) {
     Call call("close", Fd{fd});
-    const long closed = close_descriptor(fd);  // also where close then reports an error
+    const long closed = close_descriptor(fd);  // even if close then reports an error
     return static_cast<int>(call.run([&] { return closed; }));
 }
 
@@ -149,7 +149,7 @@ ssize_t write(int fd, const void* data, std::size_t size) {
     });
 }
 
-// No event: the events count the bytes printed before them.
+// Not an event: each event counts the bytes printed before it.
 ssize_t write_text(int fd, const void* text, std::size_t size) { return ::write(fd, text, size); }
 
 off_t lseek(int fd, off_t offset, int whence) {
@@ -166,11 +166,7 @@ off_t lseek(int fd, off_t offset, int whence) {
 
 int open_socket(int domain, int type, int protocol) {
     Call call("socket", kNoPath, domain);
-    return static_cast<int>(call.run([&]() -> long {
-        if (domain != AF_INET) return -EAFNOSUPPORT;
-        if (type != SOCK_DGRAM || protocol != 0) return -EPROTONOSUPPORT;
-        return new_descriptor(kSocketRow, 0, "socket");
-    }));
+    return static_cast<int>(call.run([&] { return sim::open_socket(domain, type, protocol); }));
 }
 
 int open_pipe(int ends[2], int flags) {
@@ -179,13 +175,11 @@ int open_pipe(int ends[2], int flags) {
 }
 
 int ioctl(int fd, std::uint32_t request, void* block) {
-    Call call("ioctl", Fd{fd}, 0, request);
-    return control(call, request, {0, block});
+    return control(fd, request, {0, static_cast<std::uint8_t*>(block)});
 }
 
 int ioctl_value(int fd, std::uint32_t request, std::uint32_t value) {
-    Call call("ioctl", Fd{fd}, value, request);
-    return control(call, request, {value, nullptr});
+    return control(fd, request, {value, nullptr});
 }
 
 int wait_readable(int fd, timeval* remaining) {
@@ -311,7 +305,7 @@ int uname(utsname* names) {
 int access(const char* path) {
     return on_path("access", path, [&]() -> long {
         int index = 0;
-        return find_device(path, &index) < 0 ? -ENOENT : 0;
+        return find_device(path, &index) == nullptr ? -ENOENT : 0;
     });
 }
 

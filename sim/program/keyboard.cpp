@@ -3,11 +3,9 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <utility>
 
 #include "sim/change.h"
 #include "sim/devices/console.h"
-#include "sim/devices/fifo.h"
 #include "sim/devices/panel.h"
 
 namespace sim {
@@ -20,7 +18,7 @@ struct PanelKey {
     const char* key;
 };
 
-// The longer ones first: an arrow key begins as the Escape key does.
+// Longer sequences first: an arrow key begins with Escape.
 constexpr PanelKey kPanelKeys[] = {
     {"\x1B[A", "UP"}, {"\x1B[B", "DOWN"}, {"\x1B[C", "RIGHT"}, {"\x1B[D", "LEFT"},
     {"\x1BOA", "UP"}, {"\x1BOB", "DOWN"}, {"\x1BOC", "RIGHT"}, {"\x1BOD", "LEFT"},
