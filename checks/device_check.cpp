@@ -1,3 +1,6 @@
+#include <bit>
+#include <sstream>
+
 #include "checks/harness.h"
 #include "device/boot_parameters.h"
 #include "device/buzzer.h"
@@ -60,6 +63,51 @@ TEST(HardwareInfo, EachFieldComesFromItsBits) {
     EXPECT_EQ(got.console,
               "0: 3f 89abcdef 1234 9664 fedc 5 1 0 6 1 2 1 3 9 6 d a 1 2 1 2 1 2 1 10 7f "
               "2 1 5 3 -1 -1");
+}
+
+std::vector<unsigned> decoded_fields(const Board& board) {
+    std::vector<unsigned> fields;
+    const Outcome got = run_piece(board, [] {
+        HardwareInfo info{};
+        read_hardware_info(platform::open("/dev/zebio", 2), &info);
+        for (const unsigned field :
+             {info.memory_15_13,  info.arm_frequency, info.memory_frequency, info.memory_size,
+              info.flash_type,    info.flash_size,    info.memory_4_3,       info.memory_2_0,
+              info.second_15_12,  info.second_11_8,   info.channel_count,    info.sata_layout,
+              info.fitting_11_10, info.usb_layout,    info.panel_type,       info.fitting_6_5,
+              info.device_type,   info.esata_count,   info.fitting_0,        info.alarm_inputs,
+              info.alarm_outputs, info.minisas_count, info.storage_13_12,    info.storage_11_9,
+              info.storage_8_6})
+            std::printf("%u ", field);
+    });
+    std::istringstream text(got.console);
+    for (unsigned field = 0; text >> field;)
+        fields.push_back(field);
+    return fields;
+}
+
+// A field that is a bit too wide shows its neighbour's bit, one too narrow loses its own.
+TEST(HardwareInfo, EachBitShowsInOneFieldAlone) {
+    Board board = healthy();
+    for (auto& [key, value] : board.hardware)
+        if (key != "presence" && key != "model") value = 0;
+    const std::vector<unsigned> none = decoded_fields(board);
+    EXPECT_EQ(none, std::vector<unsigned>(25, 0));
+    int shown = 0;
+    for (const sim::HardwareField& field : sim::kHardwareFields) {
+        if (field.offset < 16 || std::string(field.key) == "cpld_date") continue;
+        for (int bit = 0; bit <= field.high - field.low; ++bit) {
+            board.hardware.at(field.key) = 1u << bit;
+            std::vector<unsigned> fields = decoded_fields(board);
+            board.hardware.at(field.key) = 0;
+            fields.erase(std::remove(fields.begin(), fields.end(), 0u), fields.end());
+            ASSERT_LE(fields.size(), 1u) << field.key << " " << bit;
+            shown += static_cast<int>(fields.size());
+            for (const unsigned value : fields)
+                EXPECT_TRUE(std::has_single_bit(value)) << field.key;
+        }
+    }
+    EXPECT_EQ(shown, 16 + 8 + 4 + 16 + 15 + 10);  // of the words at 16, 18, 24, 26, 28 and 32
 }
 
 TEST(Buzzer, SoundsAtExactInstantsAndEndsSilent) {

@@ -129,6 +129,7 @@ TEST(Update, OtherImageIsErasedAndProgrammedAndTheBridgeReset) {
                                "WRN : verifycode, verify not complete\n"
                              + upload_lines(1024, "..") + kFinish);
     EXPECT_TRUE(are_image(got.world->bridges[0].running, 1024));
+    EXPECT_EQ(got.changes("bridge", "1 reset").size(), 1u);
 }
 
 TEST(Update, BlankFlashPassesTheTestPatternFirst) {
@@ -211,6 +212,7 @@ TEST(Update, BadFilesStopBeforeTheFlashIsTouched) {
         {256, 4, 0x07,
          kRevision + "ERR : chkbinfile, bonding is mismatch (JMB39X = 06h, binfile = 07h)\n"},
         {256, 8, 0x7C, kBonding + "ERR : Binfine length is mismatch (exp: 252, act: 256)\n"},
+        {256, 12, '\x81', kBonding + "ERR : Binfine length is mismatch (exp: 257, act: 256)\n"},
         {256, 13, 0x01, kBonding + "ERR : Binfine length is mismatch (exp: 512, act: 256)\n"},
     };
     for (const auto& row : rows) {
