@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <iterator>
 
+#include "device/little_endian.h"
 #include "platform/print.h"
 #include "pmp/bridge.h"
 
@@ -40,13 +41,6 @@ int say(int result, const char* line) {
 }
 
 std::uint8_t register_value() { return static_cast<std::uint8_t>(g_bridge.data); }
-
-std::uint32_t word_at(const Block& block, std::size_t place) {
-    std::uint32_t word = 0;
-    for (std::size_t i = 0; i < 4; ++i)
-        word |= static_cast<std::uint32_t>(block[place + i]) << 8 * i;
-    return word;
-}
 
 void rewind_file() { platform::lseek(g_bridge.firmware, 0, SEEK_SET); }
 
@@ -189,7 +183,7 @@ int check_bonding(const Block& header) {
 }
 
 int check_length(const Block& header) {
-    const std::uint32_t expected = (word_at(header, 8) & 0xFFFF) + (word_at(header, 12) & 0xFFFF);
+    const std::uint32_t expected = (word_at(&header[8]) & 0xFFFF) + (word_at(&header[12]) & 0xFFFF);
     if (expected != g_bridge.length) {
         print("ERR : Binfine length is mismatch (exp: %d, act: %d)\n", expected, g_bridge.length);
         return -1;
@@ -263,7 +257,7 @@ struct Progress {
 // Programs a block read from the file.
 bool upload_block(const Block& block, std::size_t size, Progress& progress) {
     for (std::size_t i = 0; i < size; i += 4) {
-        const std::uint32_t word = word_at(block, i);
+        const std::uint32_t word = word_at(&block[i]);
         if (writeflash(progress.offset, &word, 1) < 0) {
             print("ERR : uploadcode, writeflash fail (%08Xh)\n", progress.offset);
             progress.result = -1;
@@ -283,7 +277,7 @@ bool verify_block(const Block& block, std::size_t size, Progress& progress) {
             progress.result = -1;
             return false;
         }
-        if (word != word_at(block, i)) {
+        if (word != word_at(&block[i])) {
             print(
                 "WRN : verifycode, verify fail (%08Xh) (JMB39X = %08Xh, binfile = "
                 "%02X%02X%02X%02Xh)\n",
