@@ -1,4 +1,5 @@
 #include "checks/harness.h"
+#include "tests/nic.h"
 
 namespace {
 
@@ -56,6 +57,8 @@ TEST(NetworkTest, RefusedQueriesAndSocket) {
     got = run("-o 11", "faults = [{call = 'socket'}]");
     EXPECT_EQ(got.said(), "creat socket error\n");
     EXPECT_EQ(got.results.network, 0u);
+    got = run_piece(healthy("faults = [{call = 'socket'}]"), [] { std::printf("%d", nic_test()); });
+    EXPECT_EQ(got.console, "creat socket error\n-1");
 }
 
 TEST(NetworkTest, ExaminesAsManyPortsAsTheBoardHasAndFourAtMost) {
