@@ -34,7 +34,7 @@ TEST(NetworkTest, EachPortFaultIsNamedAndTheNextPortIsExamined) {
          kUp + std::string("半双工  10M\n") + kReminder},
         {"copper.full_duplex = false", kUp + std::string("半双工  1000M\n"), false},
         {"copper.speed = 2500", kUp + std::string("全双工  net speed error\n") + kReminder},
-        // All 16 bits set is how a driver says that it does not know.
+        // All 16 bits set means that the driver does not know.
         {"copper.speed = 65535", kUp + std::string("全双工  net speed error\n") + kReminder},
     };
     for (const auto& row : rows) {
@@ -80,7 +80,7 @@ TEST(NetworkStep, ExaminesTheCopperAndThenTheFibreSide) {
     const Outcome got = run("");
     EXPECT_THAT(got.console, HasSubstr("步:网络状态\n现在测试电口网络\n" + kAllGood
                                        + "现在测试光口网络\n" + kAllGood + "\n第3步:"));
-    // The console is flushed for a second before; each side settles for 5 seconds.
+    // A second of console flush comes first; each side settles for 5 seconds.
     EXPECT_THAT(got.calls("/dev/zebio"),
                 HasSubstr("\n16.010 ioctl 0x81(1)\n22.010 ioctl 0x81(2)\n27.010 ioctl 0x81(1)\n"));
 }

@@ -1,4 +1,4 @@
-// The simulation's own promises, shown with small programs that have nothing to do with q7.
+// The simulation itself, checked with small programs unrelated to q7.
 #include <fcntl.h>
 #include <linux/ethtool.h>
 #include <linux/filter.h>
@@ -132,7 +132,7 @@ TEST(Simulation, InterruptWithoutHandlerEndsTheProcessAndTheOthersGoOn) {
     EXPECT_EQ(got.end_s, 4);
 }
 
-// From here on the host starts no process for the caller.
+// The host refuses to start processes for the caller from here on.
 void refuse_processes() {
     const sock_filter filter[] = {
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
@@ -209,7 +209,7 @@ void feed_serial_line(int bytes) {
     }
 }
 
-// Each capacity of the simulated board: at its limit, and one beyond. Slots are used again.
+// Each capacity of the simulated board: at its limit, and one beyond. Slots are reused.
 TEST(Simulation, CapacityThatARunExceedsEndsItWithAMessage) {
     const auto stopped = [](const std::function<void()>& program) {
         return run_on("control.present = true\nrs485.present = true", program).stopped;
@@ -255,7 +255,7 @@ TEST(Simulation, CapacityThatARunExceedsEndsItWithAMessage) {
     EXPECT_EQ(stopped([&] { sleep_often(400'000); }), "more than 400000 events");
 }
 
-// One that a check describes, beyond what a scenario file can.
+// Described by a check, beyond what a scenario file can describe.
 TEST(Simulation, DescriptionBeyondACapacityIsRefused) {
     const auto refused = [](const Board& board) -> std::string {
         try {
@@ -326,12 +326,12 @@ faults = [{call = 'open', path = '/dav0/zeb321.bin', nth = 2, errno = 'EACCES'},
             show(platform::open(path, O_RDONLY));
         for (int i = 0; i < 3; ++i)
             show(platform::read(5, bytes, 4));
-        std::printf("%s", strerrorname_np(errno));  // success leaves it alone
+        std::printf("%s", strerrorname_np(errno));  // unchanged by success
     });
     EXPECT_EQ(got.console, "3 -1 EACCES 4 5 4 3 3 EACCES");
 }
 
-// By time, once and again, and by the n-th call; in every process of the run.
+// By time, once and repeated, and by the n-th call; in every process of the run.
 TEST(Simulation, ChangesComeWhenTheirTriggerDoes) {
     const char* board = R"(
 control = {present = true, high_lines = []}
@@ -537,7 +537,7 @@ TEST(Simulation, PacedRunTakesItsRealTime) {
 }
 
 #ifdef __SANITIZE_THREAD__
-// The clock lets one actor run at a time; that order must not hide a race from the sanitizer.
+// The order in which the clock runs the actors must not hide a race from the sanitizer.
 TEST(ThreadSanitizer, ReportsAPlantedRace) {
     const auto race = [] {
         static int shared = 0;

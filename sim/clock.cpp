@@ -42,7 +42,7 @@ Microseconds end_of_wait(const Actor& actor) {
 
 std::string wait_of(const Actor& actor) {
     char text[160];
-    const double until = static_cast<double>(actor.until) / 1e6;
+    const double until = to_seconds(actor.until);
     if (actor.file < 0) {
         std::snprintf(text, sizeof text, "\n  %s: until %.6f s", world->name_of(actor), until);
         return text;
@@ -82,10 +82,6 @@ void wait_for(Microseconds until, int file, Direction direction, bool interrupti
     pass_turn();
     await_turn();
 }
-
-}  // namespace
-
-namespace {
 
 [[gnu::format(printf, 1, 0)]] void stop_for(const char* format, va_list arguments) {
     if (world->stopped) return;
@@ -134,7 +130,7 @@ Step next_step() {
     return next;
 }
 
-void take_step(const Step& step) {
+void run_step(const Step& step) {
     if (step.at == kNever) {
         stop_run("nothing will ever happen any more; the actors waited:%s", all_waits().c_str());
         return;
@@ -164,7 +160,7 @@ void pass_turn() {
     bool woken = false;
     while (!woken && !world->stopped && anyone_alive()) {
         const Step step = next_step();
-        take_step(step);
+        run_step(step);
         woken = step.actor >= 0;
     }
 }
@@ -205,12 +201,12 @@ Wake wait_until(Microseconds until, int file, Direction direction) {
     return is_ready(file, direction) ? Wake::ready : Wake::time_up;
 }
 
-void take_time(Microseconds duration) {
+void spend_time(Microseconds duration) {
     if (duration > 0) wait_for(world->now + duration, -1, Direction::read, false);
     deliver_interrupt();
 }
 
-bool take_time_of_shell(Microseconds duration) {
+bool spend_time_in_shell(Microseconds duration) {
     wait_for(world->now + duration, -1, Direction::read, false);
     return std::exchange(world->processes[world->actors[self].process].interrupt_pending, false);
 }

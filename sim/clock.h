@@ -15,11 +15,11 @@ enum class Wake { time_up, ready, interrupt };
 Wake wait_until(Microseconds until, int file = -1, Direction direction = Direction::read);
 
 // Advances the clock; not interruptible. A pending interrupt is delivered afterwards.
-void take_time(Microseconds duration);
+void spend_time(Microseconds duration);
 
 // Advances the clock by a shell command, which takes an interrupt in place of its caller. True when
 // one came.
-bool take_time_of_shell(Microseconds duration);
+bool spend_time_in_shell(Microseconds duration);
 
 void await_turn();         // blocks until this actor holds the turn
 void deliver_interrupt();  // runs the handler, if an interrupt is pending for this actor
@@ -34,6 +34,6 @@ struct Step {
 };
 bool anyone_alive();
 Step next_step();
-void take_step(const Step& step);
+void run_step(const Step& step);
 
 }  // namespace sim

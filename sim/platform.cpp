@@ -44,9 +44,10 @@ long on_file(Call& call, Body body) {
     });
 }
 
+// Runs the body of a call without a descriptor.
 template <class Body>
-int on_path(const char* function, const char* path, Body body) {
-    Call call(function, path, 0);
+int run(const char* function, std::string_view path, std::int64_t argument, Body body) {
+    Call call(function, path, argument);
     return static_cast<int>(call.run(body));
 }
 
@@ -113,8 +114,7 @@ int descriptor_of(platform::Directory* directory) {
 namespace platform {
 
 int open(const char* path, int flags) {
-    Call call("open", path, flags);
-    return static_cast<int>(call.run([&] { return open_path(path, flags); }));
+    return run("open", path, flags, [&] { return open_path(path, flags); });
 }
 
 int close(int fd) {
@@ -165,13 +165,11 @@ off_t lseek(int fd, off_t offset, int whence) {
 }
 
 int open_socket(int domain, int type, int protocol) {
-    Call call("socket", kNoPath, domain);
-    return static_cast<int>(call.run([&] { return sim::open_socket(domain, type, protocol); }));
+    return run("socket", kNoPath, domain, [&] { return sim::open_socket(domain, type, protocol); });
 }
 
 int open_pipe(int ends[2], int flags) {
-    Call call("pipe", kNoPath, flags);
-    return static_cast<int>(call.run([&] { return sim::open_pipe(ends, flags); }));
+    return run("pipe", kNoPath, flags, [&] { return sim::open_pipe(ends, flags); });
 }
 
 int ioctl(int fd, std::uint32_t request, void* block) {
@@ -209,10 +207,9 @@ int tcsetattr(int fd, int when, const termios* attributes) {
 }
 
 int sleep_ms(unsigned duration_ms) {
-    Call call("sleep", kNoPath, duration_ms);
-    return static_cast<int>(call.run([&]() -> long {
+    return run("sleep", kNoPath, duration_ms, [&]() -> long {
         return wait_until(world->now + from_ms(duration_ms)) == Wake::interrupt ? -EINTR : 0;
-    }));
+    });
 }
 
 std::time_t time() {
@@ -222,8 +219,7 @@ std::time_t time() {
 }
 
 int setuid(uid_t user) {
-    Call call("setuid", kNoPath, user);
-    return static_cast<int>(call.run([&]() -> long { return scenario->root ? 0 : -EPERM; }));
+    return run("setuid", kNoPath, user, [&]() -> long { return scenario->root ? 0 : -EPERM; });
 }
 
 pid_t fork() {
@@ -246,8 +242,7 @@ pid_t fork() {
 }
 
 pid_t waitpid(pid_t process, int* status, int options) {
-    Call call("waitpid", kNoPath, process);
-    return static_cast<pid_t>(call.run([&]() -> long {
+    return run("waitpid", kNoPath, process, [&]() -> long {
         if (options != WNOHANG) return -EINVAL;  // the product waits for no process
         Process* child = nullptr;
         const pid_t ended = ended_child(process, &child);
@@ -255,7 +250,7 @@ pid_t waitpid(pid_t process, int* status, int options) {
         if (::waitpid(child->pid, status, 0) != child->pid) return -ECHILD;
         forget_process(*child);
         return ended;
-    }));
+    });
 }
 
 int create_thread(pthread_t* thread, void* (*body)(void*)) {
@@ -292,40 +287,39 @@ int raise(int number) {
 }
 
 int uname(utsname* names) {
-    Call call("uname", kNoPath, 0);
-    return static_cast<int>(call.run([&] {
+    return run("uname", kNoPath, 0, [&] {
         *names = {};
         std::snprintf(names->sysname, sizeof names->sysname, "Linux");
         std::snprintf(names->release, sizeof names->release, "%s",
                       scenario->kernel_release.c_str());
         return 0L;
-    }));
+    });
 }
 
 int access(const char* path) {
-    return on_path("access", path, [&]() -> long {
+    return run("access", path, 0, [&]() -> long {
         int index = 0;
         return find_device(path, &index) == nullptr ? -ENOENT : 0;
     });
 }
 
 int mkdir(const char* path, mode_t) {
-    return on_path("mkdir", path, [&] { return make_directory(path); });
+    return run("mkdir", path, 0, [&] { return make_directory(path); });
 }
 
 int rmdir(const char* path) {
-    return on_path("rmdir", path, [&] { return remove_directory(path); });
+    return run("rmdir", path, 0, [&] { return remove_directory(path); });
 }
 
 int mount(const char* device, const char* directory, const char* type) {
-    return on_path("mount", device, [&] {
-        take_time(from_seconds(scenario->usb.mount_time));
+    return run("mount", device, 0, [&] {
+        spend_time(from_seconds(scenario->usb.mount_time));
         return mount_disk(device, directory, type, false);
     });
 }
 
 int umount(const char* directory) {
-    return on_path("umount", directory, [&] { return unmount(directory); });
+    return run("umount", directory, 0, [&] { return unmount(directory); });
 }
 
 int statfs(const char* path, struct ::statfs* statistics) {
@@ -338,14 +332,14 @@ int statfs(const char* path, struct ::statfs* statistics) {
 }
 
 int system(const char* command) {
-    return on_path("system", command, [&]() -> long {
-        const bool killed = take_time_of_shell(from_seconds(scenario->usb.shell_time));
+    return run("system", command, 0, [&]() -> long {
+        const bool killed = spend_time_in_shell(from_seconds(scenario->usb.shell_time));
         return killed ? SIGINT : run_shell(command);
     });
 }
 
 Directory* opendir(const char* path) {
-    const long fd = on_path("opendir", path, [&] { return open_directory(path); });
+    const long fd = run("opendir", path, 0, [&] { return open_directory(path); });
     return fd < 0 ? nullptr : reinterpret_cast<Directory*>(fd + 1);
 }
 
@@ -367,7 +361,7 @@ int closedir(Directory* directory) {
 }
 
 int remove(const char* path) {
-    return on_path("remove", path, [&] { return remove_file(path); });
+    return run("remove", path, 0, [&] { return remove_file(path); });
 }
 
 }  // namespace platform

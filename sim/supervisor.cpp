@@ -199,7 +199,7 @@ class Run {
                 const double wait_ms = static_cast<double>(ahead) / 1000 / live_.pace;
                 return static_cast<int>(std::min(wait_ms, 1e6)) + 1;
             }
-            take_step(step);
+            run_step(step);
         }
         return -1;
     }

@@ -236,7 +236,7 @@ long pass_through(const std::string& name, Argument& argument) {
         request.answer(0);  // no bridge answers
         return 0;
     }
-    take_time(from_seconds(bridge->second.request_time));
+    spend_time(from_seconds(bridge->second.request_time));
     BridgeState& state = world->bridges[std::distance(scenario->bridges.begin(), bridge)];
     const bool control_port = block[6] == 0x8F && block[1] == 0x84 && block[9] == 0;
     if (block[7] == 0xE4 && control_port) {

@@ -108,7 +108,7 @@ class DiskNodes final : public Device {
     long ioctl(OpenFile& file, std::uint32_t request, Argument& argument) const override {
         const Disk& disk = disk_at(file.index);
         if (!disk.present) return -ENODEV;  // it was pulled
-        if (request != kPassThrough) take_time(from_seconds(disk.request_time));
+        if (request != kPassThrough) spend_time(from_seconds(disk.request_time));
         switch (request) {
         case kDriveCommand:
             return identify(disk, argument);

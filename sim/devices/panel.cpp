@@ -40,7 +40,7 @@ std::uint16_t* leds_of(std::uint8_t command) {
     return nullptr;
 }
 
-void take(std::string_view frame) {
+void accept(std::string_view frame) {
     ++world->panel.frames;
     const auto byte = [&](std::size_t at) { return static_cast<std::uint8_t>(frame[at]); };
     if (byte(3) == 0x0B) note("panel", "heartbeat");
@@ -139,7 +139,7 @@ void press_key(const std::string& key) {
 void panel_receives(std::string_view bytes) {
     if (!scenario->panel.connected) return;
     if (bytes.size() == kFrameSize && is_valid(bytes)) {
-        take(bytes);
+        accept(bytes);
     } else {
         note("panel", "garbage of %zu bytes", bytes.size());
     }

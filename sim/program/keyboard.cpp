@@ -58,7 +58,7 @@ Keyboard::~Keyboard() {
     if (is_terminal_) ::tcsetattr(STDIN_FILENO, TCSANOW, &before_);
 }
 
-bool Keyboard::take_input() {
+bool Keyboard::read_input() {
     char buffer[4096];
     const ssize_t count = ::read(STDIN_FILENO, buffer, sizeof buffer);
     if (count <= 0 || (is_terminal_ && buffer[0] == kEndOfInput)) {
@@ -67,7 +67,7 @@ bool Keyboard::take_input() {
     }
     const std::string_view typed(buffer, static_cast<std::size_t>(count));
     if (is_terminal_) {
-        take_keys(typed);
+        press_keys(typed);
         return true;
     }
     line_ += typed;
@@ -78,7 +78,7 @@ bool Keyboard::take_input() {
     return true;
 }
 
-void Keyboard::take_keys(std::string_view keys) {
+void Keyboard::press_keys(std::string_view keys) {
     while (!keys.empty()) {
         std::size_t used = 1;
         if (keys.front() == '\n') type_line("\n");

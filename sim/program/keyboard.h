@@ -23,10 +23,10 @@ class Keyboard {
     bool is_terminal() const { return is_terminal_; }
 
     // Processes pending input; false at the end of input.
-    bool take_input();
+    bool read_input();
 
   private:
-    void take_keys(std::string_view keys);
+    void press_keys(std::string_view keys);
 
     termios before_{};  // the terminal's own mode
     bool is_terminal_;

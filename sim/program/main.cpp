@@ -185,7 +185,7 @@ sim::Live live(const Options& options, sim::Screen& screen, sim::Keyboard& keybo
     live.pace = options.pace;
     live.show = [&](int console, int errors) { screen.show(console, errors); };
     if (options.pace == 0) return live;
-    live.inputs.emplace_back(STDIN_FILENO, [&] { return keyboard.take_input(); });
+    live.inputs.emplace_back(STDIN_FILENO, [&] { return keyboard.read_input(); });
     const int interrupts = interrupts_as_descriptor();
     live.inputs.emplace_back(interrupts, [interrupts] {
         signalfd_siginfo info;
@@ -223,16 +223,15 @@ void save_flashes(const sim::Board& board, const sim::World& state) {
 }
 
 int end_like(const sim::Outcome& outcome) {
-    const auto seconds = [](sim::Microseconds at) { return static_cast<double>(at) / 1e6; };
     if (outcome.stopped) {
-        std::fprintf(stderr, "q7-sim: stopped at %.6f s: %s\n", seconds(outcome.world->now),
+        std::fprintf(stderr, "q7-sim: stopped at %.6f s: %s\n", sim::to_seconds(outcome.world->now),
                      outcome.reason.c_str());
         return kStopped;
     }
     const sim::Microseconds restart = outcome.world->control.watchdog_expires;
     if (restart != sim::kNever) {
         std::fprintf(stderr, "q7-sim: the watchdog restarts the board at %.6f s\n",
-                     seconds(restart));
+                     sim::to_seconds(restart));
     }
     if (outcome.signal == 0) return outcome.status;
     std::fprintf(stderr, "q7-sim: q7 ended by signal %d (%s)\n", outcome.signal,
@@ -250,8 +249,8 @@ int end_like(const sim::Outcome& outcome) {
 // of a base or of a built-in board may be meant for another command.
 bool report_what_never_came(const sim::Board& board, const sim::World& state) {
     bool any = false;
-    const auto tell = [&](const sim::Match& what, const char* kind, std::uint32_t matches,
-                          bool waits_for_calls) {
+    const auto print = [&](const sim::Match& what, const char* kind, std::uint32_t matches,
+                           bool waits_for_calls) {
         if (board.file.empty() || !what.place.starts_with(board.file + ":")) return;
         any = true;
         std::fprintf(stderr, "q7-sim: %s: this %s never came", what.place.c_str(), kind);
@@ -261,13 +260,13 @@ bool report_what_never_came(const sim::Board& board, const sim::World& state) {
     };
     for (std::size_t i = 0; i < board.faults.size(); ++i) {
         const std::uint32_t matches = state.fault_matches[i];
-        if (matches < board.faults[i].nth) tell(board.faults[i], "fault", matches, true);
+        if (matches < board.faults[i].nth) print(board.faults[i], "fault", matches, true);
     }
     for (std::size_t i = 0; i < board.changes.size(); ++i) {
         const sim::Change& change = board.changes[i];
         if (state.changes[i].came > 0) continue;
-        tell(change, "change", state.changes[i].matches,
-             change.trigger == sim::Change::Trigger::call);
+        print(change, "change", state.changes[i].matches,
+              change.trigger == sim::Change::Trigger::call);
     }
     return any;
 }

@@ -67,7 +67,7 @@ void describe_run(Keys& keys, Board& board) {
 // not override what was read in between.
 class Loader {
   public:
-    Board take() { return std::move(board_); }
+    Board result() { return std::move(board_); }
 
     void file(const std::string& name) {
         if (std::ifstream file(name, std::ios::binary); file) {
@@ -111,13 +111,13 @@ class Loader {
 Board load_board(const std::string& file_or_name) {
     Loader loader;
     loader.file(file_or_name);
-    return loader.take();
+    return loader.result();
 }
 
 Board parse_board(const std::string& text, const std::string& name) {
     Loader loader;
     loader.text(text, name, "");
-    return loader.take();
+    return loader.result();
 }
 
 std::string key_reference() {
