@@ -509,6 +509,32 @@ ports.eth0.copper.up = true)";
     EXPECT_EQ(last, "\x0A\0\0\0\1\0\0\0"sv);  // the link is up
 }
 
+TEST(Simulation, PipesAndMountPointsAnswerAsThoseOfAKernel) {
+    const Outcome got = run_on("usb.disks.msa1 = {}", [] {
+        int ends[2];
+        char bytes[8];
+        show(platform::open_pipe(ends, O_NONBLOCK));
+        show(platform::read(ends[0], bytes, sizeof bytes));
+        show(platform::write(ends[1], "abc", 3));
+        show(platform::read(ends[0], bytes, 2));
+        show(platform::close(ends[1]));
+        show(platform::read(ends[0], bytes, sizeof bytes));
+        show(platform::read(ends[0], bytes, sizeof bytes));
+        std::printf("\n");
+        show(platform::mkdir("/mnt/msa1", 0777));
+        for (int i = 0; i < 2; ++i)
+            show(platform::mount("/dev/msa1", "/mnt/msa1", "vfat"));
+        show(platform::rmdir("/mnt/msa1"));
+        for (int i = 0; i < 2; ++i)
+            show(platform::umount("/mnt/msa1"));
+        for (int i = 0; i < 2; ++i)
+            show(platform::rmdir("/mnt/msa1"));
+    });
+    EXPECT_EQ(got.console,
+              "0 -1 EAGAIN 3 2 0 1 0 \n"
+              "0 0 -1 EBUSY -1 EBUSY 0 -1 EINVAL 0 -1 ENOENT ");
+}
+
 TEST(Simulation, ConsoleGivesALineAtATimeAndThenItsEnd) {
     const char* board = R"(operator.lines = [
     {at = 1, text = "one\n"}, {at = 1, text = "a line of more than eight\n"}, {at = 2, text = ""}])";
@@ -517,10 +543,11 @@ TEST(Simulation, ConsoleGivesALineAtATimeAndThenItsEnd) {
             timeval rest{9, 0};
             char bytes[8];
             platform::wait_readable(STDIN_FILENO, &rest);
-            show(platform::read(STDIN_FILENO, bytes, sizeof bytes));
+            const ssize_t count = platform::read(STDIN_FILENO, bytes, sizeof bytes);
+            std::printf("%.*s|", static_cast<int>(count), bytes);
         }
     });
-    EXPECT_EQ(got.console, "4 8 8 8 2 0 0 ");
+    EXPECT_EQ(got.console, "one\n|a line o|f more t|han eigh|t\n|||");
     EXPECT_EQ(got.end_s, 2);
 }
 
