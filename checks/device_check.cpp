@@ -5,6 +5,7 @@
 #include "checks/harness.h"
 #include "device/boot_parameters.h"
 #include "device/buzzer.h"
+#include "device/capability.h"
 #include "device/hardware_info.h"
 #include "platform/platform.h"
 
@@ -37,6 +38,10 @@ TEST(SysInit, KeepsTheInitialTableWhenTheDescriptionCannotBeRead) {
     expect("faults = [{request = 0x04}]", "参数非法\n", 1);
     expect("hardware.presence = 0xFFFF", "参数非法\n", 1);
     expect("control.present = false", "sysInit 1 Fatal\n参数非法\n", 0);
+    const auto show_result = [] { std::printf("%d", sysInit()); };
+    EXPECT_THAT(run_piece(healthy(), show_result).console, EndsWith("\n0"));
+    EXPECT_THAT(run_piece(healthy("hardware.presence = 0xFFFF"), show_result).console,
+                StartsWith("-"));
 }
 
 // The fields that are narrower than their word, in its order.

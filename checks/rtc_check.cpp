@@ -1,4 +1,5 @@
 #include "checks/harness.h"
+#include "tests/rtc_test.h"
 
 namespace {
 
@@ -57,6 +58,12 @@ TEST(RtcTest, UnreadableStoppedAndDriftingClocksFail) {
     expect("rtc.rate = 0", 4, "", "时钟时间 2026-11-23 08:00:00\n系统时间 2026-11-23 08:00:04\n");
     expect("rtc.rate = 0.25", 4, "",
            "时钟时间 2026-11-23 08:00:01\n系统时间 2026-11-23 08:00:04\n");
+}
+
+TEST(RtcTest, ReturnsWhetherTheClocksDiffered) {
+    const auto show_result = [] { std::printf("%d", rtc_test()); };
+    EXPECT_THAT(run_piece(healthy(), show_result).console, EndsWith("\n0"));
+    EXPECT_THAT(run_piece(healthy("rtc.offset = 9"), show_result).console, EndsWith("\n1"));
 }
 
 TEST(RtcTest, RateThatChangesAppliesFromThenOn) {

@@ -397,7 +397,10 @@ TEST(Simulation, FifoIsFullByPages) {
 }
 
 TEST(Simulation, FreshSerialPortAndOneThatOthersLeft) {
-    const Outcome got = run_on("panel.present = true\nrs485 = {present = true, cflag = 0xB2}", [] {
+    const char* board = R"(
+panel.present = true
+rs485 = {present = true, iflag = 1, oflag = 2, cflag = 0xB2, lflag = 3})";
+    const Outcome got = run_on(board, [] {
         for (const char* path : {"/dev/ttyS2", "/dev/ttyS0"}) {
             termios line;
             platform::tcgetattr(platform::open(path, O_RDWR), &line);
@@ -406,7 +409,7 @@ TEST(Simulation, FreshSerialPortAndOneThatOthersLeft) {
                         cfgetospeed(&line) == B9600);
         }
     });
-    EXPECT_EQ(got.console, "500 5 cbd 8a3b 1 0 1\n500 5 b2 8a3b 1 0 0\n");
+    EXPECT_EQ(got.console, "500 5 cbd 8a3b 1 0 1\n1 2 b2 3 1 0 0\n");
 }
 
 // Each setting that the other end does not expect garbles the bytes in both directions.
@@ -451,6 +454,27 @@ TEST(Simulation, SerialLineThatIsNotSetUpCarriesGarbage) {
             show(platform::write(fd, buffer, sizeof buffer));
     });
     EXPECT_EQ(got.console, "A" + std::string(22, '\x27') + "-1 EAGAIN 4000 96 -1 EAGAIN ");
+}
+
+TEST(Simulation, PanelSendsThatAKeyIsPressedOrReleased) {
+    const char* board = R"(
+[panel]
+present = true
+iflag = 0
+oflag = 0
+lflag = 0
+frames = [{at = 1, key = "UP", whole = true}, {at = 2, release = "UP", whole = true}])";
+    const Outcome got = run_on(board, [] {
+        const int fd = platform::open("/dev/ttyS2", O_RDWR);
+        for (int i = 0; i < 2; ++i) {
+            std::uint8_t bytes[6] = {};
+            platform::sleep_ms(1500);
+            platform::read(fd, bytes, sizeof bytes);
+            for (const unsigned byte : bytes)
+                std::printf("%02X ", byte);
+        }
+    });
+    EXPECT_EQ(got.console, "FF 06 20 14 01 3A FF 06 20 14 00 39 ");
 }
 
 TEST(Simulation, StatusReadOfTheFlashAnswersOneByte) {
