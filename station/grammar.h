@@ -53,6 +53,9 @@ struct Mode {
     static Mode of(const std::vector<std::string>& words);  // q7's own arguments
 };
 
+// True for a name that a file in /dev can have.
+bool is_node(std::string_view name);
+
 // Takes the lines of one command, each channel in its own order. In net mode records and printed
 // lines are two channels whose common order is unknown: finish() brings them together.
 class Grammar {
@@ -75,7 +78,13 @@ class Grammar {
         const char* second = "";
         const char* unit = "";
     };
-    struct Table;
+    // The rows, and the places of those that a line with this first byte can match.
+    struct Table {
+        explicit Table(std::vector<Row> all);
+
+        std::vector<Row> rows;
+        std::array<std::vector<std::size_t>, 256> by_byte;
+    };
     static const Table& table();
     static Row row(Source source, Step step, const char* pattern, bool (Grammar::*act)(const Row&),
                    const char* first = "", const char* second = "", const char* unit = "");
