@@ -1,6 +1,8 @@
 #include "station/grammar.h"
 
 #include <algorithm>
+#include <iterator>
+#include <utility>
 
 #include "station/text.h"
 
@@ -8,6 +10,7 @@ namespace station {
 namespace {
 
 constexpr std::size_t kLongestLine = 16'384;  // q7 writes none that is longer
+constexpr std::size_t kLongestJoined = 256;   // of two short ones
 
 }  // namespace
 
@@ -42,7 +45,6 @@ Grammar::Grammar(Evidence& evidence, CommandSeen command, Mode mode)
 void Grammar::take(Channel channel, const TextLine& line) {
     line_ = &line;
     channel_ = channel;
-    offset_ = 0;
     pieces_ = evidence_.pieces.size();
     for (const Fragment& fragment : line.fragments) {
         Piece piece;
@@ -53,18 +55,10 @@ void Grammar::take(Channel channel, const TextLine& line) {
         piece.text = gbk_to_utf8(line.bytes.substr(fragment.begin, fragment.end - fragment.begin));
         evidence_.pieces.push_back(std::move(piece));
     }
-    bool explained = line.bytes.empty();
-    if (line.bytes.size() > kLongestLine) {
-        explained = false;
-    } else if (!explained && channel == Channel::record) {
-        explained = match_rows(Source::reported, line.bytes);
-    } else if (!explained && channel == Channel::err) {
-        explained = match_rows(Source::error, line.bytes);
-    } else if (!explained) {
-        explained = match_rows(Source::printed, line.bytes)
-                    || (!two_channels() && match_rows(Source::reported, line.bytes));
+    if (!line.bytes.empty() && !match_line(0, line.bytes.size())) {
+        find(Finding::Kind::unexplained);
+        if (command_.ended) now_.unexplained.push_back({channel, line, pieces_});
     }
-    if (!explained) find(Finding::Kind::unexplained);
     const std::string step = channel == Channel::err ? std::string{} : prefixed(name_of(current()));
     for (std::size_t i = pieces_; i < evidence_.pieces.size(); ++i)
         evidence_.pieces[i].step = step;
@@ -75,14 +69,29 @@ void Grammar::peek(Channel channel, const TextLine& line) {
     channel_ = channel;
     if ((channel == Channel::record) != two_channels() || channel == Channel::err) return;
     for (const Row& row : table().rows) {
-        if (row.act == &Grammar::heading && row.pattern.match(line.bytes, captures_)) heading(row);
+        const bool matches =
+            row.act == &Grammar::heading && row.pattern.match(line.bytes, captures_);
+        if (matches && captures_[0].number == now_.headings + 1 && !now_.awaits_heading)
+            heading(row);
     }
+}
+
+// Of the line at hand, these bytes.
+bool Grammar::match_line(std::size_t begin, std::size_t end) {
+    const std::string_view line = line_->bytes.substr(begin, end - begin);
+    offset_ = begin;
+    if (line.size() > kLongestLine) return false;
+    if (channel_ == Channel::record) return match_rows(Source::reported, line);
+    if (channel_ == Channel::err) return match_rows(Source::error, line);
+    return match_rows(Source::printed, line)
+           || (!two_channels() && match_rows(Source::reported, line));
 }
 
 bool Grammar::match_rows(Source source, std::string_view line) {
     const auto byte = static_cast<unsigned char>(line.front());
     for (const std::size_t i : table().by_byte[byte]) {
         const Row& row = table().rows[i];
+        if (reads_again_ && is_about_order(row)) continue;
         if (row.source == source && row.pattern.match(line, captures_) && (this->*row.act)(row)) {
             return true;
         }
@@ -107,12 +116,63 @@ Step Grammar::current() const {
 // Whether a row may stand at this place of its channel. Printed lines of net mode have no headings:
 // they may only follow each other in the order of the steps.
 bool Grammar::may_stand(const Row& row) {
+    if (reads_again_ || channel_ == Channel::err) return true;
     if (two_channels() && channel_ == Channel::out) {
         if (row.step < now_.printed_step) return false;
         now_.printed_step = row.step;
         return true;
     }
     return row.step == now_.step;
+}
+
+bool Grammar::is_full_sequence() const {
+    return mode_.kind == Mode::Kind::net || mode_.kind == Mode::Kind::console;
+}
+
+// Whether a row says where in the run the next lines stand.
+bool Grammar::is_about_order(const Row& row) {
+    constexpr bool (Grammar::*kActs[])(const Row&) = {
+        &Grammar::settled,
+        &Grammar::repetition,
+        &Grammar::heading,
+        &Grammar::heading_number_alone,
+        &Grammar::heading_behind_number,
+        &Grammar::rule,
+        &Grammar::summary_begins,
+    };
+    return std::find(std::begin(kActs), std::end(kActs), row.act) != std::end(kActs);
+}
+
+// A line that nothing explains where it stands, because a heading is lost, say, may still tell that
+// the board is bad. It stays unexplained, and no fact that is known already changes.
+void Grammar::read_again() {
+    const TextLine* const line = line_;
+    const Channel channel = channel_;
+    const std::size_t pieces = pieces_;
+    reads_again_ = true;
+    for (const Unexplained& each : std::exchange(now_.unexplained, {})) {
+        line_ = &each.line;
+        channel_ = each.channel;
+        pieces_ = each.pieces;
+        if (!match_line(0, each.line.bytes.size())) match_lines_in_one();
+    }
+    reads_again_ = false;
+    line_ = line;
+    channel_ = channel;
+    pieces_ = pieces;
+}
+
+// Two lines became one when the line end between them was lost.
+void Grammar::match_lines_in_one() {
+    const std::size_t size = line_->bytes.size();
+    if (size > kLongestJoined) return;
+    std::size_t end_of_first = 1;
+    while (end_of_first < size && !match_line(0, end_of_first))
+        ++end_of_first;
+    const bool has_first = end_of_first < size;
+    for (std::size_t at = has_first ? end_of_first : 1; at < size; ++at) {
+        if (match_line(at, size)) return;
+    }
 }
 
 // Facts.

@@ -50,7 +50,10 @@ bool Grammar::port_number(const Row& row) {
     }
     if (now_.passes.empty()) return false;
     NetworkPass& pass = now_.passes.back();
-    if (number.number != pass.ports + 1) return false;
+    if (number.number != pass.ports + 1) {
+        pass.await = NetworkPass::nothing;
+        return reads_again_ && match_part(Source::reported, rest.text, rest.at);
+    }
     ++pass.ports;
     pass.await = NetworkPass::link;
     return match_part(Source::reported, rest.text, rest.at);
@@ -144,8 +147,9 @@ void Grammar::finish_network() {
             attach(fact.piece, evidence_.facts.size() - 1);
         }
     }
+    now_.waiting.clear();
     for (const Segment* segment : examined) {
-        const bool no_ports = now_.passes.empty() && segment->over;
+        const bool no_ports = now_.passes.empty() && segment->over && now_.unexplained.empty();
         if (no_ports && command_.ended) {
             derive(std::string("network.") + segment->port + ".ports", std::int64_t{0},
                    segment->line);
@@ -161,8 +165,8 @@ void Grammar::find_without_place(const Waiting& fact) {
     Piece& piece = evidence_.pieces[fact.piece];
     piece.kind = good ? Piece::Kind::unexplained : Piece::Kind::failure;
     evidence_.findings.push_back({good ? Finding::Kind::unexplained : Finding::Kind::failure,
-                                  command_.number, fact.line, piece.channel, piece.step,
-                                  piece.text});
+                                  command_.number, fact.line, piece.channel, piece.step, piece.text,
+                                  command_.ended});
 }
 
 // USB.
@@ -235,7 +239,8 @@ std::optional<std::size_t> Grammar::first_run_of_usb(std::size_t& runs) const {
 }
 
 void Grammar::finish_usb() {
-    if (std::count(now_.seen.begin(), now_.seen.end(), Step::usb) == 0) return;
+    const bool seen = std::count(now_.seen.begin(), now_.seen.end(), Step::usb) > 0;
+    if (!seen && now_.usb_rows.empty()) return;
     std::size_t runs = 0;
     const std::optional<std::size_t> first = first_run_of_usb(runs);
     if (!first) return;

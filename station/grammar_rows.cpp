@@ -171,6 +171,12 @@ std::vector<Grammar::Row> Grammar::usb_rows() {
         row(Source::printed, Step::usb,
             "3.0usb插3.0U盘测试成功,请在10s内将2.0U盘插入3.0usb进行测试", &Grammar::usb_again),
         row(Source::error, Step::usb, "/dev: {s}", &Grammar::failure),
+        // The shell's, where the system's call failed. What is there already does no harm: whether
+        // the disk can be mounted there is for mount to say.
+        row(Source::error, Step::usb, "mkdir: can't create directory '/mnt/{w}': File exists",
+            &Grammar::known),
+        row(Source::error, Step::usb, "mkdir: {s}", &Grammar::failure),
+        row(Source::error, Step::usb, "mount: {s}", &Grammar::failure),
     };
 }
 

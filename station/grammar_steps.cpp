@@ -1,6 +1,7 @@
 // What the lines of each step mean.
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 
 #include "station/grammar.h"
 #include "station/text.h"
@@ -21,8 +22,10 @@ std::int64_t days_from_civil(std::int64_t year, std::int64_t month, std::int64_t
 // Of "2026-11-23 08:00:38".
 std::int64_t seconds_of(const std::string& text) {
     long long year = 0;
-    int month = 0, day = 0, hour = 0, minute = 0, second = 0;
-    std::sscanf(text.c_str(), "%lld-%d-%d %d:%d:%d", &year, &month, &day, &hour, &minute, &second);
+    int month = 0, day = 0;
+    long long hour = 0, minute = 0, second = 0;
+    std::sscanf(text.c_str(), "%lld-%d-%d %lld:%lld:%lld", &year, &month, &day, &hour, &minute,
+                &second);
     return days_from_civil(year, month, day) * 86400 + hour * 3600 + minute * 60 + second;
 }
 
@@ -80,28 +83,33 @@ bool Grammar::repetition(const Row&) {
     return true;
 }
 
+// Steps follow each other in one order. After a heading that is lost, or has another number, the
+// next one counts all the same; but something is not explained then.
 bool Grammar::heading(const Row& row) {
-    const bool whole = mode_.kind == Mode::Kind::net || mode_.kind == Mode::Kind::console;
-    if (!whole || captures_[0].number != now_.headings + 1) return false;
-    if (row.step <= now_.step || now_.step >= Step::summary || now_.awaits_heading) return false;
-    ++now_.headings;
+    if (!is_full_sequence() || row.step <= now_.step || now_.step >= Step::summary) return false;
+    const bool in_turn = captures_[0].number == now_.headings + 1 && !now_.awaits_heading;
+    now_.headings = static_cast<int>(captures_[0].number);
+    now_.awaits_heading = false;
     see_step(row.step);
+    if (!in_turn) misplaced();
     return true;
 }
 
 // "第6步:" stands alone; what the step is follows on the next line.
 bool Grammar::heading_number_alone(const Row&) {
-    const bool whole = mode_.kind == Mode::Kind::net || mode_.kind == Mode::Kind::console;
-    if (!whole || captures_[0].number != now_.headings + 1 || now_.awaits_heading) return false;
-    ++now_.headings;
+    if (!is_full_sequence() || now_.step >= Step::summary) return false;
+    const bool in_turn = captures_[0].number == now_.headings + 1 && !now_.awaits_heading;
+    now_.headings = static_cast<int>(captures_[0].number);
     now_.awaits_heading = true;
+    if (!in_turn) misplaced();
     return true;
 }
 
 bool Grammar::heading_behind_number(const Row& row) {
-    if (!now_.awaits_heading || row.step <= now_.step) return false;
-    now_.awaits_heading = false;
+    if (!is_full_sequence() || row.step <= now_.step || now_.step >= Step::summary) return false;
+    const bool in_turn = std::exchange(now_.awaits_heading, false);
     see_step(row.step);
+    if (!in_turn) misplaced();
     return true;
 }
 
@@ -195,7 +203,8 @@ std::string Grammar::disk_name(const char* name) const {
 }
 
 bool Grammar::disk_begins(const Row& row) {
-    if (!may_stand(row) || !now_.disk.empty() || !is_node(captures_[0].text)) return false;
+    if (!may_stand(row) || !is_node(captures_[0].text)) return false;
+    if (!now_.disk.empty()) misplaced();  // the disk before it is not complete
     now_.disk = captures_[0].text;
     now_.disk_part = 0;
     return !now_.minisas || add_at(0, "minisas.node", now_.disk);
@@ -203,9 +212,12 @@ bool Grammar::disk_begins(const Row& row) {
 
 bool Grammar::disk_text(const Row& row) {
     constexpr std::string_view kOrder[] = {"serial", "model", "firmware"};
-    if (!may_stand(row) || now_.disk.empty() || now_.disk_part >= std::size(kOrder)) return false;
-    if (kOrder[now_.disk_part] != row.first) return false;
-    ++now_.disk_part;
+    if (!may_stand(row) || now_.disk.empty()) return false;
+    const auto* const place = std::find(std::begin(kOrder), std::end(kOrder), row.first);
+    const auto part = static_cast<std::size_t>(place - std::begin(kOrder));
+    if (part < now_.disk_part) return false;
+    if (part > now_.disk_part) misplaced();
+    now_.disk_part = part + 1;
     return add_at(0, disk_name(row.first), gbk_to_utf8(without_trailing_blanks(captures_[0].text)));
 }
 
@@ -217,7 +229,8 @@ bool Grammar::end_disk(const char* state) {
 }
 
 bool Grammar::disk_size(const Row& row) {
-    if (!may_stand(row) || now_.disk.empty() || now_.disk_part != 3) return false;
+    if (!may_stand(row) || now_.disk.empty()) return false;
+    if (now_.disk_part != 3) misplaced();
     return add_at(0, disk_name("size"), captures_[0].number, "GB") && end_disk("good");
 }
 
@@ -242,7 +255,8 @@ bool Grammar::rs485_first(const Row& row) {
     const bool in_place =
         now_.step == Step::rs485 || now_.step == Step::info || now_.step == Step::summary;
     const bool seen = std::count(now_.seen.begin(), now_.seen.end(), Step::rs485) > 0;
-    if (!in_place || !seen || now_.rs485_result != nullptr) return false;
+    const bool may_stand = reads_again_ || (in_place && seen);
+    if (!may_stand || now_.rs485_result != nullptr) return false;
     now_.rs485_result = row.first;
     return add_at(0, "rs485.good", captures_[0].number, "bytes");
 }
@@ -263,7 +277,9 @@ bool Grammar::info_model(const Row& row) {
 }
 
 bool Grammar::rule(const Row&) {
-    if (now_.rules == 0 && now_.step == Step::info) {
+    const bool before_summary = is_full_sequence() && now_.step < Step::summary;
+    if (now_.rules == 0 && (before_summary || now_.step == Step::info)) {
+        if (now_.step != Step::info) misplaced();
         now_.step = Step::summary;
     } else if (now_.rules == 1 && now_.step == Step::summary) {
         now_.step = Step::end;
@@ -356,6 +372,13 @@ bool Grammar::chip_state(const Row& row) {
 // Bringing together.
 
 void Grammar::finish() {
+    finish_facts();
+    if (now_.unexplained.empty()) return;
+    read_again();
+    finish_facts();
+}
+
+void Grammar::finish_facts() {
     finish_network();
     finish_alarm();
     finish_usb();
@@ -372,7 +395,8 @@ void Grammar::finish_rest() {
     if (now_.settled_line != 0 && repetition_ == 1) {
         derive("start.root", std::string("yes"), now_.settled_line);
     }
-    if (seen(Step::panel) && past_panel) {
+    const bool counted = now_.unknown_keys + now_.other_frames + now_.read_failures > 0;
+    if ((seen(Step::panel) || counted) && past_panel) {
         derive("panel.unknown_keys", now_.unknown_keys, line);
         derive("panel.other_frames", now_.other_frames, line);
         derive("panel.read_failures", now_.read_failures, line);
