@@ -210,7 +210,7 @@ SimulatedAttempt AttemptSimulator::attempt(const std::string& change, Simulator:
         std::string saved;
         for (const auto& [name, flash] : flashes) {
             const std::string file = std::to_string(flash.descriptor());
-            saved.append("bridges.").append(name).append(".save = '" + file + "'\n");
+            saved.append("bridges.").append(name).append(".save = '").append(file).append("'\n");
         }
         const bool asked = commands.empty() && !plan_.questions.empty();
         commands.push_back(
@@ -225,7 +225,9 @@ SimulatedAttempt AttemptSimulator::attempt(const std::string& change, Simulator:
         for (const auto& [name, flash] : flashes)
             kept.append("bridges.")
                 .append(name)
-                .append(".from = '" + std::to_string(flash.descriptor()) + "'\n");
+                .append(".from = '")
+                .append(std::to_string(flash.descriptor()))
+                .append("'\n");
     }
     maker.end();
     made.journal = std::move(maker.journal);

@@ -14,7 +14,7 @@ using Path = std::initializer_list<std::string_view>;
 
 // A change that a key takes the value.
 template <class Value>
-Apply setting(std::vector<std::string> table, std::string key, Value value) {
+Apply setting(const std::vector<std::string>& table, const std::string& key, const Value& value) {
     return [=](toml::table& board) {
         toml::table* at = &board;
         for (const std::string& name : table)
@@ -24,7 +24,7 @@ Apply setting(std::vector<std::string> table, std::string key, Value value) {
 }
 
 // Both changes.
-Apply both(Apply first, Apply second) {
+Apply both(const Apply& first, const Apply& second) {
     return [=](toml::table& board) {
         first(board);
         second(board);
@@ -36,7 +36,7 @@ toml::array& list_at(toml::table& table, std::string_view key) {
     return *table.get_as<toml::array>(key);
 }
 
-Apply numbers_added(const char* table, const char* key, std::vector<std::int64_t> numbers) {
+Apply numbers_added(const char* table, const char* key, const std::vector<std::int64_t>& numbers) {
     return [=](toml::table& board) {
         toml::array& list = list_at(table_at(board, {table}), key);
         for (const std::int64_t number : numbers)
@@ -139,7 +139,7 @@ Wiring wiring_of(const toml::table& board) {
 }
 
 // A change of the wiring as it then is, so that two of them can follow each other.
-Apply rewired(std::function<void(Wiring&)> change) {
+Apply rewired(const std::function<void(Wiring&)>& change) {
     return [=](toml::table& board) {
         Wiring wiring = wiring_of(board);
         change(wiring);
@@ -286,7 +286,7 @@ Apply stick_set(const std::string& node, const std::string& key, Value value) {
 }
 
 // Calls change(devices) for what is plugged in at the start, and for each change of it later.
-Apply devices_changed(std::function<void(toml::table& devices)> change) {
+Apply devices_changed(const std::function<void(toml::table& devices)>& change) {
     return [=](toml::table& board) {
         change(table_at(board, {"usb", "devices"}));
         toml::array* changes = board["changes"].as_array();
@@ -433,7 +433,7 @@ void Enumeration::rs485() {
 }
 
 // A change of the frames of the panel that say this key; "" = of each.
-Apply frames(const std::string& key, std::function<bool(toml::table&)> change) {
+Apply frames(const std::string& key, const std::function<bool(toml::table&)>& change) {
     return [=](toml::table& board) {
         toml::array& list = list_at(table_at(board, {"panel"}), "frames");
         toml::array kept;

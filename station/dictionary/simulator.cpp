@@ -14,8 +14,6 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 
-extern char** environ;
-
 namespace station {
 namespace {
 
@@ -31,6 +29,7 @@ class Process {
   public:
     Process(std::vector<std::string> words, int out, int err) {
         std::vector<char*> arguments;
+        arguments.reserve(words.size() + 1);
         for (std::string& word : words)
             arguments.push_back(word.data());
         arguments.push_back(nullptr);
@@ -170,7 +169,7 @@ std::string MemoryFile::content() const {
     }
 }
 
-Simulator::Simulator(std::filesystem::path program, const std::filesystem::path& scenario)
+Simulator::Simulator(const std::filesystem::path& program, const std::filesystem::path& scenario)
     : program_(std::filesystem::absolute(program).string()),
       scenario_(std::filesystem::absolute(scenario).string()) {}
 

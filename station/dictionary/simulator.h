@@ -34,7 +34,7 @@ class Simulator {
     enum class Log : std::uint8_t { none, devices, all };  // what is kept of the event log
 
     // `scenario` is the base of every board that is run.
-    Simulator(std::filesystem::path program, const std::filesystem::path& scenario);
+    Simulator(const std::filesystem::path& program, const std::filesystem::path& scenario);
 
     // `change` is what follows the base in the scenario, `state` what follows that in a scenario of
     // its own; `words` are q7's own. Throws SimulatorError when q7-sim cannot be started, refuses
