@@ -555,8 +555,8 @@ void Controller::restore(const fs::path& path) {
         return;
     }
     const Evidence evidence = take_evidence(journal);
-    learn(evidence);
     const Judgement judgement = judge(journal, evidence, loaded.plan);
+    if (identity.mark == "production") learn(evidence);
     run_.facts = facts_json(loaded.plan, evidence);
     run_.answers = answers_json(journal, {});
     run_.steps = judged_steps(loaded.plan, evidence, judgement, learned_);
@@ -634,7 +634,8 @@ void Controller::finish(const Judgement& judgement) {
     Records::Stored stored{true, 0};
     if (records_.store) stored = records_.store(object);
     const std::lock_guard lock(mutex_);
-    if (judgement.verdict == Verdict::pass) learn(evidence);
+    if (judgement.verdict == Verdict::pass && judgement.identity.mark == "production")
+        learn(evidence);
     run_.facts = facts_json(*plan_, evidence);
     run_.answers = answers_json(journal, {});
     run_.steps = judged_steps(*plan_, evidence, judgement, learned_);

@@ -290,7 +290,7 @@ function fail(state, t) {
   const head = t.finding(finding);
   const rows = [[t.language === 'en' ? 181 : 187, third ? 50 : 52, head, 700]];
   if (third) rows.push([t.language === 'en' ? 232 : 243, t.language === 'en' ? 31 : 30, t.thirdTime(), 700]);
-  rows.push([third ? 273 : 250, third ? 24 : t.language === 'en' ? 24 : 30, t.storedLine(verdict.number, shortId(verdict.id))]);
+  rows.push([third ? 273 : 250, third ? 24 : t.language === 'en' ? 24 : 28, t.storedLine(verdict.number, shortId(verdict.id))]);
   const why = finding.reason?.fact && finding.reason.wanted ? [measuredRow(t, finding)] : reasonRows(t, reasonsOf(verdict), 16, 1);
   const first = finding.reason;
   const rest = reasonsOf(verdict).filter((reason) => reason.fact !== first?.fact || reason.line !== first?.line);

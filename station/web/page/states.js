@@ -28,7 +28,7 @@ function render() {
   tabs('states', null, t);
   const { legend } = t;
   // The states of the connectors, one after the other, over the steps of the plan.
-  const shown = plan && { plan, phase: 'verdict', facts: factsOf(plan), answers: {}, question: null, steps: plan.steps.map((name, i) => ({ name, state: stateOf(i) })) };
+  const shown = plan && { plan, phase: 'verdict', facts: factsOf(plan), answers: { buzzer: 'yes' }, question: null, steps: plan.steps.map((name, i) => ({ name, state: stateOf(i) })) };
   document.getElementById('states').replaceChildren(el('div', { class: 'legend' },
     el('h2', {}, legend.verdicts), el('div', { class: 'verdicts' }, VERDICTS.map((name) => verdict(name, true, t))),
     el('h2', {}, legend.last), el('div', { class: 'verdicts last' }, VERDICTS.map((name) => verdict(name, false, t))),
