@@ -68,15 +68,20 @@ bool is_message(const std::string& text) {
     return text[0] != '/' && std::any_of(text.begin(), text.end(), is_letter);
 }
 
-TEST(OperatorPage, ExplainsEveryTextThatIsShownAndNoOther) {
+// The operator's page in each language, with the heading of a test's section before its number.
+struct OperatorPage : testing::TestWithParam<std::pair<const char*, const char*>> {
+    std::string page = content_of(Q7_SOURCE + std::string(GetParam().first));
+};
+
+TEST_P(OperatorPage, ExplainsEveryTextThatIsShownAndNoOther) {
     Texts in_sources, listed;
     for (const char* folder : {"/device", "/driver", "/pmp", "/tests"}) {
         for (const auto& entry :
              std::filesystem::directory_iterator(Q7_SOURCE + std::string(folder)))
             add_texts(entry.path(), in_sources);
     }
-    std::ifstream page(Q7_SOURCE "/docs/operator.md");
-    for (std::string line; std::getline(page, line);)
+    std::istringstream lines(page);
+    for (std::string line; std::getline(lines, line);)
         if (line.starts_with("| `")) add_quoted(line.substr(0, line.find('|', 1)), listed);
     add_quoted(kNotShown, listed);
     for (const std::string& text : in_sources)
@@ -85,14 +90,34 @@ TEST(OperatorPage, ExplainsEveryTextThatIsShownAndNoOther) {
         EXPECT_EQ(in_sources.count(text), 1u) << "not in the sources: " << text;
 }
 
-TEST(OperatorPage, HasASectionForEachTest) {
-    const std::string page = content_of(Q7_SOURCE "/docs/operator.md");
+TEST_P(OperatorPage, HasASectionForEachTest) {
     int number = 0;
     for (const NumberedTest& test : numbered_tests()) {
         const std::string name = std::to_string(++number);
         EXPECT_THAT(test.usage, StartsWith("No." + name));
-        EXPECT_THAT(page, HasSubstr("\n## Test " + name + ": "));
+        EXPECT_THAT(page, HasSubstr("\n## " + (GetParam().second + name)));
     }
+}
+
+INSTANTIATE_TEST_SUITE_P(Languages, OperatorPage,
+                         testing::Values(std::pair("/docs/operator.md", "Test "),
+                                         std::pair("/docs/operator.zh.md", "测试 ")));
+
+// What the Chinese pages quote in 「」 is what the station's screen shows, but for its numbers.
+TEST(StationScreen, ShowsWhatThePagesQuote) {
+    const std::string texts = content_of(Q7_SOURCE "/station/web/page/texts.js");
+    int quotations = 0;
+    for (const char* name : {"/docs/operator.zh.md", "/docs/card.zh.md"}) {
+        const std::string page = content_of(Q7_SOURCE + std::string(name));
+        const std::string open = "「", close = "」";
+        for (std::size_t at = 0; (at = page.find(open, at)) != std::string::npos;) {
+            at += open.size();
+            const std::string quoted = page.substr(at, page.find(close, at) - at);
+            EXPECT_TRUE(quoted.empty() || texts.find(quoted) != std::string::npos) << quoted;
+            ++quotations;
+        }
+    }
+    EXPECT_GT(quotations, 20);
 }
 
 TEST(ManualPage, NamesEveryExitStatus) {
