@@ -1,4 +1,4 @@
-// The lists of docs/assurance.md, run line by line.
+// The lists of docs/defects.md, run line by line.
 #include <cctype>
 
 #include "checks/harness.h"
