@@ -3,6 +3,7 @@
 #include <cctype>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 
 #include "checks/harness.h"
 #include "checks/programs.h"
@@ -136,6 +137,47 @@ TEST(ManualPage, NamesEveryExitStatus) {
             seen.insert(run(words, change).status);
     }
     EXPECT_EQ(named, seen);
+}
+
+// A heading as the name of its place in the page: "## What is `kept`?" is what-is-kept.
+std::string anchor_of(const std::string& heading) {
+    std::string anchor;
+    for (const char c : heading.substr(heading.find(' ') + 1)) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (c == ' ') anchor += '-';
+        if (std::isalnum(byte) != 0 || c == '-' || c == '_' || byte >= 0x80)
+            anchor += static_cast<char>(std::tolower(byte));
+    }
+    return anchor;
+}
+
+std::set<std::string> anchors_of(const std::string& page) {
+    std::set<std::string> anchors;
+    std::istringstream lines(page);
+    for (std::string line; std::getline(lines, line);)
+        if (line.starts_with("#")) anchors.insert(anchor_of(line));
+    return anchors;
+}
+
+TEST(Documents, EachLinkLeadsSomewhere) {
+    namespace fs = std::filesystem;
+    std::vector<fs::path> pages{Q7_SOURCE "/README.md"};
+    for (const auto& entry : fs::directory_iterator(Q7_SOURCE "/docs"))
+        if (entry.path().extension() == ".md") pages.push_back(entry.path());
+    int links = 0;
+    for (const fs::path& path : pages) {
+        const std::string page = content_of(path);
+        const std::regex link("\\]\\(([\\w./-]*)#?([^) ]*)\\)");
+        for (std::sregex_iterator at(page.begin(), page.end(), link), end; at != end; ++at) {
+            const fs::path to = (*at)[1].length() == 0 ? path : path.parent_path() / (*at)[1].str();
+            const std::string anchor = (*at)[2];
+            EXPECT_TRUE(fs::exists(to)) << path << ": " << (*at)[0];
+            EXPECT_TRUE(anchor.empty() || anchors_of(content_of(to)).count(anchor) != 0)
+                << path << ": " << (*at)[0];
+            ++links;
+        }
+    }
+    EXPECT_GT(links, 40);
 }
 
 // The fenced blocks of a page that are in this language, with what stands between the fences.
