@@ -104,6 +104,8 @@ class Controller : private AttemptWatcher {
     void begin(const std::string& serial);
     void launch(std::unique_ptr<Attempt> attempt, const Plan& plan, Clock::time_point started);
     void restore(const std::filesystem::path& journal);
+    [[nodiscard]] nlohmann::json store(const std::filesystem::path& path, const Journal& journal,
+                                       const Evidence& evidence, const Judgement& judgement) const;
     void show_verdict(const Journal& journal, const Judgement& judgement, nlohmann::json stored);
     [[nodiscard]] std::vector<std::string> locks();
     [[nodiscard]] std::string phase_name(bool is_locked) const;
