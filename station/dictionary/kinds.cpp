@@ -44,7 +44,7 @@ const std::vector<Kind> kKinds = {
      "Unplug fixture wire {1} and test again; if still active, look for a short at terminal {1} or "
      "in its optocoupler"},
     {"alarm.input.loose", 1, "输入 {1} 时通时断", "Input {1} comes and goes",
-     "摇动夹具 {1} 号线再测；再查端子 {1} 的虚焊",
+     "摇动工装 {1} 号线再测；再查端子 {1} 的虚焊",
      "Move fixture wire {1} and test again; then look for a cold joint at terminal {1}"},
     {"alarm.inputs.shorted", 2, "输入 {1} 和 {2} 短接", "Inputs {1} and {2} shorted",
      "查端子 {1}、{2} 有无弯针、锡桥；再查工装 {1}、{2} 号线是否相碰",
@@ -236,7 +236,7 @@ const std::vector<Kind> kKinds = {
     {"rs485.late", 1, "RS-485 回环太迟", "RS-485 answers too late", "换工装的回环头；再查串口中断",
      "Replace the fixture's loopback; then check the UART's interrupt"},
     {"rs485.drops", 1, "RS-485 中途断开", "RS-485 breaks off",
-     "压紧夹具的 485 插头；再查串口驱动和收发器的虚焊",
+     "压紧工装的 485 插头；再查串口驱动和收发器的虚焊",
      "Press the fixture's RS-485 plug home; then check the UART's driver and the joints of the "
      "transceiver"},
     {"rs485.hung-up", 1, "RS-485 串口挂断", "RS-485 port is hung up",
