@@ -1,4 +1,4 @@
-// Runs the lists of docs/assurance.md line by line.
+// Runs the lists of docs/defects.md line by line.
 #include <cctype>
 
 #include "checks/harness.h"

@@ -1,27 +1,38 @@
 #include <ranges>
 
 #include "checks/harness.h"
+#include "driver/test_table.h"
 #include "platform/platform.h"
 
 namespace {
 
 using namespace checks;
+using namespace std::string_literals;
 
-const std::string kHint = "请选择测试序号(1~11)\n";
-constexpr char kWrongNumber[] = "请输入正确的测试序号.(1~11)";
+const std::size_t kTests = numbered_tests().size();
+const std::string kHint = "请选择测试序号(1~" + std::to_string(kTests) + ")\n",
+                  kWrongNumber = "请输入正确的测试序号.(1~" + std::to_string(kTests) + ")",
+                  kTooHigh = "-o " + std::to_string(kTests + 1);
 constexpr char kIllegal[] = "参数非法\n";
 const std::string kPrepared = "no kill avcore\n";
-constexpr char kUsage[] =
-    "q7 ver1.02(2009-4-3)\nthis program will excute the follow test\n"
-    "No.1 : \t\t\tShow board Info\nNo.2 : \t\t\tBuzzer test\nNo.3 : \t\t\tFront-board test\n"
-    "No.4 : \t\t\t485 com test\nNo.5 : \t\t\tIop test\nNo.6 : \t\t\tRTC test\n"
-    "No.7: \t\t\tUSB port test\nNo.8: \t\t\tSATA test\n"
-    "No.9: \t\t\tWatchdog test,Restart system\n\nNo.10: \t\t\tpmp test,Restart system\n\n"
-    "No.11 : \t\t\tNetwork moudel configure show\n"
-    "q7 -h or q7 --help for help information\n"
-    "If you want to do all the tests, please run q7 \n"
-    "If you want to do only one test of them ,please run q7 -o  <No.> \n"
-    "        eg. q7 -o 4   then only test 485 port\n";
+
+// The tests behind these are in the table as they are shown.
+std::string usage() {
+    std::string text =
+        "q7 ver1.02(2009-4-3)\nthis program will excute the follow test\n"
+        "No.1 : \t\t\tShow board Info\nNo.2 : \t\t\tBuzzer test\nNo.3 : \t\t\tFront-board test\n"
+        "No.4 : \t\t\t485 com test\nNo.5 : \t\t\tIop test\nNo.6 : \t\t\tRTC test\n"
+        "No.7: \t\t\tUSB port test\nNo.8: \t\t\tSATA test\n"
+        "No.9: \t\t\tWatchdog test,Restart system\n\nNo.10: \t\t\tpmp test,Restart system\n\n"
+        "No.11 : \t\t\tNetwork moudel configure show\n";
+    for (const NumberedTest& test : numbered_tests().subspan(11))
+        text += test.usage + "\n"s;
+    return text
+           + "q7 -h or q7 --help for help information\n"
+             "If you want to do all the tests, please run q7 \n"
+             "If you want to do only one test of them ,please run q7 -o  <No.> \n"
+             "        eg. q7 -o 4   then only test 485 port\n";
+}
 
 // The words before, between and after the blanks, empty ones included.
 Outcome run_line(std::string_view line) {
@@ -57,22 +68,22 @@ TEST(CommandLine, EachFormHasItsOutputAndStatus) {
     const struct {
         std::string printed;
         std::size_t beeps;
-        std::vector<const char*> lines;
+        std::vector<std::string> lines;
     } rows[] = {
-        {kUsage, 0, {"-h", "--help"}},
+        {usage(), 0, {"-h", "--help"}},
         {kIllegal, 0, {"-x 1", "-oo 2", "-h 2 3", "netQ7test 2"}},
         {kPrepared, 3, {"-o 2", "-O 2", "-o 02", "-o 2 1"}},
         {kHint + kPrepared, 3, {"-o 025"}},  // the third character is not looked at
         {kPrepared + "\n第1次测试\n\n第2次测试\n", 6, {"-o 2 2"}},
         {kPrepared, 3, {"-o 2 +1x"}},  // a count ends where its digits end
         {kPrepared, 0, {"-o 2 0", "-o 2 many", "-o 2 "}},
-        {kWrongNumber, 0, {"-o ", "-o 0", "-o 12"}},
-        {kHint + kWrongNumber, 0, {"-o 129"}},
+        {kWrongNumber, 0, {"-o ", "-o 0", kTooHigh}},
+        {kHint + kWrongNumber, 0, {kTooHigh + "9"}},
         {kHint, 0, {"-o x", "-o 5x", "-o -1"}},
         {kHint + kHint, 0, {"-o 5xy", "-o xyz 3"}},  // too long, and then no number
     };
     for (const auto& row : rows) {
-        for (const char* line : row.lines) {
+        for (const std::string& line : row.lines) {
             SCOPED_TRACE(line);
             const Outcome got = run_line(line);
             EXPECT_EQ(got.console, kStartLine + row.printed);

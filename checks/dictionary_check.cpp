@@ -753,7 +753,7 @@ TEST(DictionaryCheck, PagesAreThoseOfTheDictionaries) {
     EXPECT_EQ(fault_catalogue(dictionaries, Language::en), read_file(kSource + "/docs/faults.md"));
     EXPECT_EQ(fault_catalogue(dictionaries, Language::zh),
               read_file(kSource + "/docs/faults.zh.md"));
-    EXPECT_THAT(read_file(kSource + "/docs/assurance.md"), HasSubstr(blind_spots(dictionaries)));
+    EXPECT_THAT(read_file(kSource + "/docs/defects.md"), HasSubstr(blind_spots(dictionaries)));
 }
 
 }  // namespace

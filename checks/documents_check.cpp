@@ -3,6 +3,7 @@
 #include <cctype>
 #include <filesystem>
 #include <fstream>
+#include <regex>
 
 #include "checks/harness.h"
 #include "checks/programs.h"
@@ -68,15 +69,20 @@ bool is_message(const std::string& text) {
     return text[0] != '/' && std::any_of(text.begin(), text.end(), is_letter);
 }
 
-TEST(OperatorPage, ExplainsEveryTextThatIsShownAndNoOther) {
+// The operator's page in each language, with the heading of a test's section before its number.
+struct OperatorPage : testing::TestWithParam<std::pair<const char*, const char*>> {
+    std::string page = content_of(Q7_SOURCE + std::string(GetParam().first));
+};
+
+TEST_P(OperatorPage, ExplainsEveryTextThatIsShownAndNoOther) {
     Texts in_sources, listed;
     for (const char* folder : {"/device", "/driver", "/pmp", "/tests"}) {
         for (const auto& entry :
              std::filesystem::directory_iterator(Q7_SOURCE + std::string(folder)))
             add_texts(entry.path(), in_sources);
     }
-    std::ifstream page(Q7_SOURCE "/docs/operator.md");
-    for (std::string line; std::getline(page, line);)
+    std::istringstream lines(page);
+    for (std::string line; std::getline(lines, line);)
         if (line.starts_with("| `")) add_quoted(line.substr(0, line.find('|', 1)), listed);
     add_quoted(kNotShown, listed);
     for (const std::string& text : in_sources)
@@ -85,14 +91,34 @@ TEST(OperatorPage, ExplainsEveryTextThatIsShownAndNoOther) {
         EXPECT_EQ(in_sources.count(text), 1u) << "not in the sources: " << text;
 }
 
-TEST(OperatorPage, HasASectionForEachTest) {
-    const std::string page = content_of(Q7_SOURCE "/docs/operator.md");
+TEST_P(OperatorPage, HasASectionForEachTest) {
     int number = 0;
     for (const NumberedTest& test : numbered_tests()) {
         const std::string name = std::to_string(++number);
         EXPECT_THAT(test.usage, StartsWith("No." + name));
-        EXPECT_THAT(page, HasSubstr("\n## Test " + name + ": "));
+        EXPECT_THAT(page, HasSubstr("\n## " + (GetParam().second + name)));
     }
+}
+
+INSTANTIATE_TEST_SUITE_P(Languages, OperatorPage,
+                         testing::Values(std::pair("/docs/operator.md", "Test "),
+                                         std::pair("/docs/operator.zh.md", "测试 ")));
+
+// What the Chinese pages quote in 「」 is what the station's screen shows, but for its numbers.
+TEST(StationScreen, ShowsWhatThePagesQuote) {
+    const std::string texts = content_of(Q7_SOURCE "/station/web/page/texts.js");
+    int quotations = 0;
+    for (const char* name : {"/docs/operator.zh.md", "/docs/card.zh.md"}) {
+        const std::string page = content_of(Q7_SOURCE + std::string(name));
+        const std::string open = "「", close = "」";
+        for (std::size_t at = 0; (at = page.find(open, at)) != std::string::npos;) {
+            at += open.size();
+            const std::string quoted = page.substr(at, page.find(close, at) - at);
+            EXPECT_TRUE(quoted.empty() || texts.find(quoted) != std::string::npos) << quoted;
+            ++quotations;
+        }
+    }
+    EXPECT_GT(quotations, 20);
 }
 
 TEST(ManualPage, NamesEveryExitStatus) {
@@ -111,6 +137,47 @@ TEST(ManualPage, NamesEveryExitStatus) {
             seen.insert(run(words, change).status);
     }
     EXPECT_EQ(named, seen);
+}
+
+// A heading as the name of its place in the page: "## What is `kept`?" is what-is-kept.
+std::string anchor_of(const std::string& heading) {
+    std::string anchor;
+    for (const char c : heading.substr(heading.find(' ') + 1)) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (c == ' ') anchor += '-';
+        if (std::isalnum(byte) != 0 || c == '-' || c == '_' || byte >= 0x80)
+            anchor += static_cast<char>(std::tolower(byte));
+    }
+    return anchor;
+}
+
+std::set<std::string> anchors_of(const std::string& page) {
+    std::set<std::string> anchors;
+    std::istringstream lines(page);
+    for (std::string line; std::getline(lines, line);)
+        if (line.starts_with("#")) anchors.insert(anchor_of(line));
+    return anchors;
+}
+
+TEST(Documents, EachLinkLeadsSomewhere) {
+    namespace fs = std::filesystem;
+    std::vector<fs::path> pages{Q7_SOURCE "/README.md"};
+    for (const auto& entry : fs::directory_iterator(Q7_SOURCE "/docs"))
+        if (entry.path().extension() == ".md") pages.push_back(entry.path());
+    int links = 0;
+    for (const fs::path& path : pages) {
+        const std::string page = content_of(path);
+        const std::regex link("\\]\\(([\\w./-]*)#?([^) ]*)\\)");
+        for (std::sregex_iterator at(page.begin(), page.end(), link), end; at != end; ++at) {
+            const fs::path to = (*at)[1].length() == 0 ? path : path.parent_path() / (*at)[1].str();
+            const std::string anchor = (*at)[2];
+            EXPECT_TRUE(fs::exists(to)) << path << ": " << (*at)[0];
+            EXPECT_TRUE(anchor.empty() || anchors_of(content_of(to)).count(anchor) != 0)
+                << path << ": " << (*at)[0];
+            ++links;
+        }
+    }
+    EXPECT_GT(links, 40);
 }
 
 // The fenced blocks of a page in this language, without the fences.

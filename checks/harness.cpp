@@ -179,7 +179,7 @@ sim::Fault failing_request(std::uint32_t request, std::uint32_t nth) {
 }
 
 std::set<std::string> documented(const std::string& heading) {
-    std::ifstream file(Q7_SOURCE "/docs/assurance.md");
+    std::ifstream file(Q7_SOURCE "/docs/defects.md");
     std::set<std::string> items;
     bool inside = false;
     for (std::string line; std::getline(file, line);) {

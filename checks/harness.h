@@ -77,7 +77,7 @@ Outcome run_piece(const Board& board, const std::function<void()>& piece);
 sim::Fault failing(std::string call, std::string path = {}, std::uint32_t nth = 1);
 sim::Fault failing_request(std::uint32_t request, std::uint32_t nth = 1);
 
-// The items "- `...`" in the sections of docs/assurance.md whose heading contains this.
+// The items "- `...`" in the sections of docs/defects.md whose heading contains this.
 std::set<std::string> documented(const std::string& heading);
 
 // True where the checks were asked for their long form (Q7_FULL in the environment).

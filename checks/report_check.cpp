@@ -121,7 +121,9 @@ TEST(Summary, NamesTheSlotThatIsSetAndPassesWithNone) {
 
 TEST(Summary, ListsEveryFaultInOrderAndTakesNoPointer) {
     const Outcome got = run_piece(healthy(), [] {
-        results = {1, 1, 1, 1, 2, 0, 0xFFFFFFFF, 1};
+        results.network = results.rs485 = results.alarm = results.rtc = results.minisas = 1;
+        results.usb_ports_found = 2;
+        results.sata_fault_mask = 0xFFFFFFFF;
         result_summary(nullptr);
     });
     std::string ports = "1";

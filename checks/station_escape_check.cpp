@@ -1,5 +1,5 @@
 // No faulty board passes the station, and no healthy one fails: the plans of plans/ against the
-// lists of docs/assurance.md and against every run of the fault sweeps.
+// lists of docs/defects.md and against every run of the fault sweeps.
 #include <cstdlib>
 #include <map>
 #include <random>

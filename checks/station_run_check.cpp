@@ -115,6 +115,30 @@ TEST_F(StationRun, GivesTheVerdictAsStatusAndAsJson) {
     EXPECT_THAT(replayed.out, HasSubstr("\nPASS 45270-2648-0413 "));
 }
 
+// docs/board_test.py: each item is a test of its own, and only a PASS lets the framework say OK.
+TEST_F(StationRun, GoesInATestFrameworkAsTheExampleShows) {
+    const struct {
+        std::string answers, board, said, counts;
+    } rows[] = {
+        {"buzzer=yes panel-leds=yes panel-keys=yes", "healthy", "test_may_ship", "OK"},
+        {"buzzer=yes panel-leds=yes panel-keys=yes", "alarm-input-dead",
+         "alarm.output.2.inputs 0x2202, wanted 0x2222 (line ", "FAILED (failures="},
+        {"buzzer=yes panel-leds=yes", "healthy", "NotTested: NOT PROVEN: panel-keys (line ",
+         "FAILED (failures=1, errors=1)"},
+    };
+    for (const auto& row : rows) {
+        const std::string variables =
+            "env Q7_STATION=" Q7_BINARIES "/q7-station Q7_PLAN=" Q7_SOURCE
+            "/plans/healthy.toml Q7_SERIAL=45270-2648-0413 Q7_OPERATOR=W1032 Q7_JOURNALS="
+            + path("journals") + " Q7_ANSWERS=\"" + row.answers + "\" Q7_BOARD=\""
+            + board_words("", row.board).substr(std::string(" -- ").size()) + "\" ";
+        const Finished got = shell(variables + "python3 " Q7_SOURCE "/docs/board_test.py");
+        EXPECT_EQ(got.status, row.counts == "OK" ? 0 : 1) << got.err;
+        EXPECT_THAT(got.err, HasSubstr(row.said));
+        EXPECT_THAT(got.err, HasSubstr("\n" + row.counts));
+    }
+}
+
 TEST_F(StationRun, RefusesBadUseAndSaysWhatDoesNotRun) {
     const std::string plan = " --plan " Q7_SOURCE "/plans/healthy.toml --serial ";
     const struct {

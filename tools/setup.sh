@@ -15,6 +15,8 @@ is_installed() {
     qemu-user-static) has_command qemu-arm-static ;;
     qemu-system-arm) has_command qemu-system-arm ;;
     cpio) has_command cpio ;;
+    cmark-gfm) has_command cmark-gfm ;;
+    poppler-utils) has_command pdfinfo ;;
     musl-dev) [ -e /usr/lib/x86_64-linux-musl/libc.a ] ;;
     libbenchmark-dev) has_header benchmark/benchmark.h ;;
     libtomlplusplus-dev) has_header toml++/toml.h ;;

@@ -145,7 +145,7 @@ def failed():
     item = alarm_wrong(state, 2, "0x2202", "0x2222")
     verdict(state, "fail", [item], [
         {"defect": "alarm.dead = [6]", "title": {"zh": "输入 6 断路", "en": "Input 6 open"}, "exact": True, "matched": 4, "of": 4,
-         "check": {"zh": "先换夹具 6 号线；再查端子 6 的焊点和后面的光耦", "en": "Try a new wire 6; then check terminal 6, its optocoupler"}},
+         "check": {"zh": "先换工装 6 号线；再查端子 6 的焊点和后面的光耦", "en": "Try a new wire 6; then check terminal 6, its optocoupler"}},
         {"defect": "alarm.wiring = [[1, 5, 9, 13], [], [3, 7, 11, 15], [4, 8, 12, 16]]", "title": {"zh": "输出 2 不动作", "en": "Output 2 dead"}, "exact": False, "matched": 3, "of": 4, "would_show": [{"fact": "alarm.output.2.inputs", "value": "0x0000"}], "check": {"zh": "", "en": ""}},
         {"defect": "alarm.dead = [2]", "title": {"zh": "输入 2 断路", "en": "Input 2 open"}, "exact": False, "matched": 3, "of": 4, "would_show": [{"fact": "alarm.output.2.inputs", "value": "0x2220"}], "check": {"zh": "", "en": ""}}])
     return state
@@ -170,7 +170,7 @@ def failed_twice():
     state = base()
     state.update(now="2026-11-23T10:14:30.000+08:00", attempt=attempt("45270-2648-0398", 3, 102))
     item = alarm_wrong(state, 3, "0x4400", "0x4444")
-    check = {"zh": "先换夹具 3、7 号线；再查后面的光耦", "en": "Try new fixture wires 3, 7; then check the optocouplers"}
+    check = {"zh": "先换工装 3、7 号线；再查后面的光耦", "en": "Try new fixture wires 3, 7; then check the optocouplers"}
     verdict(state, "fail", [item], [
         {"defect": "alarm.dead = [3, 7]", "title": {"zh": "输入 3、7 断路", "en": "Inputs 3 and 7 open"}, "exact": True, "defects": [{}, {}], "matched": 4, "of": 4, "check": check},
         {"defect": "alarm.dead = [3]", "title": {"zh": "输入 3 断路", "en": "Input 3 open"}, "exact": False, "matched": 3, "of": 4, "would_show": [{"fact": "alarm.output.3.inputs", "value": "0x4440"}], "check": check},
@@ -287,7 +287,7 @@ def no_dictionary():
 def long_check():
     state = failed()
     state["verdict"]["causes"][0]["check"] = {
-        "zh": "听继电器 2：不吸合，查驱动管和线圈；吸合，查端子 2 和夹具线",
+        "zh": "听继电器 2：不吸合，查驱动管和线圈；吸合，查端子 2 和工装线",
         "en": "Listen to relay 2: if silent, check its driver and coil; if it clicks, terminal 2 and the fixture wire"}
     return state
 

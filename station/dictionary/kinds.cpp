@@ -37,32 +37,32 @@ constexpr Place kPlaces[] = {
 const std::vector<Kind> kKinds = {
     // Alarm inputs and outputs.
     {"alarm.input.open", 3, "输入 {1} 断路", "Input {1} open",
-     "先换夹具 {1} 号线；再查端子 {1} 的焊点和后面的光耦",
+     "先换工装 {1} 号线；再查端子 {1} 的焊点和后面的光耦",
      "Try a new fixture wire {1}; then check the joint of terminal {1} and its optocoupler"},
     {"alarm.input.stuck", 3, "输入 {1} 常通", "Input {1} always active",
-     "拔下夹具 {1} 号线再测；仍常通，查端子 {1} 短路和光耦击穿",
+     "拔下工装 {1} 号线再测；仍常通，查端子 {1} 短路和光耦击穿",
      "Unplug fixture wire {1} and test again; if still active, look for a short at terminal {1} or "
      "in its optocoupler"},
     {"alarm.input.loose", 1, "输入 {1} 时通时断", "Input {1} comes and goes",
-     "摇动夹具 {1} 号线再测；再查端子 {1} 的虚焊",
+     "摇动工装 {1} 号线再测；再查端子 {1} 的虚焊",
      "Move fixture wire {1} and test again; then look for a cold joint at terminal {1}"},
     {"alarm.inputs.shorted", 2, "输入 {1} 和 {2} 短接", "Inputs {1} and {2} shorted",
-     "查端子 {1}、{2} 有无弯针、锡桥；再查夹具 {1}、{2} 号线是否相碰",
+     "查端子 {1}、{2} 有无弯针、锡桥；再查工装 {1}、{2} 号线是否相碰",
      "Look for a bent pin or a solder bridge between terminals {1} and {2}; then for touching "
      "fixture wires"},
     {"alarm.inputs.swapped", 1, "输入 {1} 和 {2} 接反", "Inputs {1} and {2} swapped",
-     "查夹具 {1}、{2} 号线是否对调；再查端子座是否装反",
+     "查工装 {1}、{2} 号线是否对调；再查端子座是否装反",
      "Check whether fixture wires {1} and {2} are swapped; then whether the terminal block is "
      "turned"},
     {"alarm.inputs.block", 2, "输入 {1}–{2} 全部断路", "Inputs {1}–{2} all open",
-     "查这组端子的夹具插头；再查输入 {1}–{2} 的光耦和限流排阻",
+     "查这组端子的工装插头；再查输入 {1}–{2} 的光耦和限流排阻",
      "Check the fixture plug of this block; then the optocoupler and the resistor array of inputs "
      "{1}–{2}"},
     {"alarm.inputs.all", 2, "所有输入都不动作", "No input acts",
-     "先查夹具插头和公共线；再查板上输入侧供电",
+     "先查工装插头和公共线；再查板上输入侧供电",
      "Check the fixture plug and its common wire; then the supply of the input side"},
     {"alarm.output.dead", 3, "输出 {1} 不动作", "Output {1} dead",
-     "听继电器 {1}：不吸合，查驱动管和线圈；吸合，查端子 {1} 和夹具线",
+     "听继电器 {1}：不吸合，查驱动管和线圈；吸合，查端子 {1} 和工装线",
      "Listen to relay {1}: if silent, check its driver and coil; if it clicks, terminal {1} and "
      "the "
      "fixture wire"},
@@ -71,14 +71,14 @@ const std::vector<Kind> kKinds = {
      "Measure terminal {1} without power: replace relay {1} if its contact is welded, else check "
      "its driver"},
     {"alarm.outputs.swapped", 1, "输出 {1} 和 {2} 接反", "Outputs {1} and {2} swapped",
-     "查夹具输出 {1}、{2} 的线是否对调；再查端子座是否装反",
+     "查工装输出 {1}、{2} 的线是否对调；再查端子座是否装反",
      "Check whether fixture wires of outputs {1} and {2} are swapped; then whether the terminal "
      "block is turned"},
     {"alarm.outputs.joined", 2, "输出 {1} 和 {2} 连在一起", "Outputs {1} and {2} joined",
      "查输出端子 {1}、{2} 之间的锡桥；再查两路驱动管",
      "Look for a solder bridge between output terminals {1} and {2}; then check both drivers"},
     {"alarm.outputs.all", 2, "所有输出都不动作", "No output acts",
-     "查继电器供电；再查夹具输出插头和公共线",
+     "查继电器供电；再查工装输出插头和公共线",
      "Check the supply of the relays; then the fixture's output plug and common wire"},
 
     // Network ports.
@@ -207,8 +207,8 @@ const std::vector<Kind> kKinds = {
      "对照口号重插两根数据线", "Plug both data cables again by the port numbers"},
     {"sata.disk.texts", 1, "硬盘 {1} 的型号、序列号是乱的", "Texts of disk {1} are garbage",
      "换数据线；换硬盘", "Try another cable; replace the disk"},
-    {"sata.disk.other", 2, "硬盘 {1} 不是夹具的硬盘", "Disk {1} is not the fixture's",
-     "看硬盘标签，换成夹具规定的型号和容量",
+    {"sata.disk.other", 2, "硬盘 {1} 不是工装的硬盘", "Disk {1} is not the fixture's",
+     "看硬盘标签，换成工装规定的型号和容量",
      "Read the label of the disk; use the model and size that the fixture asks for"},
     {"sata.bridge.down", 2, "桥片 {1} 下的硬盘全没有", "All disks behind bridge {1} missing",
      "查桥片 {1} 的供电、时钟、复位和上行线；再查硬盘电源",
@@ -219,7 +219,7 @@ const std::vector<Kind> kKinds = {
 
     // RS-485.
     {"rs485.no-echo", 3, "RS-485 没有回环", "RS-485: nothing comes back",
-     "先看夹具的 485 插头、A/B 线；再查收发器和它的供电",
+     "先看工装的 485 插头、A/B 线；再查收发器和它的供电",
      "Check the fixture's RS-485 plug and wires A and B; then the transceiver and its supply"},
     {"rs485.blocked", 1, "RS-485 串口发不出去", "RS-485: the port sends nothing",
      "查串口的流控和时钟；再查收发器方向控制",
@@ -227,16 +227,16 @@ const std::vector<Kind> kKinds = {
     {"rs485.lost", 2, "RS-485 丢字节", "RS-485 loses bytes", "换收发器；再查方向控制线和终端电阻",
      "Replace the transceiver; then check its direction line and the terminating resistor"},
     {"rs485.stray", 1, "RS-485 多出字节", "RS-485 gets stray bytes",
-     "查 A/B 偏置电阻和夹具线屏蔽；再换收发器",
+     "查 A/B 偏置电阻和工装线屏蔽；再换收发器",
      "Check the bias resistors of A and B and the fixture's shield; then replace the transceiver"},
     {"rs485.corrupt", 2, "RS-485 有错字节", "RS-485 bytes come back wrong",
-     "查终端电阻、A/B 焊点和夹具线屏蔽；再换收发器",
+     "查终端电阻、A/B 焊点和工装线屏蔽；再换收发器",
      "Check the terminating resistor, the joints of A and B and the fixture's shield; then replace "
      "the transceiver"},
-    {"rs485.late", 1, "RS-485 回环太迟", "RS-485 answers too late", "换夹具的回环头；再查串口中断",
+    {"rs485.late", 1, "RS-485 回环太迟", "RS-485 answers too late", "换工装的回环头；再查串口中断",
      "Replace the fixture's loopback; then check the UART's interrupt"},
     {"rs485.drops", 1, "RS-485 中途断开", "RS-485 breaks off",
-     "压紧夹具的 485 插头；再查串口驱动和收发器的虚焊",
+     "压紧工装的 485 插头；再查串口驱动和收发器的虚焊",
      "Press the fixture's RS-485 plug home; then check the UART's driver and the joints of the "
      "transceiver"},
     {"rs485.hung-up", 1, "RS-485 串口挂断", "RS-485 port is hung up",
