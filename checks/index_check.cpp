@@ -33,6 +33,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace station::index;
 using namespace std::chrono_literals;
+using namespace std::string_view_literals;
 using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -200,7 +201,8 @@ TEST(IndexRecord, WhatIsNoJudgementIsRefused) {
 
 TEST_P(IndexOn, KeepsEveryFieldAndByte) {
     AttemptRecord record = full_attempt();
-    record.operator_id = std::string("a\0b\\x41\\\xB5\xDA\xED\xA0\x80'\";--\x7F", 22) + "第1步";
+    constexpr std::string_view bytes = "a\0b\\x41\\\xB5\xDA\xED\xA0\x80'\";--\x7F"sv;
+    record.operator_id = std::string(bytes) + "第1步";
     const std::string url = new_url();
     EXPECT_THAT(Index(url).add({&record, 1}), ElementsAre(Added::stored));
     record.attempt = 1;
