@@ -97,12 +97,14 @@ std::vector<std::string> records_of(std::string_view bytes) {
     return records;
 }
 
-// Without what q7-sim says itself, also behind a line of q7 that has no end.
+// Without what q7-sim says itself, also behind a line of q7 that has no end. Why it stopped is the
+// last, and several lines long.
 std::string without_remarks(std::string text) {
     for (;;) {
         const std::size_t from = text.find("q7-sim: ");
         if (from == std::string::npos) return text;
-        const std::size_t end = text.find('\n', from);
+        const bool is_last = text.compare(from, 15, "q7-sim: stopped") == 0;
+        const std::size_t end = is_last ? std::string::npos : text.find('\n', from);
         text.erase(from, end == std::string::npos ? end : end + 1 - from);
     }
 }
