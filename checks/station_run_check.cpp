@@ -177,7 +177,7 @@ TEST_F(StationRun, LosesNothingWhenTheConnectionDropsBreaksOrLies) {
         for (const station::Remark& remark : station::read_journal(journals().back()).remarks)
             lost += remark.text == "lost" ? 1 : 0;
         EXPECT_GE(lost, row.least_lost) << row.name;
-        EXPECT_LT(seconds_now() - start_s, full_form() ? 120 : 30) << row.name;
+        EXPECT_LT(seconds_now() - start_s, full_form() ? 240 : 60) << row.name;
     }
 }
 
@@ -337,7 +337,8 @@ class PlayedBoard : public StationRun {
     int go_ = -1;
 };
 
-// The connection's script starts the recorder itself, so that it may kill it, $KILL_AT events later.
+// The connection's script starts the recorder itself, so that it may kill it, and lets the board go
+// on with each event up to number $KILL_AT.
 constexpr char kKillsTheRecorder[] = R"(
 agent=$1; command=$2; name=$4; spool=$8
 [ "$command" = run ] || exec "$@"
@@ -350,6 +351,7 @@ until ls $spool 2>/dev/null | grep -q -- "-$name.spool"; do sleep 0.01; done
         printf '%s\n' "$line"
         case $line in *'"event":"alive"'*) ;; *) events=$((events + 1)) ;; esac
         [ $events -eq $KILL_AT ] && break
+        [ $events -eq 1 ] || echo >$steps
     done
     kill -KILL $recorder
 }
@@ -357,11 +359,11 @@ wait $recorder
 exit 255)";
 
 TEST_F(PlayedBoard, IsIncompleteWhenItsRecorderIsKilledAtAnyEventAndTakesTheNextRun) {
-    const std::string kills = connection("kills", kKillsTheRecorder);
+    const std::string kills = connection("kills", "steps=" + path("steps") + kKillsTheRecorder);
     const std::size_t stride = full_form() ? 1 : 50;
     std::size_t kills_made = 0;
     for (std::size_t events = 1; events <= steps_ + 1; events += stride, ++kills_made) {
-        allow(events == 1 ? 0 : events - 2);
+        allow(0);
         const Finished got =
             shell("env KILL_AT=" + std::to_string(events) + " " + played_words(kills));
         EXPECT_EQ(got.status, 4) << events << got.out << got.err;
@@ -369,7 +371,7 @@ TEST_F(PlayedBoard, IsIncompleteWhenItsRecorderIsKilledAtAnyEventAndTakesTheNext
         const Journal journal = station::read_journal(journals().back());
         EXPECT_TRUE(journal.damage.empty());
         EXPECT_GE(journal.events.size(), events);
-        EXPECT_LE(journal.events.size(), events + 1);
+        EXPECT_LE(journal.events.size(), events + 3);
         if (kills_made % 10 != 0) continue;
         allow(steps_);
         const Finished next = shell(played_words(""));
