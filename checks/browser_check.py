@@ -27,7 +27,6 @@ sys.path.insert(0, os.path.join(SOURCE, "checks", "pages"))
 import fixture_server  # noqa: E402
 import states  # noqa: E402
 
-PACE = "20"
 options = argparse.Namespace(build="build", screenshots=None)
 
 
@@ -53,7 +52,7 @@ def resize(driver, width, height):
 class Station:
     """A server of one station, in a folder of its own, with the board that `board` names."""
 
-    def __init__(self, plan_changes=(), answer_s=60):
+    def __init__(self, plan_changes=(), answer_s=60, pace=50):
         self.folder = tempfile.mkdtemp(prefix="q7-pages-")
         with open(os.path.join(SOURCE, "plans", "healthy.toml"), encoding="utf-8") as file:
             plan = file.read().replace("answer_s = 60", f"answer_s = {answer_s}")
@@ -64,9 +63,10 @@ class Station:
         with open(self.path("plans", "plan.toml"), "w", encoding="utf-8") as file:
             file.write(plan)
         with open(self.path("people.toml"), "w", encoding="utf-8") as file:
-            file.write('[[operator]]\nname = "W1032"\nbadge = "B-1032"\n[[supervisor]]\nname = "S7"\nbadge = "super-0123456789abcdef"\n')
+            file.write('[[operator]]\nname = "W1032"\nbadge = "B-1032"\n[[supervisor]]\nname = "S7"\nbadge = "super-0123456789abcdef"\n'
+                       '[[repairer]]\nname = "R3"\nbadge = "R-0003"\n')
         with open(self.path("sim"), "w", encoding="utf-8") as file:
-            file.write(f'#!/bin/sh\nexec {options.build}/q7-sim --gbk --pace {PACE} --fifo {self.path("fifo")} '
+            file.write(f'#!/bin/sh\nexec {options.build}/q7-sim --gbk --pace {pace} --fifo {self.path("fifo")} '
                        f'--board "$(cat {self.path("board")})" "$@"\n')
         os.chmod(self.path("sim"), 0o700)
         self.board("healthy")
@@ -85,11 +85,11 @@ class Station:
         with open(self.path("board"), "w", encoding="utf-8") as file:
             file.write(path)
 
-    def start(self, people=False):
+    def start(self, people=False, more=()):
         who = ["--people", self.path("people.toml")] if people else ["--operator", "W1032"]
         self.process = subprocess.Popen(
             [f"{options.build}/q7-station", "serve", "--listen", f"127.0.0.1:{self.port}", "--station", "3L02",
-             "--plans", self.path("plans"), "--journals", self.path("journals"), *who, "--",
+             "--plans", self.path("plans"), "--journals", self.path("journals"), *who, *more, "--",
              f"{options.build}/q7-agent", "run", "--fifo", self.path("fifo"), "--spool", self.path("spool"), "--", self.path("sim")],
             stdout=subprocess.PIPE, text=True)
         self.url = self.process.stdout.readline().strip()
@@ -141,7 +141,7 @@ class PageCase(unittest.TestCase):
         return self.browser.execute_script("return document.body.dataset.phase ?? ''")
 
     def shown(self):
-        return self.browser.find_element(By.TAG_NAME, "body").text
+        return self.browser.execute_script("return document.body.innerText")
 
     def question(self):
         return self.browser.execute_script("return document.querySelector('[data-question]')?.dataset.question")
@@ -179,8 +179,11 @@ class PageCase(unittest.TestCase):
 
 class StationPage(PageCase):
     def setUp(self):
-        self.station = Station([("scan_out = false", "scan_out = true")])
-        self.addCleanup(self.station.remove)
+        self.use(Station([("scan_out = false", "scan_out = true")]))
+
+    def use(self, station):
+        self.station = station
+        self.addCleanup(station.remove)
 
     def open(self, **more):
         self.station.start(**more)
@@ -244,6 +247,140 @@ class StationPage(PageCase):
         self.assertEqual(self.journal()[-1]["kind"], "scan-out")
         self.assert_no_errors()
 
+    def run_board(self, serial, board, expected, answers=None):
+        self.station.board(board)
+        self.scan(serial)
+        self.wait(lambda: self.phase() not in ("verdict", "waiting", "locked"))
+        self.assertEqual(self.answer_all(answers or {}), expected)
+
+    def attempts(self):
+        """Of every journal the first line, in order."""
+        found = []
+        for at, _, names in sorted(os.walk(self.station.path("journals"))):
+            for name in sorted(name for name in names if name.endswith(".journal")):
+                with open(os.path.join(at, name), encoding="utf-8") as file:
+                    found.append(json.loads(file.readline()))
+        return found
+
+    def prove(self):
+        made = subprocess.run([f"{options.build}/q7-station", "prove", "--plan", self.station.path("plans", "plan.toml"), "--station", "3L02",
+                               "--board", os.path.join(SOURCE, "boards", "healthy.toml"), "--simulator", f"{options.build}/q7-sim",
+                               "--journals", self.station.path("journals")], capture_output=True, text=True, check=False)
+        self.assertEqual(made.returncode, 0, made.stdout + made.stderr)
+        self.assertEqual(len(re.findall("^ok ", made.stdout, re.M)), 10)
+
+    def test_no_production_before_the_proof_of_the_shift(self):
+        references = '[[reference]]\nserial = "45270-0000-0001"\nverdict = "PASS"\n[[reference]]\nserial = "45270-0000-0002"\nverdict = "FAIL"\n\n[facts]'
+        self.use(Station([("\n[facts]", "\n" + references)]))
+        self.open()
+        self.wait(lambda: "缺本班的开班验证" in self.shown())
+        self.scan("45270-2648-0412")
+        self.wait(lambda: "不能开始" in self.shown())
+        self.assertFalse(self.attempts())
+        self.prove()
+        self.wait(lambda: "45270-0000-0001，要合格" in self.shown())
+        self.screenshot("locked")
+        self.run_board("45270-0000-0001", "healthy", "pass")
+        self.assertRegex(self.shown(), r"接着扫\s+参考板")
+        self.scan("45270-2648-0412")
+        self.wait(lambda: self.phase() == "locked" and "45270-0000-0002，要不良" in self.shown())
+        self.run_board("45270-0000-0002", "alarm-input-dead", "fail")
+        self.assertIn("验证做完", self.shown())
+        self.run_board("45270-2648-0412", "healthy", "pass")
+        self.assertEqual([(one["mark"], one["shift"]) for one in self.attempts()], [("reference", "P-0001")] * 12 + [("production", "P-0001")])
+        # A restarted server shows the board, not a simulated one of another proof; and a reference
+        # board with another verdict fails that proof.
+        self.prove()
+        self.station.end()
+        self.station.start()
+        self.wait(lambda: self.verdict() == "pass" and "45270-2648-0412" in self.shown() and "P-0002" in self.shown())
+        self.run_board("45270-0000-0001", "alarm-input-dead", "fail")
+        self.wait(lambda: "验证不合要求" in self.shown())
+        self.run_board("45270-0000-0001", "healthy", "pass")
+        self.scan("45270-2648-0413")
+        self.wait(lambda: "看不准故障" in self.shown())
+        self.assert_no_errors()
+
+    def test_a_repair_goes_into_the_next_attempt(self):
+        self.open(people=True)
+        self.scan("B-1032")
+        self.wait(lambda: self.phase() == "waiting")
+        self.run_board("45270-2648-0413", "alarm-input-dead", "fail")
+        failed = self.attempts()[0]["id"]
+        self.browser.get(self.station.url + "board?serial=45270-2648-0413")
+        self.wait(lambda: "登记维修" in self.shown())
+        self.browser.find_element(By.XPATH, "//button[text()='登记维修']").click()
+        self.browser.find_element(By.CSS_SELECTOR, "#repair input").send_keys("光耦 6" + Keys.ENTER)
+        self.browser.find_element(By.CSS_SELECTOR, "#repair h2").click()
+        self.browser.execute_script("document.activeElement.blur()")
+        store = lambda: self.browser.find_element(By.CSS_SELECTOR, "#repair .main").click()  # noqa: E731
+        self.scan("B-1032")  # an operator repairs nothing
+        self.assertTrue(self.browser.find_elements(By.CSS_SELECTOR, "#repair"))
+        store()
+        self.wait(lambda: "不认识的工牌" in self.shown())
+        self.scan("R-0003")
+        self.screenshot("repair")
+        store()
+        self.wait(lambda: "已修：光耦 6 • R3 • 等下一次测试记入" in self.shown())
+        self.browser.get(self.station.url)
+        self.run_board("45270-2648-0413", "healthy", "pass")
+        repairs = [line for line in self.journal() if line["kind"] == "repair"]
+        self.assertEqual([(one["of"], one["text"], one["operator"]) for one in repairs], [(failed, "光耦 6", "R3")])
+        self.assertEqual(os.listdir(self.station.path("journals", "repairs")), [])
+        self.browser.get(self.station.url + f"board?serial=45270-2648-0413&id={failed}")
+        self.wait(lambda: re.search(r"已修：光耦 6 • R3 • \d\d:\d\d", self.shown()))
+        # Index and exports have it, made again from the journals too.
+        exported = [f"{options.build}/q7-station", "export", "--format", "json", "--journals", self.station.path("journals"), "--index"]
+        again = self.station.path("again.sqlite")
+        subprocess.run([f"{options.build}/q7-station", "index", "--journals", self.station.path("journals"), "--index", again], check=True, capture_output=True)
+        for index in (self.station.path("journals", "index.sqlite"), again):
+            attempts = json.loads(subprocess.run([*exported, index], check=True, capture_output=True, text=True).stdout)["attempts"]
+            self.assertEqual([[(r["of"], r["text"], r["operator"]) for r in one["repairs"]] for one in attempts], [[], [(failed, "光耦 6", "R3")]])
+        self.assert_no_errors()
+
+    def test_a_trial_run_is_marked_by_a_supervisor_and_releases_nothing(self):
+        self.open(people=True)
+        self.scan("B-1032")
+        self.wait(lambda: self.phase() == "waiting")
+        marked = "return fetch('/api/mark', {method: 'POST', headers: {'Content-Type': 'application/json'}, body: JSON.stringify({mark: 'trial'})}).then(r => r.status)"
+        self.assertEqual(self.browser.execute_script(marked), 409)
+        self.scan("super-0123456789abcdef")
+        self.wait(lambda: "主管 S7" in self.shown())
+        self.press(Keys.F2)
+        self.wait(lambda: self.browser.find_elements(By.XPATH, "//*[@id='identity']//*[text()='试跑']"))
+        self.run_board("45270-2648-0420", "healthy", "pass")
+        self.assertIn("不放行", self.shown())
+        self.run_board("45270-2648-0421", "healthy", "pass")
+        self.assertEqual([(one["mark"], one.get("marked_by"), one["operator"]) for one in self.attempts()],
+                         [("trial", "S7", "W1032"), ("production", None, "W1032")])
+        totals = self.browser.execute_script("return fetch('/api/yield').then(r => r.json()).then(found => found.totals)")
+        self.assertEqual((totals["first"], totals["trial"]), (1, 1))
+
+    def test_the_factory_may_refuse_a_start_and_gets_every_verdict(self):
+        got, asked = self.station.path("got"), self.station.path("asked")
+        with open(self.station.path("before"), "w", encoding="utf-8") as file:
+            file.write(f"tee -a {asked} | grep -q 0499 && {{ echo '工单关了 <b>WO-7</b>'; exit 1; }}; exit 0\n")
+        self.open(more=["--before", f"sh {self.station.path('before')}", "--after", f"cat >>{got}"])
+        self.scan("45270-2648-0499")
+        self.wait(lambda: self.phase() == "refused")
+        self.assertIn("工单关了 <b>WO-7</b>", self.shown())
+        self.assertFalse(self.attempts())
+        self.run_board("45270-2648-0412", "healthy", "pass")
+        self.wait(lambda: os.path.exists(got) and os.path.getsize(got))
+        with open(got, encoding="utf-8") as file:
+            told = [json.loads(line) for line in file]
+        self.assertEqual([(one["serial"], one["verdict"], one["station"]) for one in told], [("45270-2648-0412", "PASS", "3L02")])
+        with open(asked, encoding="utf-8") as file:
+            self.assertEqual([json.loads(line)["serial"] for line in file], ["45270-2648-0499", "45270-2648-0412"])
+        # Behind F8: items, record, the replay of the attempt, and back.
+        for shown in ("items", "transcript", "replay"):
+            self.press(Keys.F8)
+        self.wait(lambda: self.phase() == "replay" and "running" in self.states_of("step").values())
+        self.wait(lambda: "重放完" in self.shown() and set(self.states_of("step").values()) == {"pass"}, 12)
+        self.press(Keys.F8)
+        self.wait(lambda: self.verdict() == "pass")
+        self.assert_no_errors()
+
     def test_another_board_at_the_release_is_no_pass(self):
         self.open()
         self.scan("45270-2648-0412")
@@ -253,6 +390,7 @@ class StationPage(PageCase):
         self.assertIn("放行扫到另一块板", self.shown())
 
     def test_a_killed_server_takes_the_run_up_again_and_a_page_that_was_away_comes_back(self):
+        self.use(Station(pace=20))
         self.open()
         self.scan("45270-2648-0412")
         self.wait(lambda: self.question() == "panel-leds" or (self.question() == "buzzer" and (self.press(Keys.F2) or False)))
@@ -386,20 +524,56 @@ class FixturePages(PageCase):
             phase = "question" if states.state(page)["question"] else states.state(page)["phase"]
             self.wait(lambda: self.phase() == phase and now in self.shown())
         else:
-            self.wait(lambda: self.browser.find_elements(By.CSS_SELECTOR, "#board .attempt, #yield .tile"))
+            there = "return document.querySelector('#board .record, #yield .tile, .empty, .legend .plate, #board .head') !== null"
+            self.wait(lambda: self.browser.execute_script(there))
+            if "serial" in page:
+                self.wait(lambda: self.browser.find_elements(By.CSS_SELECTOR, "#board .record"))
 
-    def test_texts_fit_in_both_languages(self):
+    def test_texts_fit_and_can_be_read_in_both_languages(self):
         outside = """
             const edge = (e) => { for (let p = e.parentElement; p; p = p.parentElement) if (getComputedStyle(p).overflowX === 'hidden') return p.getBoundingClientRect().right; return innerWidth; };
-            return [...document.querySelectorAll('#page *')].filter(e => e.children.length === 0 && e.textContent.trim() && !e.closest('svg, select, .transcript, .scroll')
+            return [...document.querySelectorAll('#page *')].filter(e => e.children.length === 0 && e.textContent.trim() && !e.closest('svg, select, .transcript, .scroll, .check, .repair')
               && (e.scrollWidth > e.clientWidth + 1 && getComputedStyle(e).display !== 'inline' || e.getBoundingClientRect().right > edge(e) + 1
                 || e.getBoundingClientRect().bottom > innerHeight + 1)).map(e => e.textContent)"""
-        for language in ("zh", "en"):
-            for page in [name for name in states.ALL if name != "10-phone"] + ["board?serial=45270-2648-0413", "yield"]:
+        # What a text stands on is what the browser finds below it; 4.5 to 1, and nothing below 15 px.
+        unreadable = """
+            const rgb = (colour) => { const m = /rgba?\\((\\d+), (\\d+), (\\d+)(?:, ([\\d.]+))?/.exec(colour); return m && (m[4] ?? 1) > 0.99 ? [+m[1], +m[2], +m[3]] : null; };
+            const light = (c) => { const [r, g, b] = c.map(v => (v /= 255) <= 0.03928 ? v / 12.92 : ((v + 0.055) / 1.055) ** 2.4); return 0.2126 * r + 0.7152 * g + 0.0722 * b; };
+            const contrast = (a, b) => { const [x, y] = [light(a), light(b)].sort((p, q) => q - p); return (x + 0.05) / (y + 0.05); };
+            const isShape = (e) => e instanceof SVGElement && !(e instanceof SVGSVGElement) && e.tagName !== 'g' && e.tagName !== 'text';
+            const below = (text) => {
+              const box = text.getBoundingClientRect(), all = document.elementsFromPoint(box.left + box.width / 2, box.top + box.height / 2), at = all.indexOf(text);
+              if (at < 0) return null;
+              for (const e of all.slice(text instanceof SVGElement ? at + 1 : at)) { const c = rgb(isShape(e) ? getComputedStyle(e).fill : getComputedStyle(e).backgroundColor); if (c) return c; }
+              return rgb(getComputedStyle(document.body).backgroundColor);
+            };
+            return [...document.querySelectorAll('#page *')].filter(e => [...e.childNodes].some(n => n.nodeType === 3 && n.textContent.trim()) && !e.closest('select')).flatMap(e => {
+              const style = getComputedStyle(e), ink = rgb(e instanceof SVGElement ? style.fill : style.color), ground = below(e), size = parseFloat(style.fontSize);
+              const found = ground && ink ? contrast(ink, ground) : null;
+              return size < arguments[0] || found !== null && found < 4.5 ? [`${e.textContent} ${size} px ${found?.toFixed(2)}`] : [];
+            })"""
+        for page in [name for name in states.ALL if name != "10-phone"] + ["board?serial=45270-2648-0413", "yield", "yield?item=none", "states", "board"]:
+            for language in ("zh", "en"):
                 with self.subTest(page=page, language=language):
                     self.show(page, language)
                     self.assertEqual(self.browser.execute_script(outside), [])
+                    self.assertEqual(self.browser.execute_script(unreadable, 15), [])
         self.assert_no_errors()
+
+    def test_colours_keep_their_contrasts(self):
+        self.show("1-waiting")
+        tokens = self.browser.execute_script("const s = getComputedStyle(document.documentElement); return Object.fromEntries(arguments[0].map(n => [n, s.getPropertyValue('--' + n).trim()]))",
+                                             ["white", "plate", "ink", "ink-2", "grey", "blue", "green", "green-tint", "green-panel", "red", "amber"])
+
+        def light(name):
+            parts = [int(tokens[name][i:i + 2], 16) / 255 for i in (1, 3, 5)]
+            r, g, b = [v / 12.92 if v <= 0.03928 else ((v + 0.055) / 1.055) ** 2.4 for v in parts]
+            return 0.2126 * r + 0.7152 * g + 0.0722 * b
+
+        for a, b, wanted in (("ink", "white", 17.9), ("ink-2", "white", 8.8), ("grey", "white", 5.4), ("grey", "plate", 3.9), ("blue", "white", 7.1), ("blue", "plate", 5.1),
+                             ("green", "green-tint", 5.3), ("green", "plate", 4.7), ("green-panel", "white", 4.7), ("red", "white", 8.4), ("amber", "ink", 10.3), ("green-panel", "red", 1.75)):
+            high, low = sorted((light(a), light(b)), reverse=True)
+            self.assertGreaterEqual((high + 0.05) / (low + 0.05), wanted - 0.06, (a, b))
 
     def test_both_languages_have_every_text(self):
         self.show("1-waiting")
@@ -413,6 +587,27 @@ class FixturePages(PageCase):
               done([...zh.filter(k => both(k) && !en.includes(k)), ...en.filter(k => both(k) && !zh.includes(k))]);
             })""")
         self.assertEqual(missing, [])
+
+    def test_every_finding_fits_at_its_size(self):
+        self.show("1-waiting")
+        wide = self.browser.execute_async_script("""
+            const done = arguments[0];
+            import('/texts.js').then(({texts}) => {
+              const canvas = document.createElement('canvas').getContext('2d');
+              canvas.font = '700 52px ' + getComputedStyle(document.body).fontFamily;
+              const findings = (t) => [
+                ...['alarm-inputs', 'alarm-outputs', 'alarm-stuck'].flatMap(kind => [{kind, ids: [16]}, {kind, ids: [3, 7]}]),
+                ...['copper', 'fibre'].flatMap(medium => ['link', 'duplex', 'speed'].map(what => ({kind: 'port', medium, ids: ['4'], what}))),
+                ...['upper', 'lower'].map(id => ({kind: 'usb-rear', ids: [id]})), ...['esda', 'minisas'].flatMap(id => ['state', 'serial'].map(what => ({kind: 'disk', ids: [id], what}))),
+                {kind: 'usb'}, {kind: 'rs485'}, {kind: 'rtc'}, {kind: 'missing-steps', count: 3}, ...Object.keys(t.reasonShorts).map(kind => ({kind})),
+                ...['buzzer', 'panel', 'network', 'alarm', 'rtc', 'usb', 'sata', 'rs485', 'info', 'pmp', 'start', 'summary', 'end'].map(step => ({kind: 'missing-step', step})),
+                ...['panel', 'buzzer'].flatMap(step => ['answer-no', 'answer-missing', 'answer-unsure'].map(kind => ({kind, step}))),
+                ...['network.copper.4.link', 'network.copper.ports', 'network.copper.selected', 'rtc.1.clock', 'usb.runs', 'usb.1.msa1.free', 'usb.found', 'sata.esda.serial', 'sata.found', 'info.memory_frequency',
+                    'info.alarm_io', 'summary.minisas', 'sequence.steps', 'panel.unknown_keys', 'panel.read_failures', 'pmp.chip.1.flash', 'exit.status', 'start.alarm_outputs', 'rs485.bad',
+                    'alarm.idle.inputs'].map(fact => ({kind: 'wrong', fact}))];
+              done(Object.values(texts).flatMap(t => findings(t).map(one => t.finding(one)).filter(words => !words || canvas.measureText(words).width > 480)));
+            })""")
+        self.assertEqual(wide, [])
 
     def test_sizes_of_type(self):
         size = "return parseFloat(getComputedStyle([...document.querySelectorAll('#page *')].find(e => e.children.length === 0 && e.textContent === arguments[0])).fontSize)"

@@ -33,6 +33,7 @@ namespace {
 namespace fs = std::filesystem;
 using namespace station::index;
 using namespace std::chrono_literals;
+using namespace std::string_view_literals;
 using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -97,7 +98,9 @@ struct Expected {
     std::map<std::string, std::int64_t> boards, first_pass, final_pass, items, causes, drift;
 };
 
-Expected expected(const std::vector<AttemptRecord>& records, const std::string& station = {}) {
+// With an item as if nothing else could fail.
+Expected expected(const std::vector<AttemptRecord>& records, const std::string& station = {},
+                  const std::string& only_item = {}) {
     std::map<std::pair<std::string, std::string>, std::vector<const AttemptRecord*>> attempts;
     for (const AttemptRecord& record : records) {
         if (record.mark == "production" && record.verdict != "INCOMPLETE") {
@@ -112,16 +115,17 @@ Expected expected(const std::vector<AttemptRecord>& records, const std::string& 
         const AttemptRecord& first = *list.front();
         if (!station.empty() && first.station != station) continue;
         const std::string day = to_iso(first.start).substr(0, 10);
-        const bool good = first.verdict == "PASS";
+        const auto item = std::find_if(first.items.begin(), first.items.end(),
+                                       [](const Item& each) { return each.verdict != "PASS"; });
+        const bool good =
+            first.verdict == "PASS" || (!only_item.empty() && item->name != only_item);
         ++expected.boards[day];
         expected.first_pass[day] += good;
-        expected.final_pass[day] += list.back()->verdict == "PASS";
+        expected.final_pass[day] += list.back()->verdict == "PASS" || (good && !only_item.empty());
         for (const Measurement& each : first.measurements) {
             ++expected.drift[day + " " + std::to_string(each.value)];
         }
         if (good) continue;
-        const auto item = std::find_if(first.items.begin(), first.items.end(),
-                                       [](const Item& each) { return each.verdict != "PASS"; });
         ++expected.items[item->name];
         ++expected.causes[first.causes.empty() ? "" : first.causes.front().defect];
     }
@@ -200,7 +204,8 @@ TEST(IndexRecord, WhatIsNoJudgementIsRefused) {
 
 TEST_P(IndexOn, KeepsEveryFieldAndByte) {
     AttemptRecord record = full_attempt();
-    record.operator_id = std::string("a\0b\\x41\\\xB5\xDA\xED\xA0\x80'\";--\x7F", 22) + "第1步";
+    constexpr std::string_view bytes = "a\0b\\x41\\\xB5\xDA\xED\xA0\x80'\";--\x7F"sv;
+    record.operator_id = std::string(bytes) + "第1步";
     const std::string url = new_url();
     EXPECT_THAT(Index(url).add({&record, 1}), ElementsAre(Added::stored));
     record.attempt = 1;
@@ -241,6 +246,9 @@ TEST_P(IndexOn, CountsByTheFirstAttemptEverInWhateverOrderTheyArrive) {
         expect_yields(index, all);
         // A filter chooses by the first attempt, and never makes another one the first.
         expect_yields(index, expected(records, "3L15"), {0, 0, "", "3L15", ""});
+        for (const FailingItem& item : index.failing_items({}))
+            expect_yields(index, expected(records, "3L15", item.name),
+                          {0, 0, "", "3L15", "", item.name});
         EXPECT_FALSE(index.recount());
         std::map<std::string, std::vector<std::int64_t>> numbers;
         index.for_each({}, [&](const AttemptRecord& record) {
@@ -270,6 +278,15 @@ TEST_P(IndexOn, EveryNumberOpensTheBoardsBehindIt) {
     EXPECT_EQ(lines({.final = "not PASS"}), all.boards - all.final_pass);
     for (const FailingItem& item : index.failing_items({})) {
         EXPECT_EQ(lines({.item = item.name}), item.fail + item.not_proven);
+        Filter filter;
+        filter.item = item.name;
+        const Yield of_item = index.yield(filter);
+        EXPECT_EQ(of_item.boards, all.boards);
+        EXPECT_EQ(lines({.without_item = item.name}), of_item.first_pass);
+        EXPECT_EQ(lines({.without_item = item.name, .or_passed_later = true}), of_item.final_pass);
+        EXPECT_EQ(lines({.first = "FAIL", .item = item.name}), of_item.first_fail);
+        EXPECT_EQ(lines({.final = "not PASS", .item = item.name}),
+                  of_item.boards - of_item.final_pass);
     }
     for (const LikelyCause& cause : index.likely_causes({})) {
         Behind behind;

@@ -40,7 +40,16 @@ JournalWriter create_journal(AttemptSetup& setup) {
     setup.identity.plan_text = setup.plan_text;
     setup.identity.model = setup.plan.model;
     setup.identity.connection = setup.board.connection;
-    return JournalWriter::create(setup.journals, setup.identity);
+    JournalWriter writer = JournalWriter::create(setup.journals, setup.identity);
+    for (const Repair& repair : setup.repairs) {
+        writer.line("repair", {{"of", repair.of},
+                               {"defect", repair.defect},
+                               {"text", repair.text},
+                               {"operator", repair.operator_id},
+                               {"entered", repair.at}});
+    }
+    writer.sync();
+    return writer;
 }
 
 std::string last_line(std::string text) {

@@ -25,7 +25,8 @@ namespace station {
 struct AttemptSetup {
     Plan plan;
     std::string plan_text;
-    Identity identity;  // serial, operator_id, station, mark, attempt, shift
+    Identity identity;            // serial, operator_id, station, mark, attempt, shift
+    std::vector<Repair> repairs;  // of earlier attempts; written behind the first line
     std::filesystem::path journals;
     BoardWords board;
     std::map<std::string, std::string> answers;  // given beforehand: "yes", "no", "unsure"

@@ -10,6 +10,7 @@ namespace station {
 
 constexpr int kBadUse = 2;
 
+void add_prove(CLI::App& app, int& status);
 void add_run(CLI::App& app, int& status);
 void add_judge(CLI::App& app, int& status);
 void add_learn(CLI::App& app, int& status);

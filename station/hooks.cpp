@@ -108,6 +108,29 @@ void listen(Descriptor& from, std::string& said) {
 
 }  // namespace
 
+std::string start_question(const Identity& identity, const std::string& plan_sha256) {
+    const nlohmann::ordered_json about{
+        {"serial", identity.serial},   {"model", identity.model},
+        {"station", identity.station}, {"operator", identity.operator_id},
+        {"mark", identity.mark},       {"plan", plan_sha256}};
+    return about.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+}
+
+std::string words_of(const HookResult& result) {
+    switch (result.end) {
+    case HookResult::End::late:
+        return "no answer in time";
+    case HookResult::End::not_started:
+        return "the command cannot be started";
+    default:
+        break;
+    }
+    std::string said = result.said;
+    while (!said.empty() && (said.back() == '\n' || said.back() == '\r'))
+        said.pop_back();
+    return said.empty() ? "status " + std::to_string(result.status) : said;
+}
+
 HookResult run_hook(const std::string& command, const std::string& input,
                     std::chrono::milliseconds limit) {
     HookResult result;

@@ -4,6 +4,8 @@
 #include <chrono>
 #include <string>
 
+#include "station/journal.h"
+
 namespace station {
 
 constexpr std::chrono::seconds kHookLimit{10};
@@ -21,6 +23,12 @@ struct HookResult {
     // A start goes on after status 0 alone.
     bool agrees() const { return end == End::exited && status == 0; }
 };
+
+// What the command before a start reads: one JSON object on one line.
+std::string start_question(const Identity& identity, const std::string& plan_sha256);
+
+// What a command that does not agree says for people.
+std::string words_of(const HookResult& result);
 
 // Runs the command by the shell, in a process group of its own, with `input` and then the end on
 // its standard input. Returns when it has ended, or has been killed with its group after `limit`.

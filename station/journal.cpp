@@ -198,6 +198,7 @@ bool JournalReader::take_attempt(std::string_view kind, const json& line) {
     identity.mark = line.at("mark");
     if (line.at("attempt").is_number_integer()) identity.attempt = line.at("attempt");
     identity.shift = text_of(line, "shift");
+    identity.marked_by = text_of(line, "marked_by");
     identity.plan_text = line.at("plan").at("text");
     identity.connection = texts_of(line, "connection");
     identity.at = line.at("at");
@@ -238,6 +239,9 @@ bool JournalReader::take_other(const std::string& kind, const json& line) {
     } else if (kind == "lookup") {
         journal_.lookups.push_back(
             {line.at("interface"), line.at("address"), texts_of(line, "serials"), number});
+    } else if (kind == "repair") {
+        journal_.repairs.push_back({line.at("of"), line.at("defect"), line.at("text"),
+                                    line.at("operator"), line.at("entered")});
     } else if (kind == "end") {
         journal_.ended = true;
         journal_.end_at = line.at("at");
@@ -312,20 +316,21 @@ JournalWriter JournalWriter::create(const fs::path& folder, Identity& identity) 
         identity.attempt ? ordered_json(*identity.attempt) : ordered_json(nullptr);
     const ordered_json shift =
         identity.shift.empty() ? ordered_json(nullptr) : ordered_json(identity.shift);
-    writer.line(
-        "attempt",
-        {{"version", kJournalVersion},
-         {"id", identity.id},
-         {"station", identity.station},
-         {"serial", identity.serial},
-         {"model", identity.model},
-         {"operator", identity.operator_id},
-         {"mark", identity.mark},
-         {"attempt", attempt},
-         {"shift", shift},
-         {"plan", {{"sha256", station::sha256(identity.plan_text)}, {"text", identity.plan_text}}},
-         {"program", identity.program},
-         {"connection", identity.connection}});
+    ordered_json line{
+        {"version", kJournalVersion},
+        {"id", identity.id},
+        {"station", identity.station},
+        {"serial", identity.serial},
+        {"model", identity.model},
+        {"operator", identity.operator_id},
+        {"mark", identity.mark},
+        {"attempt", attempt},
+        {"shift", shift},
+        {"plan", {{"sha256", station::sha256(identity.plan_text)}, {"text", identity.plan_text}}},
+        {"program", identity.program},
+        {"connection", identity.connection}};
+    if (!identity.marked_by.empty()) line["marked_by"] = identity.marked_by;
+    writer.line("attempt", line);
     writer.sync();
     sync_folder(day_folder);
     if (first_of_day) sync_folder(folder);

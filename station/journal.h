@@ -22,6 +22,7 @@ struct Identity {
     std::string mark = "production";  // "reference" and "trial" release nothing
     std::optional<int> attempt;       // number of the attempt of this serial number, if known
     std::string shift;                // number of the proof of the shift; empty = none
+    std::string marked_by;            // the supervisor who marked it, where one did
     std::string plan_text;
     std::vector<std::string> connection;  // words before "q7-agent run"
     std::string at;                       // start, ISO 8601
@@ -52,6 +53,15 @@ struct Answer {
     int line = 0;
 };
 
+// What was done to the board after an earlier attempt, entered before this one.
+struct Repair {
+    std::string of;      // id of the attempt that it follows
+    std::string defect;  // what was found: the change of the simulated board, as TOML; may be empty
+    std::string text;    // in words
+    std::string operator_id, at;  // who entered it, and when
+    bool operator==(const Repair&) const = default;
+};
+
 // A network address of the board that was seen under these other serial numbers.
 struct AddressLookup {
     std::string interface, address;
@@ -80,6 +90,7 @@ struct Journal {
     std::vector<BoardEvent> events;
     std::vector<Answer> answers;
     std::vector<AddressLookup> lookups;
+    std::vector<Repair> repairs;
     std::vector<Remark> remarks;
     std::vector<Damage> damage;
     int lines = 0;       // whole ones

@@ -55,6 +55,7 @@ class Judge {
   private:
     void fill_head() {
         judgement_.identity = journal_.identity;
+        judgement_.repairs = journal_.repairs;
         judgement_.end_at = journal_.end_at;
         judgement_.journal_lines = journal_.lines;
         judgement_.journal_sha256 = journal_.sha256;
@@ -580,6 +581,13 @@ nlohmann::ordered_json to_json(const Judgement& judgement) {
     for (const Measurement& each : judgement.measurements) {
         object["drift"].push_back(
             {{"fact", each.fact}, {"value", each.value}, {"unit", each.unit}});
+    }
+    for (const Repair& each : judgement.repairs) {
+        object["repairs"].push_back({{"of", each.of},
+                                     {"defect", each.defect},
+                                     {"text", each.text},
+                                     {"operator", each.operator_id},
+                                     {"at", each.at}});
     }
     return object;
 }

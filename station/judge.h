@@ -53,6 +53,7 @@ struct Judgement {
     int facts_good = 0, facts_wrong = 0, facts_missing = 0;
     std::vector<Measurement> measurements;
     std::string agent, q7_sha256;        // the agent's version, the program on the board
+    std::vector<Repair> repairs;         // before this attempt
     std::vector<std::string> addresses;  // of its network, where the plan calls them unique
     nlohmann::ordered_json causes = nlohmann::ordered_json::array();  // by the fault dictionary
     nlohmann::ordered_json dictionary;  // which one was asked; null = none

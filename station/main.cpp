@@ -27,6 +27,7 @@ int run_command(int argc, char** argv) {
     station::add_rejudge(app, status);
     station::add_replay(app, status);
     station::add_run(app, status);
+    station::add_prove(app, status);
     station::add_dictionary(app, status);
     station::add_faults(app, status);
     station::index::add_commands(app, status);

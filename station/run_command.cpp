@@ -18,6 +18,7 @@
 #include "station/index/index.h"
 #include "station/index/outbox.h"
 #include "station/progress.h"
+#include "station/proof.h"
 #include "station/text.h"
 
 namespace station {
@@ -29,7 +30,7 @@ volatile std::sig_atomic_t interrupted = 0;
 
 struct RunOptions {
     string plan, serial, operator_id, journals = "journals", station = "1", mark = "production";
-    string resume, dictionary;
+    string resume, dictionary, shifts = "00:00";
     string index, before, after;  // empty = none
     std::vector<string> answers, words;
     bool json = false;
@@ -214,18 +215,42 @@ void ask_index(AttemptSetup& setup, const RunOptions& options) {
     }
 }
 
+// Enters the proof of the shift into the attempt. Throws std::runtime_error when production with
+// this plan is locked.
+void look_at_proof(AttemptSetup& setup, const RunOptions& options) {
+    if (!options.resume.empty()) return;
+    const Plan& plan = setup.plan;
+    const auto proof =
+        latest_proof(options.journals, options.station, plan.sha256,
+                     shift_begin(parse_shifts(options.shifts), seconds_since_1970()));
+    if (proof) setup.identity.shift = proof->number;
+    const ProofState state = state_of(proof, plan);
+    const bool is_wanted = !plan.references.empty() || state == ProofState::failed;
+    if (options.mark != "production" || !is_wanted || state == ProofState::good) return;
+    if (state == ProofState::failed) throw std::runtime_error("the proof of the shift has failed");
+    throw std::runtime_error(state == ProofState::none
+                                 ? string("no proof of this shift: run q7-station prove")
+                                 : "the proof of the shift lacks the reference board "
+                                       + next_reference(*proof, plan)->serial);
+}
+
+// The verdict of a reference board becomes part of the proof.
+void note_proof(const Judgement& judgement, const Plan& plan, const RunOptions& options) {
+    if (options.mark != "reference" || judgement.identity.shift.empty()) return;
+    auto proof = latest_proof(options.journals, options.station, plan.sha256, 0);
+    if (proof && proof->number == judgement.identity.shift)
+        note_reference(options.journals, *proof, plan, judgement.identity.serial,
+                       judgement.identity.id, name_of(judgement.verdict));
+}
+
 // Throws std::runtime_error when the factory's command refuses the start.
 void ask_factory(const AttemptSetup& setup, const RunOptions& options) {
     if (options.before.empty() || !options.resume.empty()) return;
-    const nlohmann::ordered_json about{
-        {"serial", options.serial},   {"model", setup.plan.model},
-        {"station", options.station}, {"operator", options.operator_id},
-        {"mark", options.mark},       {"plan", setup.plan.sha256}};
-    const HookResult result = run_hook(options.before, about.dump() + "\n");
+    Identity identity = setup.identity;
+    identity.model = setup.plan.model;
+    const HookResult result = run_hook(options.before, start_question(identity, setup.plan.sha256));
     if (!result.agrees()) {
-        throw std::runtime_error(
-            "the factory refuses the start: "
-            + (result.end == HookResult::End::late ? "no answer in time" : result.said));
+        throw std::runtime_error("the factory refuses the start: " + words_of(result));
     }
 }
 
@@ -252,8 +277,10 @@ int run_attempt(const RunOptions& options) {
     AttemptSetup setup = make_setup(options);
     Terminal terminal(options.json);
     setup.somebody_answers = terminal.has_person();
+    look_at_proof(setup, options);
     ask_factory(setup, options);
     ask_index(setup, options);
+    const Plan plan = setup.plan;
     watch_interrupts();
     try {
         Plan plan = setup.plan;
@@ -262,6 +289,7 @@ int run_attempt(const RunOptions& options) {
         terminal.note("attempt " + attempt->id());
         const Judgement judgement = attempt->run(terminal);
         keep_in_index(judgement, options, terminal);
+        note_proof(judgement, plan, options);
         terminal.show(judgement);
         const string json = to_json(judgement).dump();
         tell_factory(json, options);
@@ -300,6 +328,8 @@ void add_run(CLI::App& app, int& status) {
         ->capture_default_str();
     command->add_option("--mark", options->mark, "What the attempt is for")
         ->check(CLI::IsMember({"production", "reference", "trial"}))
+        ->capture_default_str();
+    command->add_option("--shifts", options->shifts, "When shifts begin: 08:00,20:00")
         ->capture_default_str();
     command->add_flag("--json", options->json, "Print the judgement as one object on one line");
     command

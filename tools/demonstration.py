@@ -24,6 +24,8 @@ SOURCE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 MIX = [("healthy", 180), ("alarm-input-dead", 4), ("network-slow", 3), ("network-fibre-down", 3), ("disk-missing", 2),
        ("usb-dead-port", 2), ("rs485-silent", 3), ("alarm-input-stuck", 2), ("rtc-stopped", 1)]
 STATIONS = ["3L02", "3L05", "3L07"]
+REFERENCES = [("45270-0000-0001", "healthy", "PASS"), ("45270-0000-0002", "rs485-silent", "FAIL")]
+SUPERVISOR, REPAIRER = "S7-0123456789abcdef", "R-0003"
 OPERATORS = {"3L02": "W1032", "3L05": "W1017", "3L07": "W1044"}
 
 
@@ -41,10 +43,16 @@ class Line:
         plan = self.path("plans", "healthy.toml")
         with open(plan, encoding="utf-8") as file:
             text = file.read().replace("scan_out = false", "scan_out = true")
+        for serial, _, verdict in REFERENCES:
+            text += f'\n[[reference]]\nserial = "{serial}"\nverdict = "{verdict}"\n'
         with open(plan, "w", encoding="utf-8") as file:
             file.write(text)
+        with open(self.path("people.toml"), "w", encoding="utf-8") as file:
+            file.write('[[operator]]\nname = "W1032"\nbadge = "B-1032"\n'
+                       f'[[supervisor]]\nname = "S7"\nbadge = "{SUPERVISOR}"\n[[repairer]]\nname = "R3"\nbadge = "{REPAIRER}"\n')
+        self.pace("")
         with open(self.path("simulator"), "w", encoding="utf-8") as file:
-            file.write(f'#!/bin/sh\nexec {self.build}/q7-sim --gbk $PACE --fifo {self.path("fifo")} --board "$(cat {self.path("board")})" "$@"\n')
+            file.write(f'#!/bin/sh\nexec {self.build}/q7-sim --gbk $(cat {self.path("pace")}) --fifo {self.path("fifo")} --board "$(cat {self.path("board")})" "$@"\n')
         os.chmod(self.path("simulator"), 0o700)
 
     def path(self, *names):
@@ -54,6 +62,10 @@ class Line:
         with open(self.path("next"), "w", encoding="utf-8") as file:
             file.write(os.path.join(SOURCE, "boards", name + ".toml"))
         os.replace(self.path("next"), self.path("board"))
+
+    def pace(self, options):
+        with open(self.path("pace"), "w", encoding="utf-8") as file:
+            file.write(options)
 
     def words(self):
         return ["--", f"{self.build}/q7-agent", "run", "--fifo", self.path("fifo"), "--spool", self.path("spool"), "--", self.path("simulator")]
@@ -72,17 +84,11 @@ class Line:
     def samples(self):
         """One attempt of each board of the mix, by a station at full speed: (journal, judgement)."""
         found = {}
-        if not self.serve("samples", 0, ""):
+        if not self.serve("samples", 0, ["--operator", "W1032"]):
             raise RuntimeError("the station does not start")
+        self.prove("samples")
         for number, (name, _) in enumerate(reversed(MIX)):  # the healthy one last: it waits to be scanned out
-            self.board(name)
-            self.ask("/api/scan", {"text": f"45270-0000-{number:04d}"})
-            end = time.monotonic() + 60
-            while (state := self.ask("/api/state"))["phase"] != "verdict":
-                self.answer(state)
-                if time.monotonic() > end:
-                    raise RuntimeError(f"the board {name} does not end")
-                time.sleep(0.02)
+            state = self.test(name, f"45270-2600-{number:04d}")
             identity = state["attempt"]["id"]
             path = self.path("samples", identity.split("-")[1], identity)
             with open(path + ".journal", encoding="utf-8") as journal, open(path + ".judgement.json", encoding="utf-8") as judgement:
@@ -90,6 +96,28 @@ class Line:
         self.process.terminate()
         self.process.wait(20)
         return found
+
+    def test(self, board, serial):
+        """One board from its scan to its verdict; the state then."""
+        self.board(board)
+        self.ask("/api/scan", {"text": serial})
+        end = time.monotonic() + 60
+        while (state := self.ask("/api/state"))["phase"] != "verdict" or state["attempt"]["serial"] != serial:
+            self.answer(state)
+            if time.monotonic() > end:
+                raise RuntimeError(f"the board {board} does not end")
+            time.sleep(0.02)
+        return state
+
+    def prove(self, journals):
+        """The proof of the shift: simulated faults, then the plan's reference boards."""
+        subprocess.run([f"{self.build}/q7-station", "prove", "--plan", self.path("plans", "healthy.toml"), "--board", os.path.join(SOURCE, "boards", "healthy.toml"),
+                        "--simulator", f"{self.build}/q7-sim", "--station", "3L02", "--operator", "W1032", "--journals", self.path(journals),
+                        "--index", self.path(journals, "index.sqlite")], check=True, stdout=subprocess.DEVNULL)
+        if self.ask("/api/state")["phase"] == "sign-in":
+            self.ask("/api/scan", {"text": "B-1032"})
+        for serial, board, _ in REFERENCES:
+            self.test(board, serial)
 
     def answer(self, state):
         """What a person answers who sees that all is well."""
@@ -100,7 +128,7 @@ class Line:
             except urllib.error.HTTPError:  # it has been answered meanwhile
                 pass
 
-    def place(self, sample, station, serial, number, count, start, released):
+    def place(self, sample, station, serial, number, count, start, released, repair=None):
         """The same attempt at another time and station, as a journal that is whole, and its judgement."""
         lines, judgement = sample
         shift = start - datetime.datetime.fromisoformat(judgement["start"])
@@ -129,11 +157,14 @@ class Line:
                 event = event[:event.rindex(',"crc"')]
                 body = head + '"event":' + event + ',"crc":"%08x"}' % binascii.crc32(event.encode())
             add(body)
+            if repair and len(out) == 1:
+                add(f'{{"prev":"{previous}","at":"{stamp(judgement["start"])}","kind":"repair",' + json.dumps(repair)[1:-1])
         judged = previous
         if released:
             add(f'{{"prev":"{previous}","at":"{stamp(judgement["end"])}","kind":"scan-out","serial":"{serial}","operator":"{OPERATORS[station]}"')
         judgement = dict(judgement, id=name, serial=serial, station=station, operator=OPERATORS[station], attempt=number,
-                         start=start.isoformat(timespec="milliseconds"), end=stamp(judgement["end"]), journal={"lines": len(lines), "sha256": judged},
+                         start=start.isoformat(timespec="milliseconds"), end=stamp(judgement["end"]), journal={"lines": len(lines) + bool(repair), "sha256": judged},
+                         repairs=[{**repair, "at": repair["entered"]}] if repair else [],
                          drift=[{"fact": "rtc.difference", "value": 1 if self.random.random() < 0.02 + 0.01 * (start.day % 7) else 0, "unit": "s"}])
         folder = self.path("journals", day)
         os.makedirs(folder, exist_ok=True)
@@ -141,6 +172,7 @@ class Line:
             file.write("\n".join(out) + "\n")
         with open(os.path.join(folder, name + ".judgement.json"), "w", encoding="utf-8") as file:
             file.write(json.dumps(judgement, ensure_ascii=False) + "\n")
+        return name
 
     def history(self):
         samples, counts, serial = self.samples(), {}, 0
@@ -157,13 +189,18 @@ class Line:
                 if station == "3L02" and kind == "healthy" and self.random.random() < 0.05:
                     kind = "alarm-input-dead"
                 start = day + datetime.timedelta(minutes=board * 480 / self.options.boards)
+                repair = None
                 for number in (1, 2):
                     key = (station, start.astimezone(datetime.timezone.utc).strftime("%Y%m%d"))
                     counts[key] = counts.get(key, 0) + 1
                     good = kind == "healthy"
-                    self.place(samples[kind], station, name, number, counts[key], start, good)
+                    identity = self.place(samples[kind], station, name, number, counts[key], start, good, repair if good else None)
                     if good:
                         break
+                    causes = samples[kind][1]["causes"]
+                    known = bool(causes) and self.random.random() < 0.9
+                    repair = {"of": identity, "defect": causes[0]["defect"] if known else "", "text": "" if known else "焊点 / solder joint",
+                              "operator": "R3", "entered": (start + datetime.timedelta(minutes=5)).isoformat(timespec="milliseconds")}
                     kind, start = ("healthy" if self.random.random() < 0.85 else kind), start + datetime.timedelta(minutes=7)
                     station = self.random.choice(STATIONS)
         shutil.rmtree(self.path("samples"))
@@ -172,12 +209,11 @@ class Line:
 
     # ---- the station ----
 
-    def serve(self, journals, port, pace):
-        environment = dict(os.environ, PACE=pace)
+    def serve(self, journals, port, who):
         self.process = subprocess.Popen(
-            [f"{self.build}/q7-station", "serve", "--listen", f"127.0.0.1:{port}", "--station", "3L02", "--operator", "W1032",
+            [f"{self.build}/q7-station", "serve", "--listen", f"127.0.0.1:{port}", "--station", "3L02", *who,
              "--plans", self.path("plans"), "--journals", self.path(journals), "--dictionaries", self.path("dictionaries"), *self.words()],
-            stdout=subprocess.PIPE, text=True, env=environment,
+            stdout=subprocess.PIPE, text=True,
             start_new_session=True)  # Ctrl-C of the terminal ends it through us, when its board has ended
         self.url = self.process.stdout.readline().strip()
         return bool(self.url)
@@ -249,10 +285,13 @@ def main():
         line.board("healthy")
         line.dictionary()
         line.history()
-        if not line.serve("journals", options.port, f"--pace {options.pace}"):
+        if not line.serve("journals", options.port, ["--people", line.path("people.toml")]):
             return 1
+        line.prove("journals")
+        line.pace(f"--pace {options.pace}")
         print(f"{line.url}          the station; its plan takes serial numbers like 45270-2648-0001\n"
-              f"{line.url}board     a board: scan, or type a serial number and Enter\n{line.url}yield     the yield of the week\n"
+              f"{line.url}board     a board: scan, or type a serial number and Enter\n{line.url}yield     the yield of the week; {line.url}states the legend\n"
+              f"badges: operator B-1032, supervisor {SUPERVISOR}, repairer {REPAIRER}\n"
               "Ctrl-C ends the demonstration.", flush=True)
         if options.arrive:
             threading.Thread(target=line.arrive, daemon=True).start()

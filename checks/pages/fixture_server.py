@@ -52,6 +52,8 @@ class Handler(http.server.SimpleHTTPRequestHandler):
                     time.sleep(0.02)
             except OSError:
                 pass
+        elif path == "/api/yield" and "item=none" in query:
+            self.reply(json.dumps(states.empty_yield()).encode())
         elif path in ("/api/board", "/api/attempt", "/api/yield", "/api/list"):
             name = path[5:] + ".json"
             with open(os.path.join(here, name), "rb") as file:

@@ -1,6 +1,8 @@
 """States of the Station page, one for each picture: what the server would send."""
 
 import copy
+import json
+import os
 
 STEPS = ["buzzer", "panel", "network", "alarm", "rtc", "usb", "sata", "rs485", "info"]
 SECONDS = [3.3, 11.1, 12.0, 10.1, 2.4, 1.9, 1.0, 6.0, 0.2]
@@ -200,6 +202,59 @@ def locked():
     return state
 
 
+def proof_due():
+    state = locked()
+    state.update(locked=["proof-boards"], proof={"number": "P-0232", "time": "2026-11-23T07:52:00.000+08:00", "state": "boards-due",
+                                                 "next": {"serial": "45270-0000-0002", "verdict": "fail"}})
+    return state
+
+
+def proof_failed():
+    state = proof_due()
+    state.update(locked=["proof-failed"])
+    state["proof"].update(state="failed", next=None)
+    return state
+
+
+def asking():
+    state = waiting()
+    state.update(phase="asking", attempt=dict(attempt("45270-2648-0412", 1, 87), id=None))
+    return state
+
+
+def refused():
+    state = asking()
+    state.update(phase="refused", factory={"refused": "工单 WO-1123 已经关上；this work order is closed", "problem": "status 1"})
+    return state
+
+
+def supervised():
+    state = waiting()
+    state.update(supervisor="S7", mark="trial")
+    return state
+
+
+def reference_failed():
+    state = failed()
+    state["attempt"]["mark"] = state["verdict"]["mark"] = "reference"
+    state["proof"].update(state="good", next=None)
+    return state
+
+
+def reference_passed():
+    state = passed()
+    state["attempt"]["mark"] = state["verdict"]["mark"] = "reference"
+    state["verdict"]["scan_out"] = None
+    state["proof"].update(state="boards-due", next={"serial": "45270-0000-0002", "verdict": "fail"})
+    return state
+
+
+def first_board():
+    state = waiting()
+    state["last"] = None
+    return state
+
+
 def keys():
     state = running()
     state["progress"] = {"step": "panel", "elapsed": 5, "left": 43, "over": 0, "silent": 0}
@@ -239,8 +294,18 @@ def long_check():
 
 ALL = {"1-waiting": waiting, "2-running": running, "3-question": question, "4-pass": passed, "5-fail": failed,
        "6-not-proven": not_proven, "9-fail-en": failed_twice, "10-phone": running, "long-check": long_check, "no-dictionary": no_dictionary, "incomplete": incomplete,
+       "proof-due": proof_due, "proof-failed": proof_failed, "asking": asking, "refused": refused, "supervised": supervised,
+       "reference-failed": reference_failed, "reference-passed": reference_passed, "first-board": first_board,
        "sign-in": signing_in, "locked": locked, "keys": keys, "question-keys": question_keys,
        "last-fail": lambda: last_of("fail"), "last-not-proven": lambda: last_of("not-proven"), "last-incomplete": lambda: last_of("incomplete")}
+
+
+def empty_yield():
+    with open(os.path.join(os.path.dirname(__file__), "yield.json"), encoding="utf-8") as file:
+        found = json.load(file)
+    found["totals"] = {name: 0 for name in found["totals"]}
+    found.update(series={"by": "day", "rows": [], "low": None}, drift={"days": [], "rows": []}, items=[])
+    return found
 
 
 def state(name):

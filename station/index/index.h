@@ -23,6 +23,9 @@ enum class Added {
 struct Filter {
     int from_day = 0, to_day = 0;
     std::string model, station, plan_hash;
+    // Yields, failing items and causes count as if nothing else than this item could fail. Other
+    // answers do not look at it.
+    std::string item = {};
 };
 
 // Boards by their first attempt ever: of production and not INCOMPLETE, at any station and under
@@ -67,6 +70,8 @@ struct MeasuredFact {
 struct Behind {
     std::string first = {}, final = {};  // verdicts; "not PASS" = any other than PASS
     std::string item = {};
+    std::string without_item = {};  // did not fail first at this item,
+    bool or_passed_later = false;   // or did, and their latest attempt passed
     std::string cause = {};
     bool cause_unknown = false;
     std::string fact = {};  // with this value at the first attempt

@@ -68,6 +68,39 @@ std::string sum_where(const std::string& condition) {
     return "CAST(COALESCE(SUM(CASE WHEN " + condition + " THEN boards END), 0) AS BIGINT)";
 }
 
+// Boards whose first attempt failed first at the filter's item.
+Where boards_at_item(const Filter& filter) {
+    Where where;
+    restrict_to(where, filter);
+    where.add("verdict <> 'PASS'");
+    where.add("item = ?", filter.item);
+    return where;
+}
+
+// Leaves of the failures those at the filter's item.
+void keep_item(Database& database, const std::string& column, const Filter& filter,
+               std::map<std::string, Yield>& groups) {
+    for (auto& [key, yield] : groups) {
+        yield.first_pass = yield.final_pass = yield.boards;
+        yield.first_fail = yield.first_not_proven = 0;
+    }
+    const Where where = boards_at_item(filter);
+    select<Text, Integer, Integer, Integer>(
+        database,
+        "SELECT CAST(" + column
+            + " AS TEXT), CAST(COUNT(*) AS BIGINT),"
+              " CAST(SUM(CASE WHEN verdict = 'FAIL' THEN 1 ELSE 0 END) AS BIGINT),"
+              " CAST(SUM(CASE WHEN final <> 'PASS' THEN 1 ELSE 0 END) AS BIGINT) FROM boards"
+            + where.text() + " GROUP BY 1",
+        where.values(), [&](Text& key, Integer count, Integer fail, Integer not_final) {
+            Yield& yield = groups[key];
+            yield.first_pass -= count;
+            yield.first_fail = fail;
+            yield.first_not_proven = count - fail;
+            yield.final_pass -= not_final;
+        });
+}
+
 // The yields under the values of a column, in its order.
 std::map<std::string, Yield> yields(Database& database, const std::string& column,
                                     const Filter& filter) {
@@ -98,6 +131,7 @@ std::map<std::string, Yield> yields(Database& database, const std::string& colum
             yield.reference = reference;
             yield.trial = trial;
         });
+    if (!filter.item.empty()) keep_item(database, column, filter, groups);
     return groups;
 }
 
@@ -318,7 +352,8 @@ std::vector<Yield> Index::yield_by(By by, const Filter& filter) {
 }
 
 std::vector<FailingItem> Index::failing_items(const Filter& filter) {
-    const Where where = tallies_of("item", filter);
+    Where where = tallies_of("item", filter);
+    where.add_if("name = ?", filter.item);
     auto list = all<FailingItem, Text, Integer, Integer>(
         *database_,
         "SELECT name, " + sum_where("verdict = 'FAIL'") + ", " + sum_where("verdict <> 'FAIL'")
@@ -331,19 +366,23 @@ std::vector<FailingItem> Index::failing_items(const Filter& filter) {
 }
 
 std::vector<LikelyCause> Index::likely_causes(const Filter& filter) {
-    const Where where = tallies_of("cause", filter);
+    const bool of_item = !filter.item.empty();
+    const Where where = of_item ? boards_at_item(filter) : tallies_of("cause", filter);
     std::map<std::string, LikelyCause> causes;
-    select<Text, Text, Integer>(*database_,
-                                "SELECT name, station, " + kSum + " FROM tallies" + where.text()
-                                    + " GROUP BY name, station HAVING SUM(boards) <> 0",
-                                where.values(), [&](Text& defect, Text& station, Integer count) {
-                                    LikelyCause& cause = causes[defect];
-                                    cause.defect = defect;
-                                    cause.boards += count;
-                                    if (count <= cause.boards_there) return;
-                                    cause.station = station;
-                                    cause.boards_there = count;
-                                });
+    select<Text, Text, Integer>(
+        *database_,
+        of_item ? "SELECT cause, station, CAST(COUNT(*) AS BIGINT) FROM boards" + where.text()
+                      + " GROUP BY cause, station"
+                : "SELECT name, station, " + kSum + " FROM tallies" + where.text()
+                      + " GROUP BY name, station HAVING SUM(boards) <> 0",
+        where.values(), [&](Text& defect, Text& station, Integer count) {
+            LikelyCause& cause = causes[defect];
+            cause.defect = defect;
+            cause.boards += count;
+            if (count <= cause.boards_there) return;
+            cause.station = station;
+            cause.boards_there = count;
+        });
     std::vector<LikelyCause> list;
     list.reserve(causes.size());
     for (auto& [defect, cause] : causes)
@@ -379,6 +418,10 @@ std::vector<BoardLine> Index::boards(const Filter& filter, const Behind& behind)
     const bool by_cause = !behind.cause.empty() || behind.cause_unknown;
     if (!behind.item.empty() || by_cause) where.add("verdict <> 'PASS'");
     where.add_if("item = ?", behind.item);
+    if (!behind.without_item.empty())
+        where.add(std::string("NOT (verdict <> 'PASS' AND item = ?")
+                      + (behind.or_passed_later ? " AND final <> 'PASS')" : ")"),
+                  behind.without_item);
     if (by_cause) where.add("cause = ?", behind.cause_unknown ? std::string() : behind.cause);
     if (!behind.fact.empty()) {
         where.add("EXISTS (SELECT 1 FROM measurements m WHERE m.attempt = first AND m.value = "

@@ -7,9 +7,13 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <set>
 #include <system_error>
 
+#include "station/hooks.h"
 #include "station/text.h"
+#include "station/web/record.h"
+#include "station/web/repairs.h"
 #include "station/web/server.h"
 
 namespace station::web {
@@ -20,7 +24,7 @@ using nlohmann::json;
 using std::chrono::duration_cast;
 using std::chrono::seconds;
 
-constexpr seconds kRefusalShown{5}, kProbeEvery{5};
+constexpr seconds kRefusalShown{5}, kProbeEvery{5}, kProofReadEvery{1}, kSupervised{60};
 constexpr std::size_t kProbeBytes = 4096;
 
 struct Leaving {};  // thrown out of a run that the server leaves
@@ -50,12 +54,13 @@ std::string probe(const fs::path& folder) {
     return written ? "" : storage_problem(error);
 }
 
-// The latest journal of the station; empty = none.
+// The latest journal of the station, those of simulated boards aside; empty = none.
 fs::path latest_journal(const fs::path& folder, const std::string& station) {
+    const std::set<std::string> simulated = simulated_attempts(folder, station);
     fs::path latest;
     for (const fs::path& path : journals_in(folder)) {
-        const std::string name = path.filename().string();
-        if (name.starts_with(station + "-")) latest = path;
+        const std::string name = path.stem().string();
+        if (name.starts_with(station + "-") && !simulated.contains(name)) latest = path;
     }
     return latest;
 }
@@ -114,7 +119,8 @@ Controller::Controller(ControllerSetup setup, Records records, std::function<voi
     : setup_(std::move(setup)),
       records_(std::move(records)),
       changed_(std::move(changed)),
-      operator_id_(setup_.people.empty() ? setup_.operator_id : "") {
+      operator_id_(setup_.people.empty() ? setup_.operator_id : ""),
+      factory_(setup_.before, setup_.after) {
     const std::lock_guard lock(mutex_);
     plan_ = setup_.plans.front().plan;
     const fs::path latest = latest_journal(setup_.journals, setup_.station);
@@ -130,10 +136,12 @@ Controller::~Controller() {
 
 json Controller::state() {
     const std::lock_guard lock(mutex_);
-    const std::vector<std::string> locked = locks();
+    const std::vector<std::string> locked = locks(*plan_, next_mark_);
     const bool live = phase_ == Phase::running || phase_ == Phase::storing;
-    const bool shows_run = phase_ != Phase::waiting;
+    const bool shows_run = live || phase_ == Phase::verdict;
+    const bool shows_last = phase_ == Phase::waiting || phase_ == Phase::refused;
     const bool refused = !refusal_.empty() && Clock::now() - refused_at_ < kRefusalShown;
+    const std::string problem = factory_.problem();
     std::string board = "idle";
     if (phase_ == Phase::verdict) board = "connected";
     if (live) board = run_.connected ? "connected" : "lost";
@@ -141,13 +149,15 @@ json Controller::state() {
             {"now", now_iso()},
             {"station", setup_.station},
             {"operator", operator_id_.empty() ? json() : json(operator_id_)},
-            {"proof", ask(records_.proof, json())},
+            {"supervisor", supervised() ? json(supervisor_) : json()},
+            {"mark", next_mark_.empty() ? json("production") : json(next_mark_)},
+            {"proof", proof_json()},
             {"unsent", ask(records_.unsent, std::size_t{0})},
             {"database", ask(records_.database, true)},
             {"board", board},
             {"phase", phase_name(!locked.empty())},
             {"locked", locked},
-            {"attempt", shows_run ? about_ : json()},
+            {"attempt", phase_ == Phase::waiting ? json() : about_},
             {"plan", plan_json(*plan_)},
             {"steps", shows_run ? run_.steps : idle_steps(*plan_, learned_)},
             {"progress", live ? progress() : json()},
@@ -155,16 +165,21 @@ json Controller::state() {
             {"answers", shows_run ? run_.answers : json::object()},
             {"question", question()},
             {"verdict", phase_ == Phase::verdict ? verdict_ : json()},
-            {"last", phase_ == Phase::waiting ? last_ : json()},
-            {"refusal", refused ? json{{"code", refusal_}} : json()}};
+            {"last", shows_last ? last_ : json()},
+            {"refusal", refused ? json{{"code", refusal_}} : json()},
+            {"factory",
+             {{"refused", phase_ == Phase::refused ? json(refused_words_) : json()},
+              {"problem", problem.empty() ? json() : json(problem)}}}};
 }
 
 // What the stage shows. A verdict stays, whatever keeps the next board from being started.
 std::string Controller::phase_name(bool is_locked) const {
+    if (phase_ == Phase::asking) return "asking";
     if (phase_ == Phase::running) return "running";
     if (phase_ == Phase::storing) return "storing";
     if (phase_ == Phase::verdict) return "verdict";
     if (!problem_.empty()) return "locked";
+    if (phase_ == Phase::refused) return "refused";
     if (operator_id_.empty()) return "sign-in";
     return is_locked ? "locked" : "waiting";
 }
@@ -197,18 +212,73 @@ json Controller::question() const {
             {"left", std::max(0, static_cast<int>(due.seconds_left - since))}};
 }
 
-// What keeps a new attempt from being started.
-std::vector<std::string> Controller::locks() {
+// What keeps a new attempt from being started. Reference boards and trial runs release nothing: they
+// need no proof.
+std::vector<std::string> Controller::locks(const Plan& plan, const std::string& mark) {
     std::vector<std::string> reasons;
-    if (phase_ == Phase::running || phase_ == Phase::storing) return reasons;
+    if (phase_ == Phase::asking || phase_ == Phase::running || phase_ == Phase::storing)
+        return reasons;
     if (!probed_at_ || Clock::now() - *probed_at_ > kProbeEvery) {
         problem_ = probe(setup_.journals);
         probed_at_ = Clock::now();
     }
     if (!problem_.empty()) reasons.push_back(problem_);
-    if (setup_.needs_proof && ask(records_.proof, json()).is_null())
-        reasons.emplace_back("no-proof");
+    const std::string missing = mark.empty() || mark == "production" ? proof_lock(plan) : "";
+    if (!missing.empty()) reasons.push_back(missing);
     return reasons;
+}
+
+// ---- the proof of the shift ----
+
+// Read again each second: `prove` writes it in another process.
+const std::optional<Proof>& Controller::proof_of(const Plan& plan) {
+    const bool is_fresh = proof_read_at_ && Clock::now() - *proof_read_at_ < kProofReadEvery;
+    if (is_fresh && proof_plan_ == plan.sha256) return proof_;
+    proof_ = latest_proof(setup_.journals, setup_.station, plan.sha256,
+                          shift_begin(setup_.shifts, seconds_since_1970()));
+    proof_plan_ = plan.sha256;
+    proof_read_at_ = Clock::now();
+    return proof_;
+}
+
+// Why production with this plan is locked; empty = it is not.
+std::string Controller::proof_lock(const Plan& plan) {
+    const bool is_wanted = setup_.needs_proof || !plan.references.empty();
+    switch (state_of(proof_of(plan), plan)) {
+    case ProofState::none:
+        return is_wanted ? "no-proof" : "";
+    case ProofState::failed:
+        return "proof-failed";
+    case ProofState::boards_due:
+        return "proof-boards";
+    case ProofState::good:
+        break;
+    }
+    return "";
+}
+
+json Controller::proof_json() {
+    const std::optional<Proof>& proof = proof_of(*plan_);
+    if (!proof) return nullptr;
+    static constexpr const char* kStates[] = {"none", "failed", "boards-due", "good"};
+    const ReferenceBoard* const next = next_reference(*proof, *plan_);
+    return {{"number", proof->number},
+            {"time", proof->at},
+            {"state", kStates[static_cast<std::size_t>(state_of(proof, *plan_))]},
+            {"next", next == nullptr
+                         ? json()
+                         : json{{"serial", next->serial}, {"verdict", state_name(next->verdict)}}}};
+}
+
+// The verdict of a reference board becomes part of the proof.
+void Controller::note_proof(const Judgement& judgement) {
+    if (judgement.identity.mark != "reference") return;
+    proof_read_at_.reset();
+    std::optional<Proof> proof = proof_of(*plan_);
+    if (!proof || proof->number != judgement.identity.shift) return;
+    note_reference(setup_.journals, *proof, *plan_, judgement.identity.serial,
+                   judgement.identity.id, name_of(judgement.verdict));
+    proof_read_at_.reset();
 }
 
 // ---- scans, answers, stop ----
@@ -230,7 +300,7 @@ void Controller::scan(const std::string& text) {
 }
 
 void Controller::take_scan(const std::string& text) {
-    if (phase_ == Phase::running || phase_ == Phase::storing)
+    if (phase_ == Phase::asking || phase_ == Phase::running || phase_ == Phase::storing)
         throw Refusal(409, run_.due.empty() ? "running" : "question");
     if (const auto person = find_badge(setup_.people, text)) return sign_in(*person);
     const bool release_due =
@@ -244,19 +314,76 @@ void Controller::take_scan(const std::string& text) {
     if (operator_id_.empty()) throw Refusal(409, "sign-in");
     if (release_due) return scan_out(text);
     probed_at_.reset();
-    if (!locks().empty()) throw Refusal(409, "locked");
-    if (supervised_serial_ != text
+    const std::string mark = mark_of(loaded->plan, text);
+    if (!locks(loaded->plan, mark).empty()) {
+        leave_verdict();
+        plan_ = loaded->plan;  // the stage says what this plan lacks
+        throw Refusal(409, "locked");
+    }
+    if (mark == "production" && supervised_serial_ != text
         && ask(records_.wants_supervisor, false, text, loaded->plan.model))
         throw Refusal(409, "supervisor");
-    begin(text);
+    begin(text, *loaded, mark);
+}
+
+// A reference board is known by its serial number; a trial run is marked by a supervisor.
+std::string Controller::mark_of(const Plan& plan, const std::string& serial) const {
+    if (reference_of(plan, serial) != nullptr) return "reference";
+    return next_mark_.empty() || !supervised() ? "production" : next_mark_;
+}
+
+// The verdict moves to the place of the last board's.
+void Controller::leave_verdict() {
+    if (phase_ != Phase::verdict) return;
+    last_ = {{"verdict", verdict_.at("verdict")}, {"id", about_.at("id")},
+             {"serial", about_.at("serial")},     {"number", about_.at("number")},
+             {"time", verdict_.at("end")},        {"released", false}};
+    phase_ = Phase::waiting;
+}
+
+bool Controller::supervised() const {
+    return !supervisor_.empty() && Clock::now() - supervised_at_ < kSupervised;
 }
 
 void Controller::sign_in(const Person& person) {
-    if (!person.supervisor) {
-        operator_id_ = person.name;
-        return;
-    }
+    if (person.role == Role::repairs) throw Refusal(409, "badge");
+    if (operator_id_.empty() || person.role == Role::operates) operator_id_ = person.name;
+    if (person.role != Role::supervises) return;
+    supervisor_ = person.name;
+    supervised_at_ = Clock::now();
+    next_mark_.clear();
     if (phase_ == Phase::verdict) supervised_serial_ = about_.at("serial");
+}
+
+void Controller::mark(const std::string& mark) {
+    if (mark != "production" && mark != "trial") throw Refusal(400, "missing-mark");
+    {
+        const std::lock_guard lock(mutex_);
+        if (!supervised()) throw Refusal(409, "supervisor");
+        next_mark_ = mark == "trial" ? mark : "";
+        supervised_at_ = Clock::now();
+    }
+    changed_();
+}
+
+void Controller::repair(const std::string& of, const std::string& defect, const std::string& text,
+                        const std::string& badge) {
+    const Journal journal = read_journal(journal_of(setup_.journals, of));
+    if (!journal.ended || judge(journal).verdict == Verdict::pass) throw Refusal(409, "not-failed");
+    if (defect.empty() && text.empty()) throw Refusal(400, "missing-text");
+    const std::lock_guard lock(mutex_);
+    std::string who = operator_id_;
+    if (!setup_.people.empty()) {
+        const auto person = find_badge(setup_.people, badge);
+        if (!person || person->role == Role::operates) throw Refusal(409, "badge");
+        who = person->name;
+    }
+    try {
+        enter_repair(setup_.journals, journal.identity.serial, {of, defect, text, who, now_iso()});
+    } catch (const std::system_error& error) {
+        problem_ = storage_problem(error.code().value());
+        throw Refusal(409, "locked");
+    }
 }
 
 // The board leaves with the serial number it came with, or two boards were swapped.
@@ -330,49 +457,76 @@ AttemptSetup Controller::attempt_setup(const LoadedPlan& loaded) const {
     return setup;
 }
 
-void Controller::begin(const std::string& serial) {
-    const LoadedPlan& loaded = *plan_of(serial);
+void Controller::begin(const std::string& serial, const LoadedPlan& loaded,
+                       const std::string& mark) {
     AttemptSetup setup = attempt_setup(loaded);
     const int number = ask(records_.next_attempt, 0, serial, loaded.plan.model);
     setup.identity.serial = serial;
+    setup.identity.model = loaded.plan.model;
     setup.identity.operator_id = operator_id_;
     setup.identity.station = setup_.station;
-    setup.identity.mark = mark_;
+    setup.identity.mark = mark;
+    if (mark == "trial") setup.identity.marked_by = supervisor_;
     if (number > 0) setup.identity.attempt = number;
-    const json proof = ask(records_.proof, json());
-    if (proof.is_object()) setup.identity.shift = proof.at("number");
+    if (const std::optional<Proof>& proof = proof_of(loaded.plan))
+        setup.identity.shift = proof->number;
     if (records_.serials_of_address)
         setup.serials_of_address = [this, serial](const std::string& address) {
             return records_.serials_of_address(address, serial);
         };
+    about_ = {{"id", nullptr},
+              {"serial", serial},
+              {"number", std::max(1, number)},
+              {"provisional", number == 0 || ask(records_.unsent, std::size_t{0}) > 0},
+              {"mark", mark}};
+    if (factory_.is_asked()) {
+        leave_verdict();
+        plan_ = loaded.plan;
+        phase_ = Phase::asking;
+        return launch([this, setup] { ask_factory(setup); });
+    }
+    open(std::move(setup));
+    launch([this] { run(); });
+}
+
+// Throws Refusal where nothing can be stored.
+void Controller::open(AttemptSetup setup) {
+    const Plan plan = setup.plan;
+    const std::string serial = setup.identity.serial;
     try {
+        setup.repairs = waiting_repairs(setup_.journals, serial);
+        const std::vector<Repair> repairs = setup.repairs;
         auto attempt = std::make_unique<Attempt>(std::move(setup));
+        forget_repairs(setup_.journals, serial, repairs);
         supervised_serial_.clear();
-        about_ = {{"id", attempt->id()},
-                  {"serial", serial},
-                  {"number", std::max(1, number)},
-                  {"provisional", number == 0 || ask(records_.unsent, std::size_t{0}) > 0}};
-        launch(std::move(attempt), loaded.plan, Clock::now());
+        supervisor_.clear();
+        next_mark_.clear();
+        about_["id"] = attempt->id();
+        take_up(std::move(attempt), plan);
     } catch (const std::system_error& error) {
         problem_ = storage_problem(error.code().value());
+        probed_at_ = Clock::now();
+        phase_ = Phase::waiting;
         throw Refusal(409, "locked");
     }
 }
 
-void Controller::launch(std::unique_ptr<Attempt> attempt, const Plan& plan,
-                        Clock::time_point started) {
-    if (runner_.joinable()) runner_.join();
+void Controller::take_up(std::unique_ptr<Attempt> attempt, const Plan& plan) {
     attempt_ = std::move(attempt);
     journal_ = attempt_->journal_path();
     plan_ = plan;
     run_ = Run();
     run_.steps = idle_steps(plan, learned_);
-    run_.started = started;
-    run_.latest_event = Clock::now();
+    run_.started = run_.latest_event = Clock::now();
     verdict_ = nullptr;
     last_ = nullptr;
     phase_ = Phase::running;
-    runner_ = std::thread([this] { run(); });
+}
+
+// The thread before has done its work: whoever comes here saw the phase that it left.
+void Controller::launch(std::function<void()> work) {
+    if (runner_.joinable()) runner_.join();
+    runner_ = std::thread(std::move(work));
 }
 
 // Goes on where the server was killed: with a run, or with the verdict of one.
@@ -384,14 +538,16 @@ void Controller::restore(const fs::path& path) {
     about_ = {{"id", identity.id},
               {"serial", identity.serial},
               {"number", identity.attempt.value_or(1)},
-              {"provisional", !identity.attempt}};
+              {"provisional", !identity.attempt},
+              {"mark", identity.mark}};
     journal_ = path;
     plan_ = loaded.plan;
-    mark_ = "production";
+    forget_repairs(setup_.journals, identity.serial, journal.repairs);
     if (operator_id_.empty()) operator_id_ = identity.operator_id;
     if (!journal.ended) {
         try {
-            launch(Attempt::resume(path, attempt_setup(loaded)), loaded.plan, Clock::now());
+            take_up(Attempt::resume(path, attempt_setup(loaded)), loaded.plan);
+            launch([this] { run(); });
         } catch (const std::exception& error) {
             std::fprintf(stderr, "q7-station: %s\n", error.what());
             phase_ = Phase::waiting;
@@ -399,16 +555,22 @@ void Controller::restore(const fs::path& path) {
         return;
     }
     const Evidence evidence = take_evidence(journal);
-    learn(evidence);
     const Judgement judgement = judge(journal, evidence, loaded.plan);
+    if (identity.mark == "production") learn(evidence);
     run_.facts = facts_json(loaded.plan, evidence);
     run_.answers = answers_json(journal, {});
     run_.steps = judged_steps(loaded.plan, evidence, judgement, learned_);
-    show_verdict(journal, judgement,
-                 {{"journal", true},
-                  {"judgement", fs::exists(judgement_path(path))},
-                  {"database", "committed"},
-                  {"unsent", ask(records_.unsent, std::size_t{0})}});
+    try {
+        show_verdict(journal, judgement, store(path, journal, evidence, judgement));
+    } catch (const std::system_error& error) {
+        problem_ = storage_problem(error.code().value());
+        probed_at_ = Clock::now();
+        std::fprintf(stderr, "q7-station: %s\n", error.what());
+        return;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "q7-station: %s\n", error.what());
+        return;
+    }
     const bool released =
         std::any_of(journal.remarks.begin(), journal.remarks.end(),
                     [](const Remark& remark) { return remark.kind == "scan-out"; });
@@ -417,6 +579,26 @@ void Controller::restore(const fs::path& path) {
              {"serial", identity.serial}, {"number", identity.attempt.value_or(1)},
              {"time", journal.end_at},    {"released", true}};
     phase_ = Phase::waiting;
+}
+
+void Controller::ask_factory(AttemptSetup setup) {
+    const auto words = factory_.refusal(start_question(setup.identity, setup.plan.sha256));
+    bool begun = false;
+    {
+        const std::lock_guard lock(mutex_);
+        if (leaving_) return;
+        refused_words_ = words.value_or("");
+        phase_ = Phase::refused;
+        try {
+            if (!words) open(std::move(setup));
+            begun = !words;
+        } catch (const Refusal& refused) {
+            refusal_ = refused.what();
+            refused_at_ = Clock::now();
+        }
+    }
+    changed_();
+    if (begun) run();
 }
 
 void Controller::run() {
@@ -451,24 +633,37 @@ void Controller::finish(const Judgement& judgement) {
     changed_();
     const Journal journal = read_journal(path);
     const Evidence evidence = take_evidence(journal);
-    json object = to_json(judgement);
-    object["causes"] = ask(records_.causes, json::array(), judgement, evidence);
-    add_for_index(object, journal, evidence);
-    write_file(judgement_path(path), object.dump() + "\n");
-    Records::Stored stored{true, 0};
-    if (records_.store) stored = records_.store(object);
+    json stored = store(path, journal, evidence, judgement);
     const std::lock_guard lock(mutex_);
-    if (judgement.verdict == Verdict::pass) learn(evidence);
+    if (judgement.verdict == Verdict::pass && judgement.identity.mark == "production")
+        learn(evidence);
     run_.facts = facts_json(*plan_, evidence);
     run_.answers = answers_json(journal, {});
     run_.steps = judged_steps(*plan_, evidence, judgement, learned_);
     run_.due.clear();
-    show_verdict(journal, judgement,
-                 {{"journal", true},
-                  {"judgement", true},
-                  {"database", stored.committed ? "committed" : "spooled"},
-                  {"unsent", stored.unsent}});
-    verdict_["causes"] = object["causes"];
+    note_proof(judgement);
+    show_verdict(journal, judgement, std::move(stored));
+    factory_.tell(read_file(judgement_path(path).string()));
+}
+
+// Writes the judgement with all that the index wants of it, where it is not there yet, and hands it
+// to the database, which takes it once. Throws where nothing can be written.
+json Controller::store(const fs::path& path, const Journal& journal, const Evidence& evidence,
+                       const Judgement& judgement) const {
+    const fs::path file = judgement_path(path);
+    json object = fs::exists(file) ? json::parse(read_file(file.string()), nullptr, false) : json();
+    if (!object.is_object() || !object.contains("drift")) {
+        object = to_json(judgement);
+        object["causes"] = ask(records_.causes, json::array(), judgement, evidence);
+        add_for_index(object, journal, evidence);
+        write_file(file, object.dump() + "\n");
+    }
+    Records::Stored stored{true, 0};
+    if (records_.store) stored = records_.store(object);
+    return {{"journal", true},
+            {"judgement", true},
+            {"database", stored.committed ? "committed" : "spooled"},
+            {"unsent", stored.unsent}};
 }
 
 void Controller::show_verdict(const Journal& journal, const Judgement& judgement, json stored) {

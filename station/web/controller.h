@@ -16,6 +16,8 @@
 #include <vector>
 
 #include "station/attempt.h"
+#include "station/proof.h"
+#include "station/web/factory.h"
 #include "station/web/people.h"
 #include "station/web/state.h"
 
@@ -48,8 +50,6 @@ struct Records {
     std::function<Stored(const nlohmann::json& judgement)> store;
     std::function<std::size_t()> unsent;
     std::function<bool()> database;
-    // The shift's proof {number, time}, or null.
-    std::function<nlohmann::json()> proof;
     std::function<std::vector<std::string>(const std::string& address, const std::string& serial)>
         serials_of_address;
 };
@@ -61,7 +61,9 @@ struct ControllerSetup {
     BoardWords board;
     std::vector<Person> people;  // nobody: `operator_id` works there
     std::string operator_id;
-    bool needs_proof = false;
+    bool needs_proof = false;  // for plans without reference boards, too
+    Shifts shifts{0};
+    std::string before, after;  // the factory's own commands; empty = none
 };
 
 class Controller : private AttemptWatcher {
@@ -81,10 +83,15 @@ class Controller : private AttemptWatcher {
     void answer(const std::string& attempt, const std::string& serial, const std::string& question,
                 const std::string& answer);
     void stop(const std::string& attempt);
+    // What the next attempt is for; within a minute of a supervisor's badge.
+    void mark(const std::string& mark);
+    // Keeps what was repaired after the attempt `of`, which did not pass, for the next one.
+    void repair(const std::string& of, const std::string& defect, const std::string& text,
+                const std::string& badge);
 
   private:
     using Clock = std::chrono::steady_clock;
-    enum class Phase : unsigned char { waiting, running, storing, verdict };
+    enum class Phase : unsigned char { waiting, asking, refused, running, storing, verdict };
 
     // What a run has shown so far; made by the thread that runs it.
     struct Run {
@@ -101,11 +108,21 @@ class Controller : private AttemptWatcher {
     void take_scan(const std::string& text);
     void sign_in(const Person& person);
     void scan_out(const std::string& text);
-    void begin(const std::string& serial);
-    void launch(std::unique_ptr<Attempt> attempt, const Plan& plan, Clock::time_point started);
+    void begin(const std::string& serial, const LoadedPlan& loaded, const std::string& mark);
+    void open(AttemptSetup setup);
+    void take_up(std::unique_ptr<Attempt> attempt, const Plan& plan);
+    void launch(std::function<void()> work);
+    void leave_verdict();
+    [[nodiscard]] std::string mark_of(const Plan& plan, const std::string& serial) const;
+    [[nodiscard]] bool supervised() const;
+    [[nodiscard]] const std::optional<Proof>& proof_of(const Plan& plan);
+    [[nodiscard]] nlohmann::json proof_json();
+    [[nodiscard]] std::string proof_lock(const Plan& plan);
     void restore(const std::filesystem::path& journal);
+    [[nodiscard]] nlohmann::json store(const std::filesystem::path& path, const Journal& journal,
+                                       const Evidence& evidence, const Judgement& judgement) const;
     void show_verdict(const Journal& journal, const Judgement& judgement, nlohmann::json stored);
-    [[nodiscard]] std::vector<std::string> locks();
+    [[nodiscard]] std::vector<std::string> locks(const Plan& plan, const std::string& mark);
     [[nodiscard]] std::string phase_name(bool is_locked) const;
     [[nodiscard]] nlohmann::json progress() const;
     [[nodiscard]] nlohmann::json question() const;
@@ -114,7 +131,9 @@ class Controller : private AttemptWatcher {
     [[nodiscard]] AttemptSetup attempt_setup(const LoadedPlan& loaded) const;
 
     // In the thread that runs the attempt.
+    void ask_factory(AttemptSetup setup);
     void run();
+    void note_proof(const Judgement& judgement);
     void finish(const Judgement& judgement);
     void changed(const AttemptState& now) override;
     void tick() override;
@@ -137,8 +156,14 @@ class Controller : private AttemptWatcher {
     Clock::time_point refused_at_;
     Learned learned_;
     std::filesystem::path journal_;
-    std::string mark_ = "production";
-    std::optional<Clock::time_point> probed_at_;
+    std::string refused_words_;  // of the factory's command before the start
+    std::string supervisor_;     // whose badge was scanned at `supervised_at_`
+    std::string next_mark_;      // "trial", or empty
+    Clock::time_point supervised_at_;
+    std::optional<Clock::time_point> probed_at_, proof_read_at_;
+    std::optional<Proof> proof_;  // of the plan with this hash, as it was read
+    std::string proof_plan_;
+    Factory factory_;
 };
 
 }  // namespace station::web

@@ -8,12 +8,14 @@
 
 namespace station::web {
 
+enum class Role : unsigned char { operates, supervises, repairs };
+
 struct Person {
     std::string name, badge;
-    bool supervisor = false;
+    Role role = Role::operates;
 };
 
-// [[operator]] and [[supervisor]] tables, each with name and badge. Throws std::runtime_error:
+// [[operator]], [[supervisor]] and [[repairer]] tables, each with name and badge. Throws std::runtime_error:
 // "FILE: what". A supervisor's badge has 16 characters or more, so that nobody prints it from memory.
 std::vector<Person> read_people(const std::filesystem::path& file);
 

@@ -15,6 +15,10 @@ std::filesystem::path journal_of(const std::filesystem::path& journals, const st
 // One attempt with its transcript, as docs/api.md describes it.
 nlohmann::json attempt_json(const std::filesystem::path& journals, const std::string& id);
 
+// The same attempt as the Station page showed it: its states at `at` seconds after its start, each
+// with the facts that are new, and the verdict.
+nlohmann::json replay_json(const std::filesystem::path& journals, const std::string& id);
+
 // Every judgement of a serial number in the folder, oldest first.
 std::vector<nlohmann::json> judgements_of(const std::filesystem::path& journals,
                                           const std::string& serial);

@@ -5,6 +5,7 @@
 
 #include "station/text.h"
 #include "station/web/record.h"
+#include "station/web/repairs.h"
 #include "station/web/yield.h"
 
 namespace station::web {
@@ -145,6 +146,13 @@ json Archive::index_state() {
 
 json Archive::board(const std::string& serial) {
     json board = board_json(journals_, serial, history(serial));
+    board["repairs"] = json::array();
+    for (const Repair& one : waiting_repairs(journals_, serial))
+        board["repairs"].push_back({{"of", one.of},
+                                    {"defect", one.defect},
+                                    {"text", one.text},
+                                    {"operator", one.operator_id},
+                                    {"at", one.at}});
     board["index"] = index_state();
     return board;
 }

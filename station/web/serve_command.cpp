@@ -26,7 +26,7 @@ using namespace std::chrono_literals;
 
 struct ServeOptions {
     string listen = "127.0.0.1:8077", station, plans, journals = "journals", people, token_file,
-           operator_id, index, dictionaries;
+           operator_id, index, dictionaries, shifts = "00:00", before, after;
     bool needs_proof = false;
     std::vector<string> words;
 };
@@ -75,6 +75,9 @@ web::ControllerSetup make_setup(const ServeOptions& options) {
     if (!options.people.empty()) setup.people = web::read_people(options.people);
     setup.operator_id = options.operator_id;
     setup.needs_proof = options.needs_proof;
+    setup.shifts = parse_shifts(options.shifts);
+    setup.before = options.before;
+    setup.after = options.after;
     if (setup.people.empty() && setup.operator_id.empty())
         throw std::runtime_error("--people FILE, or --operator NAME where nobody signs in");
     return setup;
@@ -90,6 +93,10 @@ web::Backend make_backend(web::Controller& controller, web::Archive& archive,
         controller.answer(attempt, serial, question, answer);
     };
     backend.stop = [&](const string& attempt) { controller.stop(attempt); };
+    backend.mark = [&](const string& mark) { controller.mark(mark); };
+    backend.repair = [&](const string& of, const string& defect, const string& text,
+                         const string& badge) { controller.repair(of, defect, text, badge); };
+    backend.replay = [journals](const string& id) { return web::replay_json(journals, id); };
     backend.attempt = [journals](const string& id) { return web::attempt_json(journals, id); };
     backend.journal = [journals](const string& id) {
         return read_file(web::journal_of(journals, id).string());
@@ -160,7 +167,12 @@ void add_serve(CLI::App& app, int& status) {
     command->add_option("--operator", options->operator_id, "Who works there, without --people");
     command->add_option("--token-file", options->token_file, "Tokens to look and to operate");
     command->add_flag("--require-proof", options->needs_proof,
-                      "No board without a proof of the shift");
+                      "Lock plans without reference boards, too, until the shift is proven");
+    command->add_option("--shifts", options->shifts, "When shifts begin: 08:00,20:00")
+        ->capture_default_str();
+    command->add_option("--before", options->before,
+                        "The factory's command that may refuse a start");
+    command->add_option("--after", options->after, "The factory's command after a verdict");
     command
         ->add_option("words", options->words, "-- [CONNECTION...] q7-agent run [...] -- PROGRAM...")
         ->required();

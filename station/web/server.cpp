@@ -13,6 +13,7 @@ namespace {
 using nlohmann::json;
 
 constexpr std::size_t kLongestParameter = 256;
+constexpr std::size_t kLongestDefect = 4096;  // a change of the simulated board
 constexpr std::size_t kShortestToken = 16;
 
 Response refusal(int status, const std::string& code) {
@@ -95,11 +96,12 @@ std::string parameter(const Query& query, const std::string& name) {
     return found->second;
 }
 
-std::string member(const json& object, const std::string& name) {
+std::string member(const json& object, const std::string& name,
+                   std::size_t longest = kLongestParameter) {
     const auto found = object.find(name);
     if (found == object.end() || !found->is_string()) throw Refusal(400, "missing-" + name);
     auto text = found->get<std::string>();
-    if (text.size() > kLongestParameter) throw Refusal(400, "too-long");
+    if (text.size() > longest) throw Refusal(400, "too-long");
     return text;
 }
 
@@ -156,6 +158,8 @@ Response Server::get(const Request& request) const {
     if (path == "/api/events") return {200, "text/event-stream", "", {}, true};
     if (path == "/api/attempt")
         return as_json(there(backend_.attempt)(parameter(request.query, "id")));
+    if (path == "/api/replay")
+        return as_json(there(backend_.replay)(parameter(request.query, "id")));
     if (path == "/api/board")
         return as_json(there(backend_.board)(parameter(request.query, "serial")));
     if (path == "/api/yield") return as_json(there(backend_.yield)(request.query));
@@ -185,6 +189,11 @@ Response Server::post(const Request& request) const {
                                member(body, "question"), member(body, "answer"));
     else if (request.path == "/api/stop")
         there(backend_.stop)(member(body, "attempt"));
+    else if (request.path == "/api/mark")
+        there(backend_.mark)(member(body, "mark"));
+    else if (request.path == "/api/repair")
+        there(backend_.repair)(member(body, "of"), member(body, "defect", kLongestDefect),
+                               member(body, "text"), member(body, "badge"));
     else
         throw Refusal(404, "not-found");
     return as_json(json::object());

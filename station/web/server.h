@@ -31,6 +31,11 @@ struct Backend {
                        const std::string& question, const std::string& answer)>
         answer;
     std::function<void(const std::string& attempt)> stop;
+    std::function<void(const std::string& mark)> mark;
+    std::function<void(const std::string& of, const std::string& defect, const std::string& text,
+                       const std::string& badge)>
+        repair;
+    std::function<nlohmann::json(const std::string& id)> replay;
     std::function<nlohmann::json(const std::string& id)> attempt;
     std::function<std::string(const std::string& id)> journal;  // its bytes
     std::function<nlohmann::json(const std::string& serial)> board;

@@ -219,18 +219,32 @@ constexpr std::array<Kind, 7> kKinds{{{"first", "", ""},
                                       {"final-good", "", "PASS"},
                                       {"final-not", "", "not PASS"}}};
 
+// Under the filter of an item, what did not fail at it passed.
+void choose_item(index::Behind& behind, const std::string& item) {
+    if (item.empty()) return;
+    if (behind.first == "PASS" || behind.final == "PASS") {
+        behind.without_item = item;
+        behind.or_passed_later = behind.final == "PASS";
+        behind.first.clear();
+        behind.final.clear();
+    } else if (!behind.first.empty() || !behind.final.empty()) {
+        behind.item = item;
+    }
+}
+
 }  // namespace
 
 json yield_json(index::Index& index, const Query& query, const std::string& now) {
-    const index::Filter filter = filter_of(index, query, now);
+    index::Filter filter = filter_of(index, query, now);
+    json names = json::array();
+    for (const json& item : items_json(index, filter))
+        names.push_back(item.at("name"));
+    filter.item = value_of(query, "item");
     json plans = json::array();
     for (const index::PlanLine& plan : index.plans())
         if (std::find(plans.begin(), plans.end(), std::to_string(plan.revision)) == plans.end())
             plans.push_back(std::to_string(plan.revision));
-    json items = items_json(index, filter);
-    json names = json::array();
-    for (const json& item : items)
-        names.push_back(item.at("name"));
+    const index::Hits hits = index.cause_hits();
     const std::vector<std::string> models = index.models();
     const std::string plan = value_of(query, "plan");
     return {{"from", iso_day(filter.from_day)},
@@ -247,7 +261,8 @@ json yield_json(index::Index& index, const Query& query, const std::string& now)
             {"totals", totals_json(index, filter)},
             {"series", series_json(index, query, filter)},
             {"drift", drift_json(index, filter)},
-            {"items", items},
+            {"items", items_json(index, filter)},
+            {"repairs", {{"count", hits.repairs}, {"first_cause", hits.first_cause}}},
             {"causes", causes_json(index, filter)}};
 }
 
@@ -271,7 +286,6 @@ json list_json(index::Index& index, const Query& query, const std::string& now) 
     }
     index::Behind behind;
     behind.limit = kListed;
-    behind.item = value_of(query, "item");
     if (const auto cause = query.find("cause"); cause != query.end()) {
         behind.cause = cause->second;
         behind.cause_unknown = cause->second.empty();
@@ -286,6 +300,7 @@ json list_json(index::Index& index, const Query& query, const std::string& now) 
     } else {
         behind.first = kind->first;
         behind.final = kind->final;
+        choose_item(behind, value_of(query, "item"));
     }
     const bool by_final = kind != kKinds.end() && *kind->final != '\0';
     for (const index::BoardLine& one : index.boards(filter, behind))

@@ -1,7 +1,7 @@
 // The Board page: every attempt of a serial number, what changed between them, the transcript.
 
-import { el, fit, get, onLanguage, scanner, text, minute, shortId } from './common.js';
-import { stateSign } from './signs.js';
+import { el, fit, get, onLanguage, post, scanner, text, minute, shortId } from './common.js';
+import { sign, stateSign } from './signs.js';
 import { findingOf } from './reading.js';
 import { tabs } from './tabs.js';
 import { transcriptRows } from './transcript.js';
@@ -12,6 +12,7 @@ let chosen = null;     // the attempt whose transcript is shown, with it
 let unfold = false;
 let problem = null;
 let typed = '';
+let repair = null;     // the open dialog: {of, defect, text, badge, refused}
 
 async function load() {
   const serial = asked.get('serial');
@@ -51,7 +52,44 @@ function card(attempt, t) {
       el('b', { class: `word ${attempt.verdict}`, css: { color: `var(--${colour})` } }, t.verdicts[attempt.verdict]), el('span', { class: 'when' }, minute(attempt.time))),
     el('div', { class: 'what' }, summaryOf(attempt, t), attempt.same ? [t.comma.trim() === ',' ? ', ' : '，', el('b', {}, t.sameAsLast())] : ''),
     el('div', { class: 'lesser who' }, t.attemptLine(t.language === 'en' ? t.stationShort(attempt.station) : t.station(attempt.station), attempt.operator, attempt.shift)),
-    el('div', { class: 'lesser mono id' }, shortId(attempt.id)));
+    el('div', { class: 'lesser mono id' }, shortId(attempt.id), attempt.mark && attempt.mark !== 'production' ? el('b', { class: 'mark' }, t.marks[attempt.mark]) : ''),
+    repairsOf(attempt).map((one) => el('div', { class: 'repair' }, t.repair.done(repairWords(one, attempt, t), one.operator, one.waiting ? t.repair.waiting : minute(one.at)))));
+}
+
+// Repairs after an attempt stand in the next one, or wait for it.
+const repairsOf = (attempt) => [...board.attempts.flatMap((one) => one.repairs ?? []), ...(board.repairs ?? []).map((one) => ({ ...one, waiting: true }))].filter((one) => one.of === attempt.id);
+function repairWords(one, attempt, t) {
+  const title = (attempt.causes ?? []).find((cause) => cause.defect === one.defect)?.title?.[t.language];
+  return [title ?? '', one.text].filter(Boolean).join(t.comma) || one.defect;
+}
+
+function openRepair() {
+  repair = { of: chosen.id, defect: chosen.causes[0]?.defect ?? '', text: '', badge: '', refused: '' };
+  render();
+}
+
+async function storeRepair() {
+  try {
+    await post('/api/repair', { of: repair.of, defect: repair.defect, text: repair.text, badge: repair.badge });
+    repair = null;
+    await load();
+  } catch (error) {
+    repair.refused = error.code ?? 'offline';
+    render();
+  }
+}
+
+// What was repaired after the chosen attempt. A scan is a badge here; only the button stores.
+function repairDialog(t) {
+  const choose = (defect, words) => el('button', { type: 'button', tabindex: -1, class: repair.defect === defect ? 'choice here' : 'choice', on: { click: () => { repair.defect = defect; render(); } } }, words);
+  const field = el('input', { 'data-typed': true, maxlength: 80, placeholder: t.repair.what, on: { input: (event) => { repair.text = event.target.value; } } });
+  field.value = repair.text;
+  const button = (words, act, main) => el('button', { type: 'button', tabindex: -1, class: main ? 'act main' : 'act', on: { click: act } }, words);
+  return el('section', { id: 'repair', role: 'dialog' }, el('h2', {}, t.repair.title(chosen.number)),
+    el('div', { class: 'choices' }, chosen.causes.slice(0, 3).map((cause) => choose(cause.defect, cause.title?.[t.language] ?? cause.defect)), choose('', t.repair.other)),
+    field, el('div', { class: 'badge-field' }, sign(repair.badge ? 'scan' : 'waits', 28), repair.badge ? t.repair.scanned : t.repair.badge),
+    repair.refused ? el('div', { class: 'refused', role: 'alert' }, t.refusal(repair.refused)) : '',
+    el('div', { class: 'acts' }, button(t.repair.store, storeRepair, true), button(t.repair.cancel, () => { repair = null; render(); })));
 }
 
 function attempts(t) {
@@ -104,12 +142,12 @@ function record(t) {
   const cause = chosen.causes[0];
   return el('section', { class: 'white record' },
     el('div', { class: 'record-head' }, el('b', {}, t.recordOf(chosen.number)), el('span', { class: 'lesser' }, t.recordHead(chosen.lines, reasons, chosen.unexplained)),
-      el('span', { class: 'links' }, link(t.links.all, () => { unfold = true; render(); }), link(t.links.previous, () => go(-1)), link(t.links.next, () => go(1)),
+      el('span', { class: 'links' }, el('a', { class: 'link', tabindex: -1, href: `/?replay=${encodeURIComponent(chosen.id)}` }, t.replay()), link(t.links.all, () => { unfold = true; render(); }), link(t.links.previous, () => go(-1)), link(t.links.next, () => go(1)),
         el('a', { class: 'link', tabindex: -1, href: `/api/journal?id=${encodeURIComponent(chosen.id)}` }, t.links.raw))),
     el('div', { class: 'transcript' }, transcriptRows(chosen, t, { unfold })),
     chosen.verdict === 'pass' ? '' : el('div', { class: 'cause' }, cause
-      ? [el('b', {}, t.likelyCause()), el('span', {}, cause.title?.[t.language] ?? cause.defect), cause.exact ? el('span', { class: 'badge full' }, t.exact(cause.defects?.length || 1)) : '', el('span', { class: 'lesser' }, cause.note?.[t.language] ?? cause.check?.[t.language] ?? '')]
-      : el('span', { class: 'lesser' }, t.noCause())));
+      ? [el('b', {}, t.likelyCause()), el('span', {}, cause.title?.[t.language] ?? cause.defect), cause.exact ? el('span', { class: 'badge full' }, t.exact(cause.defects?.length || 1)) : '', el('span', { class: 'lesser check' }, cause.note?.[t.language] ?? cause.check?.[t.language] ?? '')]
+      : el('span', { class: 'lesser' }, t.noCause()), el('span', { class: 'links' }, link(t.repair.enter, openRepair))));
 }
 
 function render() {
@@ -117,12 +155,15 @@ function render() {
   const scroll = document.querySelector('.transcript')?.scrollTop ?? 0;
   tabs('board', board?.index, t);
   const empty = problem ? el('div', { class: 'empty' }, t.refusal(problem)) : board && !board.attempts.length ? el('div', { class: 'empty' }, t.noAttempts(board.serial)) : '';
-  document.getElementById('board').replaceChildren(head(t), empty, ...(board?.attempts.length ? [attempts(t), changes(t)] : []), chosen ? record(t) : '');
+  document.getElementById('board').replaceChildren(head(t), empty, ...(board?.attempts.length ? [attempts(t), changes(t)] : []), chosen ? record(t) : '', repair ? repairDialog(t) : '');
   const transcript = document.querySelector('.transcript');
   if (transcript) transcript.scrollTop = scroll;
 }
 
 fit();
 onLanguage(render);
-scanner((code) => { typed = code; render(); }, (code) => { location.href = `/board?serial=${encodeURIComponent(code)}`; });
+scanner((code) => { if (!repair) { typed = code; render(); } }, (code) => {
+  if (!repair) location.href = `/board?serial=${encodeURIComponent(code)}`;
+  else { repair.badge = code; repair.refused = ''; render(); }
+});
 load();

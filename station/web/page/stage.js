@@ -42,7 +42,8 @@ function prompt(t, head, lines) {
 }
 
 function lastBoard(t, last) {
-  if (!last) return el('div');
+  if (!last) return card(710, 522, el('div', { css: { textAlign: 'center', marginTop: '104px', fontSize: '34px' } }, t.noLast()),
+    el('div', { css: { textAlign: 'center', marginTop: '16px', fontSize: '26px' } }, el('a', { href: '/states', tabindex: -1 }, t.seeLegend())));
   const word = t.verdicts[last.verdict];
   const size = t.language === 'zh' ? (word.length > 2 ? 88 : last.verdict === 'incomplete' ? 96 : 116) : { pass: 116, fail: 116, 'not-proven': 52, incomplete: 40 }[last.verdict];
   const node = panel(last.verdict, 522, false,
@@ -56,15 +57,27 @@ const waiting = (state, t) => [prompt(t, t.scanNext(), [t.plugFirst(), t.startsA
 const signIn = (state, t) => [prompt(t, t.signIn(), [t.signInWhy()]), lastBoard(t, state.last)];
 function locked(state, t) {
   const code = state.locked[0];
+  const next = state.proof?.next;
+  const due = code === 'proof-boards' && next;
+  return blocked(t, t.locked(), due ? t.proofBoard(next.serial, next.verdict) : t.lockedWhy[code] ?? code, t.lockedNext[code] ?? '', state.last);
+}
+
+// Nothing can begin: what it is, why, and what to do.
+function blocked(t, head, why, what, last) {
+  const wide = widthOf(why) * 40 > 620;
   return [
     el('div', { class: 'at', css: { left: 0, top: 0, width: '690px', height: '318px', background: 'var(--white)', border: '8px solid var(--amber)', borderRadius: '8px', outline: '3px solid var(--ink)', outlineOffset: '-11px' } },
       el('div', { class: 'at', css: { left: '34px', top: '40px' } }, sign('waits', 110)),
-      at(170, 34, t.language === 'en' ? 68 : 96, t.locked(), { css: { fontWeight: 700 } }),
-      at(34, 172, t.language === 'en' ? 30 : 40, t.lockedWhy[code] ?? code),
-      nextStep(t.lockedNext[code] ?? '', { left: '3px', right: '3px', bottom: '3px' })),
-    lastBoard(t, state.last),
+      at(160, 34, t.language === 'en' ? 68 : 84, head, { css: { fontWeight: 700 } }),
+      at(34, 168, t.language === 'en' ? 30 : wide ? 30 : 40, why, { css: { width: '622px', whiteSpace: 'normal', lineHeight: wide ? '34px' : '48px', maxHeight: '68px', overflow: 'hidden', overflowWrap: 'anywhere' } }),
+      nextStep(what, { left: '3px', right: '3px', bottom: '3px' })),
+    lastBoard(t, last),
   ];
 }
+
+const asking = (state, t) => [card(0, 1232, at(36, 60, t.language === 'en' ? 80 : 100, t.asking(), { css: { fontWeight: 700 } }), at(38, 210, 36, t.askingWhy()))];
+const refused = (state, t) => blocked(t, t.refused(), state.factory.refused ?? '', t.refusedNext(), state.last);
+const replayed = (state, t) => [prompt(t, t.replayed(), [t.replayedWhy(), shortId(state.attempt.id)]), lastBoard(t, state.last)];
 
 // ---- running -----------------------------------------------------------------------------------
 
@@ -190,7 +203,7 @@ function question(state, t) {
 function pass(state, t) {
   const { verdict } = state;
   const row = (top, ...content) => el('div', { class: 'at', css: { left: '24px', top: `${top}px`, display: 'flex', alignItems: 'center', gap: '12px', fontSize: t.language === 'en' ? '22px' : '25px', lineHeight: '32px' } }, stateSign('pass', 27), el('span', {}, ...content));
-  const words = verdict.mark !== 'production' ? t.notRelease() : verdict.scan_out === 'due' ? t.scanOut() : t.takeOff();
+  const words = verdict.mark === 'reference' ? t.proofNextShort(state.proof?.state) : verdict.mark !== 'production' ? t.notRelease() : verdict.scan_out === 'due' ? t.scanOut() : t.takeOff();
   const spooled = verdict.stored.database !== 'committed';
   return [
     panel('pass', 790, true, { top: 40, height: 236, size: t.language === 'en' ? 182 : 218, sign: t.language === 'en' ? 176 : 206, gap: t.language === 'en' ? 26 : 38, text: t.verdicts.pass }, []),
@@ -203,6 +216,10 @@ function pass(state, t) {
         sign('scan', 90, 'white'), el('div', { css: { marginLeft: '20px' } }, el('div', {}, words[0]), el('div', {}, words[1])))),
   ];
 }
+
+// What a reference board leads to: the next one, or the end of the proof.
+const afterReference = (state, t) => t.proofNext(state.proof?.state, state.proof?.next?.serial);
+const nextOf = (state, t, words) => (state.verdict.mark === 'reference' ? afterReference(state, t) : words);
 
 function measuredRow(t, finding) {
   const { reason } = finding;
@@ -271,28 +288,21 @@ function fail(state, t) {
   const finding = findingOf(verdict);
   const third = verdict.same >= 3;
   const head = t.finding(finding);
-  const rows = [[t.language === 'en' ? 181 : 187, third ? (t.language === 'en' ? 48 : 50) : fitting(head, 440, 52), head, 700]];
+  const rows = [[t.language === 'en' ? 181 : 187, third ? 50 : 52, head, 700]];
   if (third) rows.push([t.language === 'en' ? 232 : 243, t.language === 'en' ? 31 : 30, t.thirdTime(), 700]);
-  rows.push([third ? 273 : 250, third ? 24 : t.language === 'en' ? 24 : 30, t.storedLine(verdict.number, shortId(verdict.id))]);
+  rows.push([third ? 273 : 250, third ? 24 : t.language === 'en' ? 24 : 28, t.storedLine(verdict.number, shortId(verdict.id))]);
   const why = finding.reason?.fact && finding.reason.wanted ? [measuredRow(t, finding)] : reasonRows(t, reasonsOf(verdict), 16, 1);
   const first = finding.reason;
   const rest = reasonsOf(verdict).filter((reason) => reason.fact !== first?.fact || reason.line !== first?.line);
   return [
     panel('fail', 512, true, { top: 22, height: 158, size: t.language === 'en' ? 142 : 128, sign: 142, gap: 22, text: t.verdicts.fail }, rows),
     card(528, 704, why, verdict.causes.length ? causeRows(t, verdict) : reasonRows(t, rest, 78, rest.length > 3 ? 2 : 3),
-      nextStep(third ? t.stopSupervisor() : t.next(finding))),
+      nextStep(nextOf(state, t, third ? t.stopSupervisor() : t.next(finding)))),
   ];
 }
 
 // The width of a text in units of its size of type, about.
 const widthOf = (content) => [...content].reduce((sum, c) => sum + (c.charCodeAt(0) > 0x2e80 ? 1 : 0.5), 0);
-
-// The largest size of type, at most `size`, at which a text is no wider than `width`; a translation
-// that is too long for its place has to be shortened, and this must not be needed then.
-function fitting(content, width, size) {
-  const wide = [...content].reduce((sum, c) => sum + (c.charCodeAt(0) > 0x2e80 ? 1 : 0.56), 0);
-  return Math.min(size, Math.max(36, Math.floor(width / wide)));
-}
 
 function notProven(state, t) {
   const { verdict } = state;
@@ -305,12 +315,12 @@ function notProven(state, t) {
   const en = t.language === 'en';
   return [
     panel('not-proven', 512, true, { top: 32, height: 140, size: en ? 80 : 106, sign: 126, gap: 16, text: en ? t.verdicts['not-proven'].replace(' ', '\n') : t.verdicts['not-proven'] },
-      [[181, fitting(t.finding(finding), 460, 52), t.finding(finding), 700], [243, en ? 24 : 30, t.storedLine(verdict.number, shortId(verdict.id))]]),
+      [[181, 52, t.finding(finding), 700], [243, en ? 24 : 30, t.storedLine(verdict.number, shortId(verdict.id))]]),
     card(528, 704, reasonRows(t, items, 0, 3),
       cause && items.length <= 3 ? el('div', { class: 'at', css: { left: '20px', top: '160px', display: 'flex', alignItems: 'center', gap: '12px', fontSize: '25px', height: '42px' } },
         el('b', {}, t.causeOne()), el('span', {}, words(cause.title, t)), el('span', { css: { marginLeft: '10px' }, class: `badge ${cause.exact ? 'full' : ''}` }, cause.exact ? t.exact(cause.defects?.length || 1) : t.fits(...fitOf(cause)))) : '',
       missing ? at(20, 204, 24, t.q7SaysGood(missing), { class: 'lesser' }) : '',
-      nextStep(verdict.same >= 3 ? t.stopSupervisor() : t.nextNotProven(finding))),
+      nextStep(nextOf(state, t, verdict.same >= 3 ? t.stopSupervisor() : t.nextNotProven(finding)))),
   ];
 }
 
@@ -333,7 +343,7 @@ export function away(t, sinceSeconds) {
     nextStep(t.awayNext(), { height: '62px' }))];
 }
 
-const phases = { waiting, 'sign-in': signIn, locked, running, storing };
+const phases = { waiting, 'sign-in': signIn, locked, asking, refused, replayed, running, storing };
 const verdicts = { pass, fail, 'not-proven': notProven, incomplete };
 export function stage(state, t) {
   if (state.question) return question(state, t);

@@ -211,7 +211,7 @@ function causesBox(t) {
   const row = (name, count, colour, which, right, plain) => el('div', { class: 'bar-row' }, el('span', { class: 'name', css: { fontWeight: plain ? 400 : 700, color: plain ? 'var(--ink-2)' : '' } }, name), block(Math.max(3, 212 * count / most), colour), el('span', { class: 'count' }, opens(String(count), which, t)), right);
   const gathers = (cause) => (cause.gathers ? el('span', { class: 'right gathers marked' }, t.gatherAt(cause.gathers.station, cause.gathers.count)) : el('span', { class: 'right gathers' }, t.scattered()));
   return el('section', { class: 'white causes', css: { left: '624px', top: '508px', width: '632px', height: '284px' } },
-    el('div', { class: 'box-head' }, el('b', {}, t.whichCause()), el('span', { class: 'lesser' }, t.whichCauseWhy()), el('span', { class: 'right lesser' }, t.gathers())),
+    el('div', { class: 'box-head' }, el('b', {}, t.whichCause()), el('span', { class: 'lesser' }, data.repairs?.count ? t.repairsRight(data.repairs.first_cause, data.repairs.count) : t.whichCauseWhy()), el('span', { class: 'right lesser' }, t.gathers())),
     el('div', { class: 'bars' }, causes.rows.slice(0, 5).map((cause) => row(cause.title?.[t.language] ?? cause.cause, cause.count, 'ink-2', { list: 'first-not', cause: cause.cause }, gathers(cause))),
       causes.others.count ? row(t.otherCauses(causes.others.kinds), causes.others.count, 'line', { list: 'first-not', cause: '*' }, '', true) : '',
       causes.unknown ? row(t.unknownCause(), causes.unknown, 'line', { list: 'first-not', cause: '' }, '', true) : ''));
@@ -223,6 +223,10 @@ function render() {
   const root = document.getElementById('yield');
   if (!data) {
     root.replaceChildren(problem ? el('div', { class: 'empty' }, t.refusal(problem)) : '');
+    return;
+  }
+  if (!data.totals.first && !data.totals.incomplete && !data.totals.reference && !data.totals.trial) {
+    root.replaceChildren(filterBar(t), el('div', { class: 'empty' }, el('div', {}, t.noBoards()), el('button', { type: 'button', class: 'link', on: { click: () => { history.replaceState(null, '', '?'); for (const name of [...filters.keys()]) filters.delete(name); load(); } } }, t.clearFilters())));
     return;
   }
   const { box, draw } = yieldBox(t);
