@@ -283,9 +283,8 @@ int run_attempt(const RunOptions& options) {
     const Plan plan = setup.plan;
     watch_interrupts();
     try {
-        Plan plan = setup.plan;
         const std::unique_ptr<Attempt> attempt = open_attempt(options, std::move(setup));
-        terminal.begin(*attempt, options.operator_id, std::move(plan));
+        terminal.begin(*attempt, options.operator_id, plan);
         terminal.note("attempt " + attempt->id());
         const Judgement judgement = attempt->run(terminal);
         keep_in_index(judgement, options, terminal);
