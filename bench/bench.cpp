@@ -1,4 +1,4 @@
-// Measures what q7 promises of itself, and prints each figure beside its limit. Arguments: the
+// Measures the costs that q7 promises, and prints each figure beside its limit. Arguments: the
 // folders of the board's builds for this machine, for hard and for soft float, the trivial process,
 // and q7-sim.
 #include <benchmark/benchmark.h>
@@ -122,7 +122,7 @@ double size_kb(const std::string& path) {
     return static_cast<double>(std::filesystem::file_size(path)) / 1e3;
 }
 
-// Keeps the least figures, which other work on the machine disturbs least, by name.
+// Keeps the least figures, which other load on the machine disturbs least, by name.
 class Least final : public benchmark::BenchmarkReporter {
   public:
     bool ReportContext(const Context&) override { return true; }
@@ -186,7 +186,7 @@ int main(int argc, char** argv) {
         ->Iterations(1)
         ->Repetitions(3);
 
-    // The upload prints, as everything in q7 does; what is measured is not to be seen.
+    // The upload prints; hide that.
     std::fflush(stdout);
     const int screen = ::dup(STDOUT_FILENO);
     ::dup2(::open("/dev/null", O_WRONLY), STDOUT_FILENO);

@@ -45,7 +45,7 @@ const Wiring kWirings[] = {
     {{1, 9}, {2, 10}, {3, 11}, {4, 12}, {5, 13}, {6, 14}, {7, 15}, {8, 16}},
 };
 
-// On this fixture the test says, counts and sounds what follows from its wiring.
+// Report, failure count and beeps follow from the wiring of the fixture.
 void expect_verdict(unsigned verdict, const sim::Alarm& fixture, const Wiring& good) {
     const std::size_t outputs = good.size(), inputs = outputs * good[0].size();
     const unsigned stuck = mask_of(fixture.stuck);

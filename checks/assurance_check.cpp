@@ -1,4 +1,4 @@
-// The lists of docs/assurance.md, run line by line.
+// Runs the lists of docs/assurance.md line by line.
 #include <cctype>
 
 #include "checks/harness.h"
@@ -49,13 +49,13 @@ bool has_word(const std::string& text, const std::string& word) {
     return false;
 }
 
-// The text between the first of these marks and the next; empty = there is none.
+// The text between the first mark and the next; empty if there is none.
 std::string between(const std::string& line, const std::string& open, const std::string& close) {
     const std::size_t from = line.rfind(open, 0) == 0 ? open.size() : std::string::npos;
     return from == std::string::npos ? "" : line.substr(from, line.find(close, from) - from);
 }
 
-// Each key of a scenario stands in a defect, or among those that describe none.
+// Each key of a scenario is listed in a defect, or among the keys that describe none.
 TEST(Assurance, ListsCoverEveryKeyOfTheSimulatedBoard) {
     const auto defects = documented("Defects that"), others = documented("Keys that");
     std::istringstream reference(sim::key_reference());

@@ -138,7 +138,8 @@ std::vector<std::string> events_of(const Played& played) {
     double last_s = 0;
     for (const BoardLine& line : played.lines) {
         last_s = line.at_s;
-        const std::string type = line.kind == "record" ? ",\"type\":0" : "";
+        std::string type = line.kind == "record" ? ",\"type\":0" : "";
+        if (line.more) type += ",\"more\":true";
         for (std::size_t at = 0; at < line.bytes.size(); at += 500) {
             add(line.kind, line.at_s,
                 type + ",\"text\":\"" + json_text(line.bytes.substr(at, 500)) + "\"");

@@ -15,6 +15,7 @@ struct BoardLine {
     std::string kind;  // "record", "out", "err"
     std::string bytes;
     double at_s = 0;
+    bool more = false;  // of a record: the next event goes on with it
 };
 
 // One command of an attempt, with what came of it.

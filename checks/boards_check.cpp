@@ -1,4 +1,4 @@
-// The built-in boards, each against the texts that its story promises between quotes.
+// The built-in boards, each against the texts quoted in its story.
 #include "checks/harness.h"
 #include "sim/scenario/scenario.h"
 
@@ -26,8 +26,8 @@ std::vector<std::string> lines_of(const std::string& text) {
     return lines;
 }
 
-// What the run ended with: the faults of the summary or its OK, the rows of test 10's table, or the
-// last line where q7 gave up before.
+// The end of a run: the faults or the OK of the summary, the rows of test 10's table, or the last line
+// if q7 gave up before.
 std::vector<std::string> verdict(const std::string& console) {
     const auto lines = lines_of(console);
     const auto place = [&](const std::string& start) {

@@ -23,7 +23,7 @@ constexpr char kUsage[] =
     "If you want to do only one test of them ,please run q7 -o  <No.> \n"
     "        eg. q7 -o 4   then only test 485 port\n";
 
-// What stands before, between and after the blanks, even where it is nothing.
+// The words before, between and after the blanks, empty ones included.
 Outcome run_line(std::string_view line) {
     std::vector<std::string> arguments;
     for (const auto word : std::views::split(line, ' '))
@@ -31,7 +31,7 @@ Outcome run_line(std::string_view line) {
     return run_with(healthy(), arguments);
 }
 
-// Or what is printed would land in the FIFO, or in the control device as a mask of alarm outputs.
+// Otherwise printed text would go to the FIFO, or to the control device as a mask of alarm outputs.
 TEST(CommandLine, MissingStandardDescriptorsAreTakenByNoFileOfTheRun) {
     for (unsigned missing = 0; missing < 8; ++missing) {
         for (const char* words : {"-h", "netQ7test"}) {

@@ -1,3 +1,7 @@
+#include <bit>
+#include <iterator>
+#include <sstream>
+
 #include "checks/harness.h"
 #include "device/boot_parameters.h"
 #include "device/buzzer.h"
@@ -35,6 +39,22 @@ TEST(SysInit, KeepsTheInitialTableWhenTheDescriptionCannotBeRead) {
     expect("control.present = false", "sysInit 1 Fatal\n参数非法\n", 0);
 }
 
+// The fields that are narrower than their word, in its order.
+std::vector<unsigned> fields_of_bits(const HardwareInfo& info) {
+    return {info.memory_15_13,  info.arm_frequency, info.memory_frequency, info.memory_size,
+            info.flash_type,    info.flash_size,    info.memory_4_3,       info.memory_2_0,
+            info.second_15_12,  info.second_11_8,   info.channel_count,    info.sata_layout,
+            info.fitting_11_10, info.usb_layout,    info.panel_type,       info.fitting_6_5,
+            info.device_type,   info.esata_count,   info.fitting_0,        info.alarm_inputs,
+            info.alarm_outputs, info.minisas_count, info.storage_13_12,    info.storage_11_9,
+            info.storage_8_6};
+}
+
+void print(const std::vector<unsigned>& values) {
+    for (const unsigned value : values)
+        std::printf("%x ", value);
+}
+
 TEST(HardwareInfo, EachFieldComesFromItsBits) {
     const Board board = healthy(
         "hardware = {board_word = 0x89ABCDEF, presence = 0x1234, model = 0x9664, "
@@ -43,23 +63,51 @@ TEST(HardwareInfo, EachFieldComesFromItsBits) {
         "sata_layout = 10, usb_layout = 2, panel_type = 1, device_type = 1, esata = 2, "
         "alarm_inputs = 0x10, alarm_outputs = 0x7F, storage = 0x1AC0, minisas = 2}");
     const Outcome got = run_piece(board, [] {
-        const auto print = [](auto... values) { (std::printf("%x ", unsigned{values}), ...); };
         HardwareInfo info{};
         const int control = platform::open("/dev/zebio", 2);
         std::printf("%d: ", read_hardware_info(control, &info));
-        print(info.valid, info.board_word, info.presence, info.model_code, info.cpld_date);
-        print(info.memory_15_13, info.arm_frequency, info.memory_frequency, info.memory_size);
-        print(info.flash_type, info.flash_size, info.memory_4_3, info.memory_2_0);
-        print(info.second_15_12, info.second_11_8, info.channel_count, info.sata_layout);
-        print(info.fitting_11_10, info.usb_layout, info.panel_type, info.fitting_6_5);
-        print(info.device_type, info.esata_count, info.fitting_0, info.alarm_inputs);
-        print(info.alarm_outputs, info.minisas_count, info.storage_13_12, info.storage_11_9);
-        print(info.storage_8_6);
+        print({info.valid, info.board_word, info.presence, info.model_code, info.cpld_date});
+        print(fields_of_bits(info));
         std::printf("%d %d", read_hardware_info(-1, &info), read_hardware_info(control, nullptr));
     });
     EXPECT_EQ(got.console,
               "0: 3f 89abcdef 1234 9664 fedc 5 1 0 6 1 2 1 3 9 6 d a 1 2 1 2 1 2 1 10 7f "
               "2 1 5 3 -1 -1");
+}
+
+std::vector<unsigned> decoded_fields(const Board& board) {
+    const Outcome got = run_piece(board, [] {
+        HardwareInfo info{};
+        read_hardware_info(platform::open("/dev/zebio", 2), &info);
+        print(fields_of_bits(info));
+    });
+    std::istringstream text(got.console);
+    text >> std::hex;
+    return {std::istream_iterator<unsigned>(text), {}};
+}
+
+// A field that is a bit too wide shows its neighbour's bit, one too narrow loses its own.
+TEST(HardwareInfo, EachBitShowsInOneFieldAlone) {
+    Board board = healthy();
+    for (auto& [key, value] : board.hardware)
+        if (key != "presence" && key != "model") value = 0;
+    const std::vector<unsigned> none = decoded_fields(board);
+    EXPECT_EQ(none, std::vector<unsigned>(25, 0));
+    int shown = 0;
+    for (const sim::HardwareField& field : sim::kHardwareFields) {
+        if (field.offset < 16 || std::string(field.key) == "cpld_date") continue;
+        for (int bit = 0; bit <= field.high - field.low; ++bit) {
+            board.hardware.at(field.key) = 1u << bit;
+            std::vector<unsigned> fields = decoded_fields(board);
+            board.hardware.at(field.key) = 0;
+            fields.erase(std::remove(fields.begin(), fields.end(), 0u), fields.end());
+            ASSERT_LE(fields.size(), 1u) << field.key << " " << bit;
+            shown += static_cast<int>(fields.size());
+            for (const unsigned value : fields)
+                EXPECT_TRUE(std::has_single_bit(value)) << field.key;
+        }
+    }
+    EXPECT_EQ(shown, 16 + 8 + 4 + 16 + 15 + 10);  // of the words at 16, 18, 24, 26, 28 and 32
 }
 
 TEST(Buzzer, SoundsAtExactInstantsAndEndsSilent) {

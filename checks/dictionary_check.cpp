@@ -114,6 +114,7 @@ class UnseenDefects {
         panel();
         description();
         bridges();
+        later();
         calls();
         return std::move(list_);
     }
@@ -318,6 +319,58 @@ class UnseenDefects {
             add("pmp.protected " + name,
                 at + "image = 2048\n" + at + "protection = 0x0C\n" + at + "unlocks = false");
             add("pmp.programs " + name, at + "flash = ''\n" + at + "programs = false");
+        }
+    }
+
+    // Added to the changes that the healthy board has in the middle of its run.
+    void add_later(const std::string& cause, const std::string& changes) {
+        const toml::table added = toml::parse("changes = [" + changes + "]");
+        add(cause, model_.simulator.change([&](toml::table& board) {
+            for (const toml::node& change : *added["changes"].as_array())
+                board["changes"].as_array()->push_back(change);
+        }));
+    }
+
+    // What fails in the middle of the run: by the clock, for a while, again and again.
+    void later() {
+        for (const double at_s : {5.2, 6.9, 8.7, 13.0})
+            for (const std::string what :
+                 {"connected = false", "blocked = true", "present = false"})
+                add_later("panel.dies", "{at = " + text(at_s) + ", panel." + what + "}");
+        for (const std::string port : {"1", "2", "3", "4"})
+            for (const auto& [medium, from_s] :
+                 std::initializer_list<std::pair<std::string, double>>{{"copper", 19.0},
+                                                                       {"fibre", 25.0}})
+                add_later("network." + medium + ".drops " + port,
+                          "{at = " + text(from_s) + ", ports.eth" + std::to_string(port[0] - '1')
+                              + "." + medium + ".up = false}, {at = " + text(from_s + 3)
+                              + ", ports.eth" + std::to_string(port[0] - '1') + "." + medium
+                              + ".up = true}");
+        for (const int input : {1, 4, 11, 16})
+            for (const double at_s : {28.5, 30.5, 32.5, 34.5, 36.5})
+                add_later("alarm.input.loose " + std::to_string(input),
+                          "{at = " + text(at_s) + ", alarm.stuck = [" + std::to_string(input)
+                              + "]}, {at = " + text(at_s + 1) + ", alarm.stuck = []}");
+        for (const std::string node : {"msa1", "msb1", "msc1", "msd1"})
+            add_later("usb.disk.loose " + node,
+                      "{at = 42.9, usb.disks." + node + ".present = false}");
+        for (const auto& [node, disk] : *board_["disks"].as_table()) {
+            const std::string key = "disks." + std::string(node) + ".";
+            add_later("sata.disk.drops " + std::string(node),
+                      "{at = 40, " + key + "present = false}");
+            add_each("sata.disk.slow " + std::string(node), key + "request_time",
+                     std::vector<double>{5, 150, 1000});
+        }
+        add_each("usb.slow", "usb.mount_time", std::vector<double>{20, 150, 200});
+        for (const double at_s : {38.5, 39.5})
+            add_later("rtc.drops", "{at = " + text(at_s) + ", rtc.present = false}");
+        for (const double at_s : {45.1, 45.3, 45.7})
+            add_later("rs485.drops", "{at = " + text(at_s) + ", rs485.hung_up = true}");
+        add_each("rs485.lost", "rs485.drop_every", std::vector<std::int64_t>{2, 17, 300});
+        add_each("rs485.corrupt", "rs485.corrupt_every", std::vector<std::int64_t>{2, 17, 300});
+        for (const std::string line : {"panel", "rs485"}) {
+            add(line + ".mode", line + ".lflag = 0x800B");
+            add(line + ".mode", line + ".cflag = 0x10B2");
         }
     }
 

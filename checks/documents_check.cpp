@@ -1,5 +1,5 @@
-// The documents against what they describe: the texts in the product's sources, the keys of a
-// scenario, and the sessions that they show.
+// The documents against their subjects: the texts in the product's sources, the keys of a scenario,
+// and the sessions shown.
 #include <cctype>
 #include <filesystem>
 #include <fstream>
@@ -13,7 +13,7 @@ namespace {
 using namespace checks;
 using Texts = std::set<std::string>;
 
-// In the sources, and shown to nobody; so are paths, and what has no letter.
+// Literals that are shown to nobody; paths and texts without letters are not shown either.
 constexpr char kNotShown[] =
     "`-o` `-O` `-h` `--help` `netQ7test` `eth0` `eth1` `eth2` `eth3` `sas1` `vfat` `mkdir …` "
     "`mount -t vfat …  …` `测` `the texts must be compiled to GBK (-fexec-charset=GBK)`";
@@ -52,7 +52,7 @@ std::string literals_of(const std::string& code) {
     return shown;
 }
 
-// By lines, without the blanks at their ends.
+// Split into lines, without trailing blanks.
 void add_texts(const std::filesystem::path& source, Texts& texts) {
     std::ifstream file(source);
     std::istringstream shown(literals_of({std::istreambuf_iterator<char>(file), {}}));
@@ -113,7 +113,7 @@ TEST(ManualPage, NamesEveryExitStatus) {
     EXPECT_EQ(named, seen);
 }
 
-// The fenced blocks of a page that are in this language, with what stands between the fences.
+// The fenced blocks of a page in this language, without the fences.
 std::vector<std::string> blocks(const std::string& page, const std::string& language) {
     std::vector<std::string> found;
     const std::string open = "\n```" + language + "\n";
@@ -134,7 +134,7 @@ std::string masked(std::string session) {
     return session;
 }
 
-// Each board of the page is put beside a folder named build, and each command is run there.
+// Writes each board of the page next to a folder named build, and runs each command there.
 TEST(Documents, SessionsGoAsTheyAreShown) {
     const std::string place = scratch("session");
     std::filesystem::create_directory(place);

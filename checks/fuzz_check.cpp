@@ -1,4 +1,4 @@
-// Random bytes and words where they come from outside. Seeded; each prints how many it tried.
+// Random bytes and words from outside. Seeded; each check prints its number of cases.
 #include <cstring>
 #include <random>
 
@@ -20,7 +20,7 @@ class Fuzz : public testing::Test {
             byte = static_cast<char>(random_());
         return text;
     }
-    // A run may pass or fail, but it ends by itself, and as a run ends.
+    // A run may pass or fail, but it ends by itself and in order.
     void expect_end(const Outcome& got) {
         EXPECT_EQ(got.stopped, "");
         EXPECT_EQ(got.signal, 0);
@@ -107,7 +107,7 @@ TEST_F(Fuzz, IdentifyData) {
     }
 }
 
-// Whatever /dev holds: at most eight names, each one of the directory's, in its order.
+// For any content of /dev: at most eight names, all from the directory, in its order.
 TEST_F(Fuzz, DeviceNames) {
     for (int i = 0; i < 100 * cases_; ++i, ++tried_) {
         DiskNames disks{};

@@ -17,7 +17,7 @@
 namespace checks {
 namespace {
 
-// What the product leaves in its own memory, copied out before it exits.
+// The product's own memory, copied before it exits.
 struct Remains {
     Results results;
     Capability capability;
@@ -27,7 +27,7 @@ Outcome run_program(const Board& board, const std::function<int()>& program) {
     void* page =
         ::mmap(nullptr, sizeof(Remains), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     auto* remains = static_cast<Remains*>(page);
-    std::fflush(stdout);  // or the new process would print it once more
+    std::fflush(stdout);  // or the new process would print it again
     sim::Outcome got = sim::simulate(
         board, {program, [&] {
                     remains->results = results;

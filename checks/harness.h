@@ -1,5 +1,4 @@
-// Runs the product, or a piece of it, in a process of its own on a board of its own, and collects
-// everything that came of it.
+// Runs the product, or a piece of it, in its own process on its own board, and collects the outcome.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -45,7 +44,7 @@ struct Outcome {
     double end_s = 0;
     std::unique_ptr<sim::World, sim::Outcome::Unmap> world;
 
-    // The console behind what the preparation prints.
+    // The console after the texts of the preparation.
     std::string said() const;
     // The calls on a path, a line each: "0.100 ioctl 0x20(7) = 0"; "" = on none, "*" = on any.
     std::string calls(std::string_view path) const;
@@ -56,7 +55,7 @@ struct Outcome {
     bool nothing_is_mounted() const;
 };
 
-// The healthy board with what differs, written as in a scenario: healthy("rtc.rate = 0").
+// The healthy board with differences, written as in a scenario: healthy("rtc.rate = 0").
 Board healthy(const std::string& changes = "");
 Board bare_board();  // a control device without a description, nothing else
 
@@ -72,14 +71,13 @@ Outcome run_with(const Board& board, const std::vector<std::string>& arguments,
 // "-o 1" and so on, for each test that the product's table has.
 std::vector<std::string> single_tests();
 
-// A piece of the product; what it prints by stdio stands where it prints it.
+// A piece of the product. Its stdio output is in the console, in order.
 Outcome run_piece(const Board& board, const std::function<void()>& piece);
 
 sim::Fault failing(std::string call, std::string path = {}, std::uint32_t nth = 1);
 sim::Fault failing_request(std::uint32_t request, std::uint32_t nth = 1);
 
-// What stands between backquotes behind "- " in the sections of docs/assurance.md whose heading
-// contains this.
+// The items "- `...`" in the sections of docs/assurance.md whose heading contains this.
 std::set<std::string> documented(const std::string& heading);
 
 // True where the checks were asked for their long form (Q7_FULL in the environment).

@@ -1,4 +1,5 @@
 #include "checks/harness.h"
+#include "tests/nic.h"
 
 namespace {
 
@@ -33,7 +34,7 @@ TEST(NetworkTest, EachPortFaultIsNamedAndTheNextPortIsExamined) {
          kUp + std::string("半双工  10M\n") + kReminder},
         {"copper.full_duplex = false", kUp + std::string("半双工  1000M\n"), false},
         {"copper.speed = 2500", kUp + std::string("全双工  net speed error\n") + kReminder},
-        // All 16 bits set is how a driver says that it does not know.
+        // All 16 bits set means that the driver does not know.
         {"copper.speed = 65535", kUp + std::string("全双工  net speed error\n") + kReminder},
     };
     for (const auto& row : rows) {
@@ -56,6 +57,8 @@ TEST(NetworkTest, RefusedQueriesAndSocket) {
     got = run("-o 11", "faults = [{call = 'socket'}]");
     EXPECT_EQ(got.said(), "creat socket error\n");
     EXPECT_EQ(got.results.network, 0u);
+    got = run_piece(healthy("faults = [{call = 'socket'}]"), [] { std::printf("%d", nic_test()); });
+    EXPECT_EQ(got.console, "creat socket error\n-1");
 }
 
 TEST(NetworkTest, ExaminesAsManyPortsAsTheBoardHasAndFourAtMost) {
@@ -77,7 +80,7 @@ TEST(NetworkStep, ExaminesTheCopperAndThenTheFibreSide) {
     const Outcome got = run("");
     EXPECT_THAT(got.console, HasSubstr("步:网络状态\n现在测试电口网络\n" + kAllGood
                                        + "现在测试光口网络\n" + kAllGood + "\n第3步:"));
-    // The console is flushed for a second before; each side settles for 5 seconds.
+    // A second of console flush comes first; each side settles for 5 seconds.
     EXPECT_THAT(got.calls("/dev/zebio"),
                 HasSubstr("\n16.010 ioctl 0x81(1)\n22.010 ioctl 0x81(2)\n27.010 ioctl 0x81(1)\n"));
 }
@@ -99,7 +102,7 @@ TEST(NetworkStep, PortThatCannotBeSelectedIsSkippedAndIsAFault) {
     EXPECT_THAT(fibre.console,
                 HasSubstr("现在测试电口网络\n" + kAllGood + "现在测试光口网络\n切换光口失败\n\n"));
     EXPECT_EQ(fibre.results.network, 1u);
-    EXPECT_EQ(fibre.world->control.net_port, 1u);
+    EXPECT_EQ(fibre.world->net_port, 1u);
 }
 
 }  // namespace

@@ -25,7 +25,7 @@ std::string hex(int byte) {
 
 std::string key(int code, int state = 1) { return "FF0620" + hex(code) + hex(state) + "00"; }
 
-// A panel that sends each of these at once, a second after the one before.
+// A panel that sends each of these in one piece, a second apart.
 std::string sending(const std::vector<std::string>& reads) {
     std::string frames;
     for (std::size_t i = 0; i < reads.size(); ++i) {
@@ -57,7 +57,7 @@ std::string written(const Outcome& got, std::string_view actor) {
                       static_cast<double>(event.at) / 1e6, frame[3], frame[4], frame[5]);
         list += text;
     }
-    // The panel takes no frame with another start, length, type or checksum.
+    // The panel ignores frames with another start, length, type or checksum.
     EXPECT_EQ(got.count("write", "/dev/ttyS2"), static_cast<int>(got.world->panel.frames));
     return list;
 }
@@ -127,7 +127,7 @@ TEST(KeyboardLine, FailuresAtItsStart) {
         EXPECT_EQ(got.said(), row.said);
         EXPECT_EQ(got.status, row.status);
     }
-    // Without its heartbeat the line still serves the test.
+    // The line still works without its heartbeat.
     EXPECT_EQ(written(run("-o 3", threadless), "main"), written(run("-o 3"), "main"));
 }
 

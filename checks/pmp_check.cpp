@@ -16,8 +16,8 @@ using namespace checks;
 
 const std::string kFile = "files.'/dav0/zeb321.bin'";
 
-// A flash that is ready at once after each command; without an image, or with one of another size
-// than the file, which differs in its third word.
+// A flash that is immediately ready after each command: blank, or with an image of another size than
+// the file, which differs in its third word.
 constexpr char kBlank[] = "flash = '', erase_time = 0";
 constexpr char kOther[] = "image = 128, erase_time = 0";
 
@@ -36,7 +36,7 @@ bool are_image(const std::uint8_t* cells, int size) {
     return std::memcmp(cells, image.data(), image.size()) == 0;
 }
 
-// What was sent to the bridge, a line of 16 bytes for each request: "00 84 00 ... 00\n".
+// The requests sent to the bridge, a line of 16 bytes each: "00 84 00 ... 00\n".
 std::string sent_to_bridge(const Outcome& got) {
     std::string list;
     for (const sim::Event& event : got.world->log.all()) {
@@ -129,6 +129,7 @@ TEST(Update, OtherImageIsErasedAndProgrammedAndTheBridgeReset) {
                                "WRN : verifycode, verify not complete\n"
                              + upload_lines(1024, "..") + kFinish);
     EXPECT_TRUE(are_image(got.world->bridges[0].running, 1024));
+    EXPECT_EQ(got.changes("bridge", "1 reset").size(), 1u);
 }
 
 TEST(Update, BlankFlashPassesTheTestPatternFirst) {
@@ -154,7 +155,7 @@ TEST(Update, RequestsAreTheComputedFloor) {
     }
 }
 
-// Each dot is out before the requests of the next block.
+// Each dot is printed before the requests of the next block.
 TEST(Update, DotsAppearWhileItRuns) {
     const Outcome got = run("-o 10", firmware(2048));
     std::set<std::uint32_t> printed;
@@ -211,6 +212,7 @@ TEST(Update, BadFilesStopBeforeTheFlashIsTouched) {
         {256, 4, 0x07,
          kRevision + "ERR : chkbinfile, bonding is mismatch (JMB39X = 06h, binfile = 07h)\n"},
         {256, 8, 0x7C, kBonding + "ERR : Binfine length is mismatch (exp: 252, act: 256)\n"},
+        {256, 12, '\x81', kBonding + "ERR : Binfine length is mismatch (exp: 257, act: 256)\n"},
         {256, 13, 0x01, kBonding + "ERR : Binfine length is mismatch (exp: 512, act: 256)\n"},
     };
     for (const auto& row : rows) {
@@ -329,7 +331,7 @@ TEST(Update, FailedAndShortReadsOfTheFile) {
         const char *bridge, *fault;
         std::string said;
     } rows[] = {
-        // Continued up to 512 bytes, or the rest would be out of step.
+        // Short reads are continued up to 512 bytes, which keeps the blocks aligned.
         {kBlank, "call = 'read', effect = 'short', count = 30, onwards = true",
          upload_lines(1024, "..") + kFinish},
         {kBlank, "call = 'read', nth = 2",
@@ -352,8 +354,8 @@ TEST(Update, FailedAndShortReadsOfTheFile) {
     }
 }
 
-// Cuts the power at a request of the update; what is left of the flash is where a second run
-// starts. Returns whether that run ends with the flash equal to the file.
+// Cuts the power at a request of the update, and runs a second update on the flash that remains.
+// Returns whether that one ends with the flash equal to the file.
 bool recovers_from_power_cut(Board board, int size, int at_request) {
     sim::Fault cut = failing_request(0x197B, static_cast<std::uint32_t>(at_request));
     cut.effect = sim::Fault::Effect::power_cut;

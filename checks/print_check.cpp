@@ -1,4 +1,4 @@
-// What q7 prints, write by write.
+// The output of q7, write by write.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -13,8 +13,8 @@ namespace {
 
 using namespace checks;
 
-// What a run writes on this descriptor: through a pipe in packet mode, in which each write is a
-// read of its own.
+// The writes of a run on this descriptor, through a pipe in packet mode, where each write is a
+// separate read.
 std::vector<std::string> writes(int fd, const std::string& argument, const Board& board,
                                 const std::function<void()>& before = {}) {
     int ends[2];

@@ -29,7 +29,7 @@ TEST(Program, Q7OnAMachineWithoutControlDevice) {
            start + "\xB4\xF2\xBF\xAA\xC3\xFC\xC3\xFB\xB9\xDC\xB5\xC0\xB3\xF6\xB4\xED\n", 0);
 }
 
-// As in a pipe to a program that has died: nobody would see how the run goes on and ends.
+// As in a pipe to a program that has died.
 TEST(Program, Q7EndsWhenNobodyReadsItsConsole) {
     int ends[2];
     ASSERT_EQ(::pipe(ends), 0);
@@ -129,7 +129,7 @@ TEST(Program, SimulatorsReportsHaveTheReaderOfARealFifo) {
     EXPECT_EQ(got.status, 0);
     EXPECT_EQ(got.err, "q7-sim: waiting for a reader of " + fifo + "\n");
     EXPECT_THAT(got.out, testing::Not(HasSubstr("write error")));
-    got = read_by("head -c 100", "--pace 100");  // it leaves, and q7 goes on
+    got = read_by("head -c 100", "--pace 100");  // the reader leaves, and q7 goes on
     EXPECT_EQ(got.status, 0);
     EXPECT_THAT(got.out, HasSubstr("write error file = q7 ,line"));
     std::ofstream(board) << "base = 'healthy'\n[[changes]]\nat = 5\nfifo.reader = false\n";

@@ -67,7 +67,7 @@ Outcome summarise(const std::function<void()>& set_slots) {
 
 constexpr char kJudgedByPerson[] = "Rtc时钟       : 由检测人员判断  \n";
 
-// One slot alone: what the console shows of it, and its record in net mode, the n-th of six.
+// One slot alone: its text on the console, and its record in net mode, the n-th of six.
 void expect_summary(const std::function<void()>& set_slot, const std::string& fault,
                     std::size_t nth, const std::string& record, const char* usb_ports = "4") {
     SCOPED_TRACE(fault);

@@ -98,7 +98,7 @@ TEST(Rs485, FailedSetUpEndsItsProcess) {
     }
 }
 
-// How the receiver hands its verdict over makes no fault of a good line, and hides none.
+// However the verdict is passed on, a good line has no fault and a bad line has one.
 TEST(Rs485, VerdictReachesTheSummaryWhateverFailsOnItsWay) {
     for (const char* fault :
          {"call = 'pipe'", "call = 'pipe', onwards = true", "call = 'write', path = 'pipe'",
@@ -112,7 +112,7 @@ TEST(Rs485, VerdictReachesTheSummaryWhateverFailsOnItsWay) {
     EXPECT_EQ(run("-o 4", "faults = [{call = 'read', path = 'pipe'}]").results.rs485, 1u);
 }
 
-// A side ends within its 5 seconds, and does not spin on a line that is ready but useless.
+// Each side ends within its 5 seconds, and does not spin on a line that is ready but useless.
 TEST(Rs485, DeadLineEndsWithinItsBudget) {
     const std::string wait_fails = "faults = [{path = '/dev/ttyS0', onwards = true, call = ";
     const struct {
@@ -165,9 +165,8 @@ int sleeps_before_sending() {
     return sleeps;
 }
 
-// The sender is out of time when the receiver has not judged yet, since one of its pauses is cut
-// short, and nothing else holds the summary back: the console is at its end, and the board
-// information cannot be read.
+// The sender times out before the receiver has judged, because one of its pauses is cut short. Nothing
+// else delays the summary: the console is at its end, and the board information cannot be read.
 TEST(Rs485, SummaryWaitsForAReceiverThatJudgesLate) {
     const std::string cut_short = std::to_string(sleeps_before_sending() + 1);
     const std::string hurried = R"(

@@ -51,12 +51,20 @@ TEST(RtcTest, UnreadableStoppedAndDriftingClocksFail) {
         EXPECT_EQ(got.results.rtc, 1u);
     };
     expect("rtc.present = false", 6, none, none + "5\n");
-    // A reading that failed shows nothing of the one before, and its verdict stays.
+    // A failed reading shows nothing of the previous one, and its verdict stays.
     expect("faults = [{request = 0x80247009, nth = 2}]", 2, second_2 + none + "3\n",
            "时钟时间 2026-11-23 08:00:04\n系统时间 2026-11-23 08:00:04\n");
     expect("rtc.rate = 0", 4, "", "时钟时间 2026-11-23 08:00:00\n系统时间 2026-11-23 08:00:04\n");
     expect("rtc.rate = 0.25", 4, "",
            "时钟时间 2026-11-23 08:00:01\n系统时间 2026-11-23 08:00:04\n");
+}
+
+TEST(RtcTest, RateThatChangesAppliesFromThenOn) {
+    // After four seconds the clock stops, and does not jump back.
+    const Outcome got = run("-o 6 9", "rtc.rate = 1\n[[changes]]\nat = 4\nrtc.rate = 0");
+    EXPECT_THAT(got.said(), HasSubstr("时钟时间 2026-11-23 08:00:04\n"));
+    EXPECT_EQ(got.said().find("时钟时间 2026-11-23 08:00:00\n"), std::string::npos);
+    EXPECT_EQ(got.said().find("时钟时间 2026-11-23 08:00:05\n"), std::string::npos);
 }
 
 TEST(RtcTest, InterruptPrintsItsLineOnceAndEndsTheProcess) {

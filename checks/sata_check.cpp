@@ -84,7 +84,7 @@ TEST(SataTest, FirstMiniSasNodeInAlphabeticalOrderIsExamined) {
     };
     for (const auto& row : rows) {
         Board board = healthy(kPorts + row.nodes);
-        board.disks["asas1"] = {};  // it only ends like one
+        board.disks["asas1"] = {};  // not a prefix match
         EXPECT_THAT(run(board, "-o 8").said(), HasSubstr(kMiniSas + row.examined));
     }
     EXPECT_EQ(run("-o 8").said().find("miniSAS"), std::string::npos);
@@ -163,7 +163,7 @@ TEST(Ata, SizeRequestIsChosenByTheKernelRelease) {
             board, [] { std::printf("%x %llx", kernel_version(), 0ull + disk_size("/dev/sda")); });
         EXPECT_EQ(got.console, row.version + " 1fffffffe00");
         EXPECT_EQ(got.calls("/dev/sda").find("0x80041272") != std::string::npos, row.asks_bytes);
-        EXPECT_EQ(got.count("uname"), 1);  // once, also for a release that says nothing
+        EXPECT_EQ(got.count("uname"), 1);  // once, even if the release cannot be parsed
     }
 }
 

@@ -44,7 +44,7 @@ TEST(Scenario, MistakesAreNamedWithFileLineAndWhatIsAccepted) {
     expect("[hardware", "x.toml:1: ");
 }
 
-// A scenario happens as it is said, or is refused.
+// A scenario takes effect as written, or is refused.
 TEST(Scenario, WhatNoBoardHasOrContradictsItselfIsRefused) {
     const auto expect = [](const char* text, const std::string& error) {
         EXPECT_THAT(error_of(text), StartsWith("x.toml:" + error)) << text;
@@ -139,7 +139,7 @@ operator = {interrupts = [1.5], lines = [{at = 2, text = "x\n"}]})",
     EXPECT_EQ(derived.person.lines[0].text, "x\n");
 }
 
-// A base that two bases share counts once, or it would undo what the first one says.
+// A base shared by two bases is read once, and so does not override the first of them.
 TEST(Scenario, DefectsOfSeveralBasesCombine) {
     const sim::Board board =
         sim::parse_board("base = ['network-no-link', 'rtc-stopped', 'healthy']", "x.toml");

@@ -10,7 +10,7 @@ using namespace checks;
 constexpr char kRestart[] = "测试结束,系统将要重新启动,并恢复出厂设置\n";
 constexpr char kRule[] = "----------------------------------------------------------------\n";
 
-// What both modes say of the healthy board.
+// The texts of both modes on the healthy board.
 
 const std::string kPorts =
     "网卡1:网络连接接通 \n全双工  1000M\n网卡2:网络连接接通 \n全双工  1000M\n"
@@ -155,7 +155,7 @@ TEST(Sequence, FaultyItemIsNamedAloneAndTheConfigurationStays) {
     expect("hardware.minisas = 1", "miniSAS口异常\n", "");
 }
 
-// A step that does not run takes no number.
+// A step that does not run gets no number.
 TEST(Sequence, ConditionalStepsAreNumberedAsTheyRun) {
     const auto expect = [](const char* changes, const char* steps) {
         const Outcome got = run("", changes);
@@ -170,7 +170,7 @@ TEST(Sequence, ConditionalStepsAreNumberedAsTheyRun) {
            "\n\nioctl ZEBIO_GET_BOOT_PARMS error\n第3步:开始.*\n第6步:485测试\n");
 }
 
-// A line typed ahead is swallowed; otherwise the console is watched for a second.
+// A line typed ahead is discarded; otherwise the console is watched for a second.
 TEST(Sequence, FlushesTheConsoleBeforeAStep) {
     const Outcome got = run("", "operator.lines = [{at = 20, text = \"typed ahead\\n\"}]");
     EXPECT_NEAR(run("").end_s - got.end_s, 1.0, 1e-6);

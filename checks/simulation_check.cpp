@@ -1,14 +1,20 @@
-// The simulation's own promises, shown with small programs that have nothing to do with q7.
+// The simulation itself, checked with small programs unrelated to q7.
 #include <fcntl.h>
+#include <linux/ethtool.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <linux/sockios.h>
+#include <net/if.h>
 #include <pthread.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <chrono>
+#include <cstring>
 
 #include "checks/harness.h"
 #include "platform/platform.h"
@@ -18,6 +24,7 @@
 namespace {
 
 using namespace checks;
+using namespace std::string_view_literals;
 
 Outcome run_on(const char* board, const std::function<void()>& program) {
     return run_piece(sim::parse_board(board, "board"), program);
@@ -125,7 +132,7 @@ TEST(Simulation, InterruptWithoutHandlerEndsTheProcessAndTheOthersGoOn) {
     EXPECT_EQ(got.end_s, 4);
 }
 
-// From here on the host starts no process for the caller.
+// The host refuses to start processes for the caller from here on.
 void refuse_processes() {
     const sock_filter filter[] = {
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
@@ -202,7 +209,7 @@ void feed_serial_line(int bytes) {
     }
 }
 
-// Each capacity of the simulated board: at its limit, and one beyond. Slots are used again.
+// Each capacity of the simulated board: at its limit, and one beyond. Slots are reused.
 TEST(Simulation, CapacityThatARunExceedsEndsItWithAMessage) {
     const auto stopped = [](const std::function<void()>& program) {
         return run_on("control.present = true\nrs485.present = true", program).stopped;
@@ -248,7 +255,7 @@ TEST(Simulation, CapacityThatARunExceedsEndsItWithAMessage) {
     EXPECT_EQ(stopped([&] { sleep_often(400'000); }), "more than 400000 events");
 }
 
-// One that a check describes, beyond what a scenario file can.
+// Described by a check, beyond what a scenario file can describe.
 TEST(Simulation, DescriptionBeyondACapacityIsRefused) {
     const auto refused = [](const Board& board) -> std::string {
         try {
@@ -319,12 +326,12 @@ faults = [{call = 'open', path = '/dav0/zeb321.bin', nth = 2, errno = 'EACCES'},
             show(platform::open(path, O_RDONLY));
         for (int i = 0; i < 3; ++i)
             show(platform::read(5, bytes, 4));
-        std::printf("%s", strerrorname_np(errno));  // success leaves it alone
+        std::printf("%s", strerrorname_np(errno));  // unchanged by success
     });
     EXPECT_EQ(got.console, "3 -1 EACCES 4 5 4 3 3 EACCES");
 }
 
-// By time, once and again, and by the n-th call; in every process of the run.
+// By time, once and repeated, and by the n-th call; in every process of the run.
 TEST(Simulation, ChangesComeWhenTheirTriggerDoes) {
     const char* board = R"(
 control = {present = true, high_lines = []}
@@ -402,6 +409,50 @@ TEST(Simulation, FreshSerialPortAndOneThatOthersLeft) {
     EXPECT_EQ(got.console, "500 5 cbd 8a3b 1 0 1\n500 5 b2 8a3b 1 0 0\n");
 }
 
+// Each setting that the other end does not expect garbles the bytes in both directions.
+TEST(Simulation, SerialLineThatIsNotSetUpCarriesGarbage) {
+    const Outcome got = run_on("control.present = true\nrs485.present = true", [] {
+        const int control = platform::open("/dev/zebio", O_RDWR);
+        const int fd = platform::open("/dev/ttyS0", O_RDWR);
+        for (const std::uint32_t request : {0x07u, 0x08u})
+            platform::ioctl_value(control, request, 1);
+        termios good{};
+        cfsetspeed(&good, B9600);
+        good.c_cflag |= CS8 | CREAD | CLOCAL;
+        std::vector<termios> others(11, good);
+        cfsetspeed(&others[0], B19200);
+        others[1].c_cflag |= CSTOPB;
+        others[2].c_cflag |= PARENB;
+        others[3].c_cflag &= ~static_cast<tcflag_t>(CSIZE);
+        others[4].c_lflag |= ISIG;
+        others[5].c_lflag |= ICANON;
+        others[6].c_lflag |= ECHO;
+        others[7].c_iflag |= ICRNL;
+        others[8].c_iflag |= INLCR;
+        others[9].c_iflag |= IXON;
+        others[10].c_oflag |= OPOST;
+        const auto echo = [fd](const termios& sending, const termios& receiving) {
+            char byte = 'A';
+            platform::tcsetattr(fd, 0, &sending);
+            platform::write(fd, &byte, 1);
+            platform::sleep_ms(100);
+            platform::tcsetattr(fd, 0, &receiving);
+            platform::read(fd, &byte, 1);
+            std::printf("%c", byte);
+        };
+        echo(good, good);
+        for (const termios& other : others) {
+            echo(other, good);
+            echo(good, other);
+        }
+        char buffer[4000] = {};
+        show(platform::read(fd, buffer, 1));
+        for (int i = 0; i < 3; ++i)
+            show(platform::write(fd, buffer, sizeof buffer));
+    });
+    EXPECT_EQ(got.console, "A" + std::string(22, '\x27') + "-1 EAGAIN 4000 96 -1 EAGAIN ");
+}
+
 TEST(Simulation, StatusReadOfTheFlashAnswersOneByte) {
     const Outcome got = run_on("bridges.1 = {protection = 0x1C}\ndisks.sda.bridge = '1'", [] {
         std::uint8_t block[16] = {0, 5, 0xA1, 0xA2, 0xA3, 0xA4, 0x80, 0xF7, 0, 8};
@@ -427,24 +478,35 @@ faults = [{request = 0x81, effect = "value", value = 3}, {opcode = 0xC7, errno =
                    }
                });
     EXPECT_EQ(got.console, "3 0 -1 EBUSY 0 ");
-    EXPECT_EQ(got.world->control.net_port, 2u);
+    EXPECT_EQ(got.world->net_port, 2u);
 }
 
 TEST(Simulation, EventLogKeepsAnswersAndUnreadBytesAreNotZero) {
-    const Outcome got = run_on("control = {present = true, boot_device_type = 0x1234}", [] {
+    const char* board = R"(
+control = {present = true, boot_device_type = 0x1234}
+ports.eth0.copper.up = true)";
+    const Outcome got = run_on(board, [] {
         std::uint8_t block[256];
         const int control = platform::open("/dev/zebio", O_RDWR);
         for (const std::uint32_t request : {0x04u, 0x10u, 0x80026B90u})
             platform::ioctl(control, request, block);
+        ethtool_value link{ETHTOOL_GLINK, 0};
+        ifreq query{};
+        std::memcpy(query.ifr_name, "eth0", 5);
+        query.ifr_data = reinterpret_cast<char*>(&link);
+        platform::ioctl(platform::open_socket(AF_INET, SOCK_DGRAM, 0), SIOCETHTOOL, &query);
     });
     std::vector<std::size_t> sizes;
+    std::string_view last;
     for (const sim::Event& event : got.world->log.all()) {
         const std::string_view answer = got.world->log.got(event);
         if (event.request == 0) continue;
         sizes.push_back(answer.size());
+        last = answer;
         EXPECT_TRUE(answer.size() != 256 || answer.find('\0', 36) == std::string_view::npos);
     }
-    EXPECT_THAT(sizes, ElementsAre(256, 256, 2));
+    EXPECT_THAT(sizes, ElementsAre(256, 256, 2, 8));
+    EXPECT_EQ(last, "\x0A\0\0\0\1\0\0\0"sv);  // the link is up
 }
 
 TEST(Simulation, ConsoleGivesALineAtATimeAndThenItsEnd) {
@@ -475,7 +537,7 @@ TEST(Simulation, PacedRunTakesItsRealTime) {
 }
 
 #ifdef __SANITIZE_THREAD__
-// The clock lets one actor run at a time; that order must not hide a race from the sanitizer.
+// The order in which the clock runs the actors must not hide a race from the sanitizer.
 TEST(ThreadSanitizer, ReportsAPlantedRace) {
     const auto race = [] {
         static int shared = 0;

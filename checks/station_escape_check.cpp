@@ -19,6 +19,7 @@ using station::Verdict;
 const std::map<std::string, std::string> kHarmless = {
     {"rtc.isdst = 1", "the driver's daylight flag is read by nobody"},
     {"usb.disks.msa1.mount = \"by shell\"", "the shell mounts it, and it is measured all the same"},
+    {"usb.directories = [\"/mnt/msa1\"]", "the stick is mounted there all the same"},
     {"disks.sda.size64 = false", "the size was read all the same, by the older request"},
     {"disks.sda.size = false", "the first request makes the second needless"},
     {"disks.sda.identify_data = \"FF FF FF FF\"", "bytes of the fixture's disk that nobody reads"},

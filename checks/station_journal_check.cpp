@@ -63,7 +63,7 @@ TEST(StationJournal, CutOrAlteredAnywhereItIsNoPass) {
     for (std::size_t at = 0; at < good.size(); ++at) {
         const bool at_line_end = good[at] == '\n' || (at > 0 && good[at - 1] == '\n');
         if (at % step != 0 && !at_line_end) continue;
-        ASSERT_NE(verdict_of(good.substr(0, at)), Verdict::pass) << at;
+        ASSERT_EQ(verdict_of(good.substr(0, at)), Verdict::incomplete) << at;
         std::string altered = good;
         altered[at] = static_cast<char>(altered[at] ^ (at % 7 + 1));
         ASSERT_NE(verdict_of(altered), Verdict::pass) << at;

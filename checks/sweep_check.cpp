@@ -1,5 +1,5 @@
-// Sweeps over whole commands: one run for each way in which one platform call can go wrong, for an
-// interrupt in each wait, and for a reader that fails at each record. Each prints its runs.
+// Sweeps over whole commands: a run for each way in which each platform call can fail, for an interrupt
+// in each wait, and for a reader that fails at each record. Each prints its number of runs.
 #include <cstring>
 #include <map>
 #include <set>
@@ -14,11 +14,11 @@ namespace {
 using namespace checks;
 using sim::Fault;
 
-// What one fault may add to a run: a panel that says nothing for 5 seconds, two beeps for each of
-// five alarm steps, three clock comparisons and the RS-485 line, and a console flush of a second.
+// The time that a fault may add to a run: 5 seconds of a silent panel, two beeps for each of five alarm
+// steps, three clock comparisons and the RS-485 line, and a console flush of a second.
 constexpr double kSlack_s = 5 + (5 + 3 + 1) * 0.8 + 1;
 
-// One errno that each call can give; a call that is not here cannot fail.
+// An errno that each call can return; a call that is not listed cannot fail.
 const std::map<std::string, int> kErrors = {
     {"access", ENOENT},         {"close", EIO},      {"closedir", EBADF},
     {"fork", EAGAIN},           {"ioctl", EIO},      {"lseek", EINVAL},
@@ -41,7 +41,7 @@ bool endless_by_design(const Fault& fault) {
     return fault.call == "read" && fault.path == "/dev/ttyS2" && fault.onwards;
 }
 
-// The ways in which this call can go wrong. `ordinal` counts all calls of the run, `matching` those
+// The ways in which this call can fail. `ordinal` counts all calls of the run, `matching` those
 // of the same function on the same path, both from 1.
 std::vector<Fault> faults_of(const std::string& path, const sim::Event& event,
                              std::uint32_t ordinal, std::uint32_t matching) {
@@ -201,7 +201,7 @@ TEST(InterruptSweep, EveryWaitEndsByTheInterruptAndPrintsItsCountsOnce) {
             SCOPED_TRACE(testing::Message()
                          << "q7 " << words << " at " << board.person.interrupts[0]);
             EXPECT_EQ(got.stopped, "");
-            // A shell ends in place of its caller; only the receiver may outlive the tool.
+            // The interrupt ends a shell in place of its caller. Only the receiver may outlive the tool.
             const bool outlived = board.person.interrupts[0] > healthy_run.end_s - 1e-6;
             EXPECT_TRUE(got.signal == SIGINT || is(event, "system") || outlived);
             int handlers = 0;
@@ -240,7 +240,7 @@ TEST(ReaderSweep, LostRecordsHaveTheirErrorLineAndNoneIsTorn) {
                  ++at) {
                 ++lost;
             }
-            // What came is some of the records, whole and in their order.
+            // The received records are some of all, whole and in order.
             for (const std::string& text : all) {
                 kept += kept < got.records.size() && got.records[kept] == text ? 1 : 0;
             }

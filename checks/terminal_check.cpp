@@ -1,4 +1,4 @@
-// q7-sim in front of a person: on a terminal of its own, in paced time.
+// q7-sim as a person uses it: on a terminal, in paced time.
 #include <fcntl.h>
 #include <poll.h>
 #include <pty.h>
@@ -48,7 +48,7 @@ Session at_terminal(std::vector<std::string> options, const std::vector<Typed>& 
     auto next = typing.begin();
     for (char buffer[4096];;) {
         pollfd file{terminal, POLLIN, 0};
-        // The child has not been waited for: its pid is its own, even if it has ended.
+        // The child has not been reaped, so its pid cannot be reused.
         if (::poll(&file, 1, 20'000) <= 0) ::kill(child, SIGKILL);
         const ssize_t count = ::read(terminal, buffer, sizeof buffer);
         if (count <= 0) break;
@@ -81,7 +81,7 @@ class Terminal : public testing::Test {
     }
 };
 
-// What the panel sent, in hexadecimal.
+// The bytes that the panel sent, in hexadecimal.
 std::string read_from_panel(const std::string& log) {
     std::ifstream file(log);
     std::string bytes;
@@ -93,7 +93,7 @@ std::string read_from_panel(const std::string& log) {
     return bytes;
 }
 
-// The scenario presses no key beside the person.
+// The scenario presses no keys while a person does.
 TEST_F(Terminal, EveryKeyOfThePanelCanBeTypedAndLedsAreShown) {
     const std::string log = testing::TempDir() + "terminal.jsonl";
     const Session session =

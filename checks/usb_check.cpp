@@ -44,7 +44,7 @@ TEST(UsbNames, PartitionsReplaceTheirNeighbouringDisk) {
     expect("msa msa1 msa2", "msa2");
     expect("msa1 msb msa2", "msa1 msb msa2");
     expect("msb msa", "msb msa");
-    expect("msa null msa1", "msa1");  // what is not taken does not part neighbours
+    expect("msa null msa1", "msa1");  // names that are skipped do not separate neighbours
     expect("ms ms", "ms ms");
     expect("msabc msa", "msabc msa");  // the same disk, and neither has a digit
     expect("msab1 msac2", "msac2");
@@ -113,7 +113,7 @@ TEST(UsbTest, ShellIsAskedWhereTheCallsFail) {
     EXPECT_TRUE(got.nothing_is_mounted());
 }
 
-// The shell ignores the interrupt that ends its command.
+// The interrupt ends the command of the shell, and not q7.
 TEST(UsbTest, DiskThatNothingMountsIsJudgedOnTheHostsFileSystem) {
     for (const std::string& changes :
          {disks("msa1", "mount = 'no file system'"),

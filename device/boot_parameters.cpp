@@ -4,6 +4,7 @@
 #include <array>
 
 #include "device/control_device.h"
+#include "device/little_endian.h"
 #include "platform/print.h"
 
 std::uint32_t g_rs485_step = 1;
@@ -19,10 +20,7 @@ constexpr std::uint32_t kNoAlarmIoLine = 25;
 
 std::array<std::uint8_t, 4096> boot_parameters;
 
-std::uint16_t device_type() {
-    return static_cast<std::uint16_t>(boot_parameters[kDeviceTypeOffset]
-                                      | boot_parameters[kDeviceTypeOffset + 1] << 8);
-}
+std::uint16_t device_type() { return half_word_at(&boot_parameters[kDeviceTypeOffset]); }
 
 }  // namespace
 

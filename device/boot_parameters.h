@@ -7,6 +7,6 @@ extern std::uint32_t g_rs485_step;        // 1: the full sequence tests the RS-4
 extern std::uint32_t g_alarm_io_present;  // 1: the board information shows alarm I/O
 
 // Reads the boot parameters through the open control device and sets the two flags. Returns 1
-// when the alarm step of the full sequence applies, else 0. When they cannot be read it prints so,
-// leaves the flags as they were and returns 0.
+// when the alarm step of the full sequence applies, else 0. When they cannot be read, it prints so,
+// leaves the flags unchanged and returns 0.
 int check_boot_parameters(int control);

@@ -7,5 +7,5 @@ enum class BuzzerLevel { sounding, silent };
 // line when the control device cannot be opened.
 void buzzer(int count);
 
-// Sets the line once, and says nothing when that fails.
+// Sets the line once; a failure is not printed.
 void buzzer_level(BuzzerLevel level);

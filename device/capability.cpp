@@ -18,7 +18,7 @@ std::uint8_t g_cSataNewRule = 0;
 
 namespace {
 
-// SATA ports by layout code; the codes 11 to 15 stand for no layout, and give none.
+// SATA ports by layout code; codes 11 to 15 are not layouts, and give none.
 constexpr std::array<std::uint8_t, 16> kSataPorts{0, 1, 2, 3, 4, 5, 8, 9, 17, 18, 25};
 
 constexpr std::uint8_t kThreeUsbPorts = 2;  // USB layout code

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "device/control_device.h"
+#include "device/little_endian.h"
 
 namespace {
 
@@ -11,21 +12,17 @@ using RawBlock = std::array<std::uint8_t, 256>;
 constexpr std::uint16_t kNoDescription = 0xFFFF;  // in the presence word
 constexpr std::uint16_t kAllValid = 0x3F;
 
-std::uint16_t word_at(const RawBlock& raw, std::size_t offset) {
-    return static_cast<std::uint16_t>(raw[offset] | raw[offset + 1] << 8);
-}
-
 std::uint8_t field(unsigned word, unsigned high, unsigned low) {
     return static_cast<std::uint8_t>(bits(word, high, low));
 }
 
 void decode(const RawBlock& raw, HardwareInfo& info) {
-    info.board_word = word_at(raw, 0) | static_cast<std::uint32_t>(word_at(raw, 2)) << 16;
-    info.presence = word_at(raw, 4);
-    info.model_code = word_at(raw, 14);
-    info.cpld_date = word_at(raw, 20);
+    info.board_word = word_at(&raw[0]);
+    info.presence = half_word_at(&raw[4]);
+    info.model_code = half_word_at(&raw[14]);
+    info.cpld_date = half_word_at(&raw[20]);
 
-    const unsigned memory = word_at(raw, 16);
+    const unsigned memory = half_word_at(&raw[16]);
     info.memory_15_13 = field(memory, 15, 13);
     info.arm_frequency = field(memory, 12, 12);
     info.memory_frequency = field(memory, 11, 11);
@@ -35,13 +32,13 @@ void decode(const RawBlock& raw, HardwareInfo& info) {
     info.memory_4_3 = field(memory, 4, 3);
     info.memory_2_0 = field(memory, 2, 0);
 
-    const unsigned second = word_at(raw, 18);
+    const unsigned second = half_word_at(&raw[18]);
     info.second_15_12 = field(second, 15, 12);
     info.second_11_8 = field(second, 11, 8);
 
     info.channel_count = field(raw[24], 3, 0);
 
-    const unsigned fitting = word_at(raw, 26);
+    const unsigned fitting = half_word_at(&raw[26]);
     info.sata_layout = field(fitting, 15, 12);
     info.fitting_11_10 = field(fitting, 11, 10);
     info.usb_layout = field(fitting, 9, 8);
@@ -51,11 +48,11 @@ void decode(const RawBlock& raw, HardwareInfo& info) {
     info.esata_count = field(fitting, 2, 1);
     info.fitting_0 = field(fitting, 0, 0);
 
-    const unsigned alarm = word_at(raw, 28);
+    const unsigned alarm = half_word_at(&raw[28]);
     info.alarm_inputs = field(alarm, 15, 8);
     info.alarm_outputs = field(alarm, 6, 0);
 
-    const unsigned storage = word_at(raw, 32);
+    const unsigned storage = half_word_at(&raw[32]);
     info.minisas_count = field(storage, 15, 14);
     info.storage_13_12 = field(storage, 13, 12);
     info.storage_11_9 = field(storage, 11, 9);
@@ -69,7 +66,7 @@ int read_hardware_info(int control, HardwareInfo* info) {
     RawBlock raw{};
     *info = {};
     if (platform::ioctl(control, ZEBIO_GET_HW_INFO, raw.data()) != 0) return -1;
-    if (word_at(raw, 4) == kNoDescription) return -1;
+    if (half_word_at(&raw[4]) == kNoDescription) return -1;
     decode(raw, *info);
     info->valid |= kAllValid;
     return 0;

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-// Decoded form of the raw hardware block. Fields named by their bits have no known meaning.
+// The decoded hardware block. Fields named after their bits have no known meaning.
 struct HardwareInfo {
     std::uint16_t valid;  // low six bits set after a successful decoding
     std::uint32_t board_word;

@@ -66,7 +66,7 @@ void reset_if_needed(Chip& chip, std::uint32_t selector) {
     chip.needs_reset = false;
 }
 
-// Goes on until a disk opens: all of them lie behind the one bridge.
+// Tries each disk until one opens: all lie behind the same bridge.
 void update_by_first_disk(const DiskLayout& layout, Chip& chip) {
     for (std::size_t i = 0; i < std::strlen(layout.chip_of_disk); ++i) {
         const char letter = static_cast<char>('a' + i);

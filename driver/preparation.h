@@ -1,4 +1,4 @@
-// What a run does with the board before its first test.
+// Prepares the board for the first test.
 #pragma once
 
 #include "platform/descriptor.h"
@@ -9,5 +9,5 @@
 // the descriptor's number, as exit status.
 platform::Descriptor prepare_control_device();
 
-// Then gives the board two seconds, and opens the keyboard line where a front panel is fitted.
+// Waits two seconds, and opens the keyboard line if a front panel is fitted.
 void settle_board();

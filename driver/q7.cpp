@@ -46,7 +46,7 @@ std::optional<int> refuse_number() {
 }
 
 // The number in the first two characters of the text; an empty text is number 0. A longer text
-// is only hinted at, one that is no number is refused.
+// only gets a hint, one that is not a number is refused.
 std::optional<int> parse_test_number(const char* text) {
     if (std::strlen(text) > 2) print("请选择测试序号(1~%d)\n", last_test());
     if (text[0] == '\0') return 0;
@@ -56,7 +56,7 @@ std::optional<int> parse_test_number(const char* text) {
     return 10 * (text[0] - '0') + (text[1] - '0');
 }
 
-// As strtol with the board's 32-bit long has it, on every build.
+// As strtol with a 32-bit long, like the board's, on every build.
 std::uint32_t parse_count(const char* text) {
     const long long value = std::strtoll(text, nullptr, 10);
     return static_cast<std::uint32_t>(std::clamp<long long>(value, INT32_MIN, INT32_MAX));
@@ -94,9 +94,9 @@ bool asks_for_help(const char* argument) {
     return std::strcmp(argument, "-h") == 0 || std::strcmp(argument, "--help") == 0;
 }
 
-// A file that is opened gets the lowest free descriptor. Were that a missing 0, 1 or 2, printed text
-// would land in the FIFO or the control device. So /dev/null is opened until the standard
-// descriptors are taken; where it cannot be opened, nothing can be done.
+// An open file gets the lowest free descriptor. If that were a missing 0, 1 or 2, printed text would
+// go to the FIFO or the control device. So /dev/null is opened until the standard descriptors are
+// taken; if it cannot be opened, they stay missing.
 void occupy_standard_descriptors() {
     int fd;
     do {

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "device/little_endian.h"
 #include "platform/platform.h"
 #include "platform/print.h"
 
@@ -18,22 +19,17 @@ constexpr std::size_t kHeaderSize = 8;
 
 // One record: type and length as little-endian words, then the text. The type is always 0.
 struct Record {
-    unsigned char bytes[kHeaderSize + kTextSize];
+    std::uint8_t bytes[kHeaderSize + kTextSize];
 };
 
 std::uint32_t g_console_flag = 1;
 int g_fifo = -1;
 Record g_record;
 
-void put_u32(unsigned char* place, std::uint32_t value) {
-    for (int i = 0; i < 4; ++i)
-        place[i] = static_cast<unsigned char>(value >> (8 * i));
-}
-
 ssize_t send(const char* text) {
     const std::size_t length = std::strlen(text);
-    put_u32(g_record.bytes, 0);
-    put_u32(g_record.bytes + 4, static_cast<std::uint32_t>(length));
+    put_word(g_record.bytes, 0);
+    put_word(g_record.bytes + 4, static_cast<std::uint32_t>(length));
     std::memcpy(g_record.bytes + kHeaderSize, text, length);
     return platform::write(g_fifo, g_record.bytes, kHeaderSize + length);
 }

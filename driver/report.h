@@ -9,15 +9,15 @@ struct Site {
     Site(const char* name, int at = __builtin_LINE()) : module(name), line(at) {}
 };
 
-// Formats at most 1023 bytes, and prints or sends them exactly as they are. A record that cannot
-// be written is lost; a line with the module name and the source line says so on the console.
+// Formats at most 1023 bytes and prints or sends them unchanged. A record that cannot be written is
+// lost; a line on the console then names the module and the source line.
 [[gnu::format(printf, 2, 3)]] void report(Site site, const char* format, ...);
 
 // True until the FIFO has been opened.
 bool console_mode();
 
-// Opens the FIFO without waiting for its reader and selects net mode. Returns 0, or -1 when there
-// is no FIFO or no reader; the console mode then stays. From the open FIFO on SIGPIPE is ignored, so
-// that a reader that leaves costs its records and not the run.
+// Opens the FIFO without waiting for a reader and selects net mode. Returns 0, or -1 when there is no
+// FIFO or no reader; q7 then stays in console mode. Once the FIFO is open, SIGPIPE is ignored, so that
+// a reader that leaves does not end the run.
 int open_report_fifo();
 void close_report_fifo();

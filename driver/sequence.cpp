@@ -30,8 +30,8 @@ void flush_console() {
     read_console_line(line, 1);
 }
 
-// Switches the network port under test to it and examines it; one that cannot be selected is a
-// fault, whose text is left to the caller.
+// Selects a side of the network ports and examines it. A side that cannot be selected is a fault;
+// the caller reports it.
 bool select_net_port(int control, NetPort port) {
     if (platform::ioctl_value(control, ZEBIO_SELECT_NET_PORT, port) == 0) return true;
     results.network = 1;
@@ -80,14 +80,14 @@ void test_usb(int) {
 
 bool in_net_mode(int) { return !console_mode(); }
 bool has_alarm_io(int control) { return check_boot_parameters(control) == 1; }
-bool has_rs485(int) { return g_rs485_step != 0; }  // which the boot parameters say
+bool has_rs485(int) { return g_rs485_step != 0; }  // according to the boot parameters
 
 void beep_in_net_mode() {
     if (!console_mode()) buzzer(3);
 }
 
-// A step of the sequence. Its heading follows its number in one report; what it asks of the
-// operator is a report of its own. One that does not apply takes no number.
+// A step of the sequence. Number and heading are one report, the request to the operator another. A
+// step that does not apply gets no number.
 struct Step {
     const char* heading;
     const char* request = nullptr;

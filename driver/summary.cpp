@@ -17,7 +17,7 @@ constexpr char kModule[] = "q7";
 
 bool usb_ports_missing() { return results.usb_ports_found != g_iUsbNum; }
 
-// In net mode a person judges the RTC, so its verdict does not count.
+// In net mode a person judges the clock, so its verdict does not count.
 bool board_passed() {
     return results.network == 0 && results.rs485 == 0 && results.alarm == 0
            && (!console_mode() || results.rtc == 0) && !usb_ports_missing()

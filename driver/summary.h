@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-// Shows the verdicts in the result slots, sounds the outcome on the console's buzzer, and stores 1
-// (passed) or 0 (failed) through the pointer, unless it is null. Uses the SATA fault mask up: it
-// reads 0 afterwards.
+// Shows the verdicts in the result slots, sounds the outcome on the buzzer in console mode, and stores
+// 1 (passed) or 0 (failed) through the pointer, unless it is null. Clears the SATA fault mask in
+// doing so.
 void result_summary(std::uint8_t* all_passed);

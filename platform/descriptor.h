@@ -7,8 +7,8 @@
 
 namespace platform {
 
-// Owns a descriptor: closed at the end of its scope, errno left as it was. Holds whatever open
-// returned, -1 included, so that a routine may go on with a descriptor that failed to open.
+// Owns a descriptor: closes it at the end of its scope and keeps errno. It may hold -1, as returned by
+// a failed open: some routines go on with such a descriptor.
 class Descriptor {
   public:
     Descriptor() = default;
@@ -26,7 +26,7 @@ class Descriptor {
     int get() const { return fd_; }
     bool is_open() const { return fd_ >= 0; }
 
-    // Gives the descriptor up, open, to the caller.
+    // Hands the open descriptor over to the caller.
     int release() { return std::exchange(fd_, -1); }
 
     void close() {

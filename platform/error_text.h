@@ -1,5 +1,5 @@
 #pragma once
 
-// The text of an errno value in the words of the GNU C library, with whichever library q7 is built.
-// Valid until the next call; for one thread at a time.
+// The GNU C library's text for an errno value, whichever library q7 is built with. Valid until the
+// next call; not thread-safe.
 const char* error_text(int error);

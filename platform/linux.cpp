@@ -1,4 +1,4 @@
-// The real system: each function is the one call that its name says.
+// The real system: each function is the one call that it is named after.
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>

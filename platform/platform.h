@@ -1,6 +1,6 @@
-// Every call by which the product reaches the system. Each function is the call that its
-// comment names: the same result on success and on failure, and the same errno; it prints,
-// retries and remembers nothing. The board links linux.cpp, the simulated board its own world.
+// Every call by which the product reaches the system. Each function is the call named in its
+// comment, with the same results and errno; it prints, retries and remembers nothing. q7 links
+// linux.cpp, q7-sim the simulated board.
 #pragma once
 
 #include <sys/statfs.h>

@@ -1,6 +1,6 @@
-// What q7 prints. Each call formats its text first and is then one write, so that nothing of
-// another process comes in between; nothing is kept back. A short write is gone on with, an
-// interrupted one repeated; what cannot be written is dropped.
+// Output of q7. Each call formats its text and writes it in one piece, unbuffered, so that output of
+// other processes cannot land within a line. Short writes are continued, interrupted ones repeated;
+// text that cannot be written is dropped.
 //
 // A text has at most 1023 bytes, the length of a report; the longest of the others is a line
 // around the path of a node in /dev, 260 bytes.

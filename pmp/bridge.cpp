@@ -4,6 +4,7 @@
 #include <cerrno>
 
 #include "device/control_device.h"
+#include "device/little_endian.h"
 #include "platform/print.h"
 
 BridgeAccess g_bridge{-1, 0, 0, 0, 0, 0, -1, 0};
@@ -38,19 +39,7 @@ enum SpiCommand : std::uint16_t {
     kPageProgram = 0xE502
 };
 
-void put_word(RegisterBlock& block, std::size_t place, std::uint32_t word) {
-    for (std::size_t i = 0; i < 4; ++i)
-        block[place + i] = static_cast<std::uint8_t>(word >> 8 * i);
-}
-
-std::uint32_t word_at(const RegisterBlock& block, std::size_t place) {
-    std::uint32_t word = 0;
-    for (std::size_t i = 0; i < 4; ++i)
-        word |= static_cast<std::uint32_t>(block[place + i]) << 8 * i;
-    return word;
-}
-
-// errno is that of the request still when the caller prints it once more.
+// Keeps the errno of the request, which the caller prints again.
 void print_failure(const char* routine, const char* what) {
     const int saved_errno = errno;
     print("ERR : %s, %s fail (%d)\n", routine, what, saved_errno);
@@ -71,14 +60,14 @@ int pmprw(BridgeMode mode) {
     RegisterBlock block{};
     block[kFeatures] = static_cast<std::uint8_t>(g_bridge.command);
     block[kFeaturesExp] = static_cast<std::uint8_t>(g_bridge.command >> 8);
-    put_word(block, kSectorCount, g_bridge.data);
-    put_word(block, kSectorCountExp, g_bridge.address);
+    put_word(&block[kSectorCount], g_bridge.data);
+    put_word(&block[kSectorCountExp], g_bridge.address);
     const std::uint8_t unit = reads_register ? g_pm_port : g_bridge.flash;
     block[kDevice] = static_cast<std::uint8_t>(0x80 | (unit & 0x7F));
     block[kCommand] = reads_register ? kReadPortMultiplier : kSpiTransfer;
     const int result = platform::ioctl(g_bridge.disk, kBridgeRequest, block.data());
-    g_bridge.data = word_at(block, kSectorCount);
-    g_bridge.address = word_at(block, kSectorCountExp);
+    g_bridge.data = word_at(&block[kSectorCount]);
+    g_bridge.address = word_at(&block[kSectorCountExp]);
     if (result < 0) print_failure("pmprw", "ioctl");
     return result;
 }

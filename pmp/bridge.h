@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-// The process-wide record of the bridge at hand. What a request does not name keeps the value that
-// the one before left in it.
+// The process-wide record of the current bridge. Fields that a request does not set keep the values
+// of the request before it.
 struct BridgeAccess {
     int disk;               // open disk node behind the bridge
     std::uint16_t command;  // register command, or SPI opcode and transfer code

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <iterator>
 
+#include "device/little_endian.h"
 #include "platform/print.h"
 #include "pmp/bridge.h"
 
@@ -33,20 +34,13 @@ constexpr std::uint32_t kTestPattern[4] = {0x00010203, 0xFFFEFDFC, 0x55AA55AA, 0
 
 using Block = std::array<std::uint8_t, kBlockSize>;
 
-// Prints how a step ended, as a line, and passes its result up.
+// Prints the outcome of a step and returns its result.
 int say(int result, const char* line) {
     print_line(line);
     return result;
 }
 
 std::uint8_t register_value() { return static_cast<std::uint8_t>(g_bridge.data); }
-
-std::uint32_t word_at(const Block& block, std::size_t place) {
-    std::uint32_t word = 0;
-    for (std::size_t i = 0; i < 4; ++i)
-        word |= static_cast<std::uint32_t>(block[place + i]) << 8 * i;
-    return word;
-}
 
 void rewind_file() { platform::lseek(g_bridge.firmware, 0, SEEK_SET); }
 
@@ -189,7 +183,7 @@ int check_bonding(const Block& header) {
 }
 
 int check_length(const Block& header) {
-    const std::uint32_t expected = (word_at(header, 8) & 0xFFFF) + (word_at(header, 12) & 0xFFFF);
+    const std::uint32_t expected = (word_at(&header[8]) & 0xFFFF) + (word_at(&header[12]) & 0xFFFF);
     if (expected != g_bridge.length) {
         print("ERR : Binfine length is mismatch (exp: %d, act: %d)\n", expected, g_bridge.length);
         return -1;
@@ -220,7 +214,7 @@ int chkbinfile() {
     return result < 0 ? result : check_length(header);
 }
 
-// chk0: whether the flash can be erased, written and read at all.
+// chk0: whether the flash can be erased, written and read.
 int try_test_pattern() {
     int result = disableflashWP();
     if (result < 0) return say(result, "ERR : chkflashsts, disableflashWP fail");
@@ -253,7 +247,7 @@ int chkflashsts() {
 
 // Upload and verification.
 
-// How far a walk through the file has come.
+// Progress of a walk through the file.
 struct Progress {
     std::uint32_t offset = 0;      // in the flash
     std::uint32_t bytes_read = 0;  // of the file
@@ -263,7 +257,7 @@ struct Progress {
 // Programs a block read from the file.
 bool upload_block(const Block& block, std::size_t size, Progress& progress) {
     for (std::size_t i = 0; i < size; i += 4) {
-        const std::uint32_t word = word_at(block, i);
+        const std::uint32_t word = word_at(&block[i]);
         if (writeflash(progress.offset, &word, 1) < 0) {
             print("ERR : uploadcode, writeflash fail (%08Xh)\n", progress.offset);
             progress.result = -1;
@@ -283,7 +277,7 @@ bool verify_block(const Block& block, std::size_t size, Progress& progress) {
             progress.result = -1;
             return false;
         }
-        if (word != word_at(block, i)) {
+        if (word != word_at(&block[i])) {
             print(
                 "WRN : verifycode, verify fail (%08Xh) (JMB39X = %08Xh, binfile = "
                 "%02X%02X%02X%02Xh)\n",

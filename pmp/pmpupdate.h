@@ -1,4 +1,4 @@
-// Firmware update of a port-multiplier bridge from /dav0/zeb321.bin. Prints what it does.
+// Firmware update of a port-multiplier bridge from /dav0/zeb321.bin. Prints its progress.
 #pragma once
 
 #include <cstdint>

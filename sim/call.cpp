@@ -1,12 +1,6 @@
 #include "sim/call.h"
 
-#include <sys/types.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cstdarg>
-#include <cstdio>
-#include <cstring>
 
 #include "sim/change.h"
 #include "sim/clock.h"
@@ -36,7 +30,7 @@ void stop_if_spinning(const char* function) {
     actor.instant = world->now;
     if (++actor.calls_at_instant < kSpinning) return;
     stop_here("%s was spinning: %u calls at %.6f s, the latest one %s", world->name_of(actor),
-              kSpinning, static_cast<double>(world->now) / 1e6, function);
+              kSpinning, to_seconds(world->now), function);
 }
 
 }  // namespace

@@ -12,8 +12,8 @@
 
 namespace sim {
 
-// The clock lets one actor run at a time. ThreadSanitizer must not take that order for one that
-// the product has made, or it would find no race: it looks away while one of these lives.
+// Hides the simulator's own synchronisation from ThreadSanitizer, which would otherwise take the
+// order of the turns for one that the product has made, and find no race.
 class HiddenFromThreadSanitizer {
   public:
     HiddenFromThreadSanitizer();
@@ -35,14 +35,14 @@ class Call {
     void sent(const void* bytes, std::size_t size);
     void got(const void* bytes, std::size_t size);
 
-    // The size that a fault leaves of a read or write.
+    // The size of a read or write, as far as a fault allows it.
     std::size_t shortened(std::size_t size) const;
 
     // The open file of the call's descriptor; null when it is closed.
     OpenFile* file() const { return file_; }
 
-    // Runs the body, which returns as a kernel does, unless a fault takes its place; turns its
-    // result into that of a system call: -1 and errno on failure, errno left alone on success.
+    // Runs the body, which returns as a kernel does, unless a fault takes its place. Converts its
+    // result to that of a system call: -1 and errno on failure, errno unchanged on success.
     template <class Body>
     long run(Body body) {
         begin();

@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "sim/board.h"
+#include "sim/device.h"
 #include "sim/scenario/keys.h"
 #include "sim/world.h"
 
@@ -13,14 +14,15 @@ const Board* scenario = nullptr;
 
 namespace {
 
-Board present;               // of this process
-std::uint32_t followed = 0;  // changes that are in it
+Board present;               // the copy of this process
+std::uint32_t followed = 0;  // changes applied to it
 
 void make(std::size_t place) {
     if (world->changes_made == std::size(world->made))
         stop_here("more than %zu changes", std::size(world->made));
     ++world->changes[place].came;
     note("change", "%s", present.changes[place].place.c_str());
+    prepare_devices_for_change();
     world->made[world->changes_made++] = static_cast<std::uint8_t>(place);
     follow_changes();
 }
@@ -55,7 +57,7 @@ void start_changes(const Board& description) {
 
 void follow_changes() {
     while (followed < world->changes_made) {
-        // The list of changes is not described by a change.
+        // A change cannot alter the list of changes.
         const std::function<void(Board&)> apply = present.changes[world->made[followed++]].apply;
         apply(present);
     }

@@ -1,4 +1,4 @@
-// How the board differs later: changes of its description, each with its trigger.
+// Timed changes of the description, each with its trigger.
 #pragma once
 
 #include <cstdint>
@@ -16,30 +16,30 @@ struct Board;
 
 constexpr std::size_t kMostChanges = 64;
 
-struct Change : Match {  // the call triggers it, before it is carried out
+struct Change : Match {  // a matching call triggers it before the call is carried out
     enum class Trigger : std::uint8_t { time, call, key };
 
     Trigger trigger = Trigger::call;
     double at = 0, every = 0;  // seconds; every = 0: once
-    std::string key;           // that a person presses
+    std::string key;           // pressed by a person
     std::function<void(Board&)> apply;
 };
 void describe(Keys& keys, Change& change);
 
 struct ChangeState {
-    Microseconds due;       // of a trigger by time; kNever = not any more
+    Microseconds due;       // of a trigger by time; kNever = done
     std::uint32_t matches;  // calls so far
-    std::uint32_t came;     // how often it has come
+    std::uint32_t came;     // times that it was applied
 };
 
-// Prepares the changes of the board. From then on `scenario` is the board as it is at present; each
-// process has a copy of its own, which follow_changes brings up to date.
+// Prepares the changes of the board. From then on `scenario` is the board as it is now. Each process
+// has its own copy, which follow_changes brings up to date.
 void start_changes(const Board& description);
 void follow_changes();
 
 Microseconds next_change_at();
 void make_due_changes();
 void make_changes_of_call(const Event& call);
-bool make_changes_of_key(std::string_view key);  // false: none has this key
+bool make_changes_of_key(std::string_view key);  // false: no change has this key
 
 }  // namespace sim

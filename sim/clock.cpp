@@ -35,14 +35,14 @@ Microseconds end_of_wait(const Actor& actor) {
     Microseconds end = actor.until;
     if (actor.file >= 0) {
         const OpenFile& file = world->files[actor.file];
-        end = std::min(end, device(file.device).ready_at(file, actor.direction));
+        end = std::min(end, device_of(file).ready_at(file, actor.direction));
     }
     return std::max(end, world->now);
 }
 
 std::string wait_of(const Actor& actor) {
     char text[160];
-    const double until = static_cast<double>(actor.until) / 1e6;
+    const double until = to_seconds(actor.until);
     if (actor.file < 0) {
         std::snprintf(text, sizeof text, "\n  %s: until %.6f s", world->name_of(actor), until);
         return text;
@@ -69,7 +69,7 @@ std::string all_waits() {
 bool is_ready(int place, Direction direction) {
     if (place < 0) return false;
     const OpenFile& file = world->files[place];
-    return device(file.device).ready_at(file, direction) <= world->now;
+    return device_of(file).ready_at(file, direction) <= world->now;
 }
 
 void wait_for(Microseconds until, int file, Direction direction, bool interruptible) {
@@ -82,10 +82,6 @@ void wait_for(Microseconds until, int file, Direction direction, bool interrupti
     pass_turn();
     await_turn();
 }
-
-}  // namespace
-
-namespace {
 
 [[gnu::format(printf, 1, 0)]] void stop_for(const char* format, va_list arguments) {
     if (world->stopped) return;
@@ -121,7 +117,7 @@ bool anyone_alive() {
 Step next_step() {
     follow_changes();
     Step next{kNever, -1};
-    std::uint64_t first = UINT64_MAX;  // order of the wait that ends next
+    std::uint64_t first = UINT64_MAX;  // order of that wait
     for (const Actor& actor : world->actors) {
         if (actor.state != Actor::State::alive) continue;
         const Microseconds at = end_of_wait(actor);
@@ -134,7 +130,7 @@ Step next_step() {
     return next;
 }
 
-void take_step(const Step& step) {
+void run_step(const Step& step) {
     if (step.at == kNever) {
         stop_run("nothing will ever happen any more; the actors waited:%s", all_waits().c_str());
         return;
@@ -160,16 +156,16 @@ void pass_turn() {
         wake_supervisor();
         return;
     }
-    // An actor that was woken holds the turn at once: nothing may be looked at any more.
+    // A woken actor may run immediately; do not read the world after this.
     bool woken = false;
     while (!woken && !world->stopped && anyone_alive()) {
         const Step step = next_step();
-        take_step(step);
+        run_step(step);
         woken = step.actor >= 0;
     }
 }
 
-// False when the supervisor was killed: its processes then have a parent that is none of ours.
+// False when the supervisor was killed: its processes then have another parent.
 static bool is_supervised() {
     const pid_t parent = ::getppid();
     return parent == world->supervisor || parent == world->processes[0].pid;
@@ -205,12 +201,12 @@ Wake wait_until(Microseconds until, int file, Direction direction) {
     return is_ready(file, direction) ? Wake::ready : Wake::time_up;
 }
 
-void take_time(Microseconds duration) {
+void spend_time(Microseconds duration) {
     if (duration > 0) wait_for(world->now + duration, -1, Direction::read, false);
     deliver_interrupt();
 }
 
-bool take_time_of_shell(Microseconds duration) {
+bool spend_time_in_shell(Microseconds duration) {
     wait_for(world->now + duration, -1, Direction::read, false);
     return std::exchange(world->processes[world->actors[self].process].interrupt_pending, false);
 }

@@ -1,6 +1,6 @@
-// Virtual time. One actor runs at a time, until it waits or ends; then the turn goes to the one
-// whose wait ends first, and the clock jumps there. Of waits that end together, the one that began
-// first is the first.
+// Virtual time. One actor runs at a time, until it waits or ends. The turn then goes to the actor
+// whose wait ends first, and the clock jumps to that instant. Of waits that end together, the one
+// that began first ends first.
 #pragma once
 
 #include "sim/process.h"
@@ -10,30 +10,30 @@ namespace sim {
 
 enum class Wake { time_up, ready, interrupt };
 
-// Ends when `until` has come, when the open file becomes ready (-1 = none), or by an interrupt:
-// then its handler has run already, as it would inside a system call. A wait that is over at once
-// keeps the turn.
+// Ends at `until`, when the open file becomes ready (-1 = none), or by an interrupt, whose handler
+// has then run, as inside a system call. A wait that is already over keeps the turn.
 Wake wait_until(Microseconds until, int file = -1, Direction direction = Direction::read);
 
-// A call that takes time and that no signal ends; an interrupt is delivered after it.
-void take_time(Microseconds duration);
+// Advances the clock; not interruptible. A pending interrupt is delivered afterwards.
+void spend_time(Microseconds duration);
 
-// The time of a shell command, which an interrupt ends in place of its caller. True if one did.
-bool take_time_of_shell(Microseconds duration);
+// Advances the clock by a shell command, which takes an interrupt in place of its caller. True when
+// one came.
+bool spend_time_in_shell(Microseconds duration);
 
 void await_turn();         // blocks until this actor holds the turn
-void deliver_interrupt();  // runs the handler, if one is due to this actor
+void deliver_interrupt();  // runs the handler, if an interrupt is pending for this actor
 void interrupt_all();      // Ctrl-C at the console: to every process
-void pass_turn();          // of an actor that waits or has ended
+void pass_turn();          // called by an actor that waits or has ended
 
-// What happens next, and the step to it: an actor's wait ends, or the board itself does
-// something. For a paced run, where the supervisor moves the clock.
+// The next step of the run: an actor's wait ends, or the board itself acts. In a paced run the
+// supervisor takes the steps.
 struct Step {
-    Microseconds at;  // kNever: nothing will happen any more
+    Microseconds at;  // kNever: nothing will ever happen
     int actor;        // -1 = the board
 };
 bool anyone_alive();
 Step next_step();
-void take_step(const Step& step);
+void run_step(const Step& step);
 
 }  // namespace sim

@@ -1,40 +1,45 @@
 #include "sim/device.h"
 
 #include <algorithm>
-#include <iterator>
+#include <array>
+#include <cstring>
 
-#include "sim/devices/console.h"
-#include "sim/devices/control.h"
-#include "sim/devices/directory.h"
-#include "sim/devices/disk.h"
-#include "sim/devices/fifo.h"
-#include "sim/devices/files.h"
-#include "sim/devices/network.h"
-#include "sim/devices/null.h"
-#include "sim/devices/pipe.h"
-#include "sim/devices/rtc.h"
-#include "sim/devices/serial.h"
-#include "sim/devices/usb.h"
+#include "sim/devices/table.h"
 #include "sim/world.h"
 
 namespace sim {
 namespace {
 
-// A new device is a row here; the first rows are known by number.
-const Device* const kDevices[] = {
-    &console_device, &directory_device, &socket_device, &pipe_device, &control_device, &fifo_device,
-    &file_device,    &serial_device,    &rtc_device,    &usb_device,  &disk_device,    &null_device,
-};
+template <class... Row>
+std::array<const Device*, sizeof...(Row)> rows_of(DeviceTable<Row...>) {
+    return {&Row::device...};
+}
+
+const auto kDevices = rows_of(Devices{});
 
 }  // namespace
 
+long Argument::write(const void* bytes, std::size_t size) {
+    std::memcpy(block, bytes, size);
+    answer = {reinterpret_cast<const char*>(block), size};
+    return 0;
+}
+
 Microseconds Device::ready_at(const OpenFile&, Direction) const { return world->now; }
 
-const Device& device(int row) { return *kDevices[row]; }
+void describe_devices(Keys& keys, Board& board) {
+    for (const Device* each : kDevices)
+        each->describe(keys, board);
+}
 
 void start_devices() {
     for (const Device* each : kDevices)
         each->start();
+}
+
+void prepare_devices_for_change() {
+    for (const Device* each : kDevices)
+        each->before_change();
 }
 
 Microseconds next_act_at() {
@@ -49,6 +54,14 @@ void act_devices() {
         if (each->acts_at() <= world->now) each->act();
 }
 
+long control_devices(std::uint32_t request, Argument& argument) {
+    for (const Device* each : kDevices) {
+        const long result = each->control(request, argument);
+        if (result != -ENOTTY) return result;
+    }
+    return -ENOTTY;
+}
+
 std::vector<std::string> list_nodes() {
     std::vector<std::string> names{".", ".."};
     for (const Device* each : kDevices)
@@ -56,12 +69,19 @@ std::vector<std::string> list_nodes() {
     return names;
 }
 
-int find_device(std::string_view path, int* index) {
-    for (int row = 0; row < static_cast<int>(std::size(kDevices)); ++row) {
-        *index = kDevices[row]->find(path);
-        if (*index >= 0) return row;
+const Device* find_device(std::string_view path, int* index) {
+    for (const Device* each : kDevices) {
+        *index = each->find(path);
+        if (*index >= 0) return each;
     }
-    return -1;
+    return nullptr;
+}
+
+const Device& device_of(const OpenFile& file) { return *kDevices[file.device]; }
+
+int row_of(const Device& device) {
+    return static_cast<int>(std::find(kDevices.begin(), kDevices.end(), &device)
+                            - kDevices.begin());
 }
 
 }  // namespace sim

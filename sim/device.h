@@ -1,6 +1,6 @@
 // What a simulated device offers to the platform functions. Results are those of a kernel: 0 or
-// more is success, a negative value is the negated errno. The state of every device lies in the
-// world, its description in the board; a Device itself has none.
+// more is success, a negative value is the negated errno. A Device has no state of its own: what a
+// scenario says of it lies in the board, its state in the world.
 #pragma once
 
 #include <cerrno>
@@ -17,35 +17,54 @@ struct termios;
 
 namespace sim {
 
+class Keys;
+struct Board;
+
+// What a row of the device table (sim/devices/table.h) names besides the device itself.
+struct DeviceRow {
+    struct Described {};  // members that the device adds to the board
+    struct State {};      // members that it adds to the world
+};
+
 struct Argument {  // of an ioctl: by value, or a block
     std::uint32_t value;
-    void* block;
+    std::uint8_t* block;
+    std::string_view answer{};  // bytes that the request has written, for the event log
+
+    // Writes these bytes to the block; 0, as of a request that succeeds.
+    long write(const void* bytes, std::size_t size);
 };
 
 class Device {
   public:
+    // Reads what a scenario says of it into the board.
+    virtual void describe(Keys&, Board&) const {}
+
     // Puts what the board describes into the world, before the product starts.
     virtual void start() const {}
+    // The description is about to change; it is still the old one.
+    virtual void before_change() const {}
 
     // Which one of its kind lies at this path; -1 when the board has none there.
-    virtual int find(std::string_view path) const = 0;
+    virtual int find(std::string_view /*path*/) const { return -1; }
 
     virtual long open(int, int /*flags*/) const { return 0; }
     virtual void close(int) const {}
     virtual long read(OpenFile&, void*, std::size_t) const { return -EINVAL; }
     virtual long write(OpenFile&, const void*, std::size_t) const { return -EINVAL; }
-    virtual long ioctl(OpenFile&, std::uint32_t /*request*/, Argument) const { return -ENOTTY; }
-    // Bytes of the block that a request takes and answers, for the event log.
+    virtual long ioctl(OpenFile&, std::uint32_t /*request*/, Argument&) const { return -ENOTTY; }
+    // A request to the control device; -ENOTTY = this device does not serve it.
+    virtual long control(std::uint32_t /*request*/, Argument&) const { return -ENOTTY; }
+    // Bytes of the block that a request reads, for the event log.
     virtual std::size_t sent_size(std::uint32_t /*request*/) const { return 0; }
-    virtual std::size_t answer_size(std::uint32_t /*request*/) const { return 0; }
     virtual std::int64_t size(int) const { return -1; }  // of a file that can be sought; -1 = none
     virtual termios* attributes(int) const { return nullptr; }  // of a serial line
 
-    // First instant, not before the present one, at which the file is ready. kNever = not by
+    // The first instant, not before the present one, at which the file is ready. kNever = not by
     // itself.
     virtual Microseconds ready_at(const OpenFile&, Direction) const;
 
-    // When it does something by itself, and what.
+    // When the device next does something by itself, and what.
     virtual Microseconds acts_at() const { return kNever; }
     virtual void act() const {}
 
@@ -56,17 +75,16 @@ class Device {
     ~Device() = default;
 };
 
-// The device table. Rows are named by number in OpenFile::device.
-const Device& device(int row);
+// The device table.
+void describe_devices(Keys& keys, Board& board);
 void start_devices();
+void prepare_devices_for_change();
 Microseconds next_act_at();
-void act_devices();                                  // those that are due
-std::vector<std::string> list_nodes();               // of /dev
-int find_device(std::string_view path, int* index);  // row, or -1: the board has no such path
-
-constexpr int kConsoleRow = 0;
-constexpr int kDirectoryRow = 1;
-constexpr int kSocketRow = 2;
-constexpr int kPipeRow = 3;
+void act_devices();  // those that are due
+long control_devices(std::uint32_t request, Argument& argument);
+std::vector<std::string> list_nodes();                         // of /dev
+const Device* find_device(std::string_view path, int* index);  // null: the board has no such path
+const Device& device_of(const OpenFile& file);
+int row_of(const Device& device);
 
 }  // namespace sim

@@ -1,4 +1,4 @@
-// The event log: every platform call, and every change on a device, in the order in which they began.
+// The event log: every platform call and every change of a device, in the order in which they began.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 namespace sim {
 
-// A platform call, or a change on a device (function "panel", "watchdog" ...; text in sent).
+// A platform call, or a change of a device (function "panel", "watchdog" ...; its text in sent).
 struct Event {
     Microseconds at, ended;  // ended = -1: the call did not return
     const char* function;    // a literal, valid in every process of the run
@@ -24,7 +24,7 @@ struct Event {
     std::uint32_t actor;                           // its name, in the text arena; 0 = the board
 };
 
-// Of fixed capacity; it lies in the world.
+// Of fixed capacity, in the world.
 struct EventLog {
     std::uint32_t events_used, text_used;
     Event events[400'000];
@@ -37,24 +37,24 @@ struct EventLog {
     std::string_view sent(const Event& event) const { return {text + event.sent, event.sent_size}; }
     std::string_view got(const Event& event) const { return {text + event.got, event.got_size}; }
 
-    // A call of this function that the product made, with this result or any.
+    // A call of this function by the product.
     static bool is_call(const Event& event, std::string_view function);
-    // A change on this device.
+    // A change of this device.
     static bool is_change(const Event& event, std::string_view device);
-    // A report record that q7 has written into the FIFO: header and text.
+    // A report record written to the FIFO: header and text.
     bool is_report(const Event& event) const;
 };
 
 // One event as a line of JSON, without the line end. Times are seconds; bytes are hexadecimal.
 std::string to_json(const EventLog& log, const Event& event);
 
-// Standard output of the product, as the calling process knows it.
+// The descriptor of the product's standard output in the calling process.
 extern int console_stream;
 
 // A new event of the running actor, at the present instant.
 Event& new_event(const char* function);
 
-// Records a change on a device.
+// Records a change of a device.
 [[gnu::format(printf, 2, 3)]] void note(const char* device, const char* format, ...);
 
 // Adds bytes to the text of the log; returns their place.

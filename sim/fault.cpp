@@ -4,7 +4,6 @@
 #include <set>
 
 #include "sim/board.h"
-#include "sim/process.h"
 #include "sim/scenario/keys.h"
 #include "sim/world.h"
 
@@ -65,11 +64,11 @@ bool Match::concerns(const Event& event) const {
 void describe(Keys& keys, Match& match) {
     match.place = keys.place();
     keys.key("call",
-             Word{call_names(), "any",
+             word(call_names(), "any",
                   [&](const std::string& name) {
                       match.call = name;
                       return kCalls.count(name) != 0;
-                  }},
+                  }),
              "which call it is, as the event log names it");
     keys.key("path", match.path, "path that the call works on; \"\" = any");
     keys.key("actor", match.actor, "\"main\", \"thread1\", \"child1\" ...; \"\" = any");
@@ -92,8 +91,8 @@ void describe(Keys& keys, Fault& fault) {
         "what happens: it fails, transfers `count` bytes at most, returns `value`, Ctrl-C comes, "
         "the power goes");
     keys.key("errno",
-             Word{errno_names(), "\"EIO\"",
-                  [&](const std::string& name) { return set_errno(fault.error, name); }},
+             word(errno_names(), "\"EIO\"",
+                  [&](const std::string& name) { return set_errno(fault.error, name); }),
              "with which it fails");
     keys.key("value", fault.value, "that it returns, once it is carried out", {0, INT32_MAX});
     keys.key("count", fault.count, "bytes that a short transfer takes at most");

@@ -1,4 +1,4 @@
-// Calls of the scenario that go wrong: a layer over healthy devices.
+// Faults of calls: a layer over healthy devices.
 #pragma once
 
 #include <cstdint>
@@ -21,23 +21,24 @@ struct Match {
     std::uint32_t nth = 1;
     std::string place{};  // in the scenario: "board.toml:12"
 
-    bool concerns(const Event& event) const;  // whichever it is
+    bool concerns(const Event& event) const;  // regardless of nth
 };
 void describe(Keys& keys, Match& match);
 
-// Takes the place of the call, or, from then on, of each.
+// Takes the place of the n-th matching call or, with `onwards`, of each from then on.
 struct Fault : Match {
     enum class Effect : std::uint8_t { error, shorten, value, interrupt, power_cut };
 
     bool onwards = false;
     Effect effect = Effect::error;
     int error = 5;            // errno, with Effect::error
-    long value = 0;           // that it returns, with Effect::value
+    long value = 0;           // returned, with Effect::value
     std::uint32_t count = 0;  // bytes that remain, with Effect::shorten
 };
 void describe(Keys& keys, Fault& fault);
 
-// The fault that takes the place of this call; null = none. Counts the call.
+// The fault that takes the place of this call; null = none. Counts the call for each fault that it
+// matches.
 const Fault* matching_fault(const Event& call);
 
 }  // namespace sim

@@ -17,4 +17,9 @@ inline void put_word(std::uint8_t* bytes, std::uint32_t word) {
         bytes[i] = static_cast<std::uint8_t>(word >> 8 * i);
 }
 
+inline void put_half_word(std::uint8_t* bytes, std::uint16_t word) {
+    bytes[0] = static_cast<std::uint8_t>(word);
+    bytes[1] = static_cast<std::uint8_t>(word >> 8);
+}
+
 }  // namespace sim

@@ -1,11 +1,9 @@
-// The functions of platform.h over the simulated board. Nothing here reaches the host, but for
-// threads, processes, signals and the text that the product prints.
+// The functions of platform.h on the simulated board. Of the host they use only threads, processes,
+// signals and the product's standard output and error.
 #include "platform/platform.h"
 
-#include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -18,6 +16,7 @@
 #include "sim/clock.h"
 #include "sim/devices/directory.h"
 #include "sim/devices/files.h"
+#include "sim/devices/network.h"
 #include "sim/devices/pipe.h"
 #include "sim/devices/usb.h"
 #include "sim/process.h"
@@ -30,10 +29,10 @@ namespace {
 
 long open_path(const char* path, int flags) {
     int index = 0;
-    const int row = find_device(path, &index);
-    if (row < 0) return -ENOENT;
-    const long opened = device(row).open(index, flags);
-    return opened < 0 ? opened : new_descriptor(row, index, path);
+    const Device* const device = find_device(path, &index);
+    if (device == nullptr) return -ENOENT;
+    const long opened = device->open(index, flags);
+    return opened < 0 ? opened : new_descriptor(*device, index, path);
 }
 
 // Runs the body of a call that needs an open descriptor.
@@ -41,13 +40,14 @@ template <class Body>
 long on_file(Call& call, Body body) {
     return call.run([&]() -> long {
         OpenFile* file = call.file();
-        return file == nullptr ? -EBADF : body(*file, device(file->device));
+        return file == nullptr ? -EBADF : body(*file, device_of(*file));
     });
 }
 
+// Runs the body of a call without a descriptor.
 template <class Body>
-int on_path(const char* function, const char* path, Body body) {
-    Call call(function, path, 0);
+int run(const char* function, std::string_view path, std::int64_t argument, Body body) {
+    Call call(function, path, argument);
     return static_cast<int>(call.run(body));
 }
 
@@ -64,12 +64,13 @@ int select_one(const char* function, int fd, Direction direction, timeval* remai
     }));
 }
 
-int control(Call& call, std::uint32_t request, Argument argument) {
+int control(int fd, std::uint32_t request, Argument argument) {
+    Call call("ioctl", Fd{fd}, argument.value, request);
     const OpenFile* const open = call.file();
-    if (open != nullptr) call.sent(argument.block, device(open->device).sent_size(request));
+    if (open != nullptr) call.sent(argument.block, device_of(*open).sent_size(request));
     return static_cast<int>(on_file(call, [&](OpenFile& file, const Device& device) {
         const long result = device.ioctl(file, request, argument);
-        if (result >= 0) call.got(argument.block, device.answer_size(request));
+        call.got(argument.answer.data(), argument.answer.size());
         return result;
     }));
 }
@@ -113,13 +114,12 @@ int descriptor_of(platform::Directory* directory) {
 namespace platform {
 
 int open(const char* path, int flags) {
-    Call call("open", path, flags);
-    return static_cast<int>(call.run([&] { return open_path(path, flags); }));
+    return run("open", path, flags, [&] { return open_path(path, flags); });
 }
 
 int close(int fd) {
     Call call("close", Fd{fd});
-    const long closed = close_descriptor(fd);  // also where close then reports an error
+    const long closed = close_descriptor(fd);  // even if close then reports an error
     return static_cast<int>(call.run([&] { return closed; }));
 }
 
@@ -149,7 +149,7 @@ ssize_t write(int fd, const void* data, std::size_t size) {
     });
 }
 
-// No event: the events count the bytes printed before them.
+// Not an event: each event counts the bytes printed before it.
 ssize_t write_text(int fd, const void* text, std::size_t size) { return ::write(fd, text, size); }
 
 off_t lseek(int fd, off_t offset, int whence) {
@@ -165,27 +165,19 @@ off_t lseek(int fd, off_t offset, int whence) {
 }
 
 int open_socket(int domain, int type, int protocol) {
-    Call call("socket", kNoPath, domain);
-    return static_cast<int>(call.run([&]() -> long {
-        if (domain != AF_INET) return -EAFNOSUPPORT;
-        if (type != SOCK_DGRAM || protocol != 0) return -EPROTONOSUPPORT;
-        return new_descriptor(kSocketRow, 0, "socket");
-    }));
+    return run("socket", kNoPath, domain, [&] { return sim::open_socket(domain, type, protocol); });
 }
 
 int open_pipe(int ends[2], int flags) {
-    Call call("pipe", kNoPath, flags);
-    return static_cast<int>(call.run([&] { return sim::open_pipe(ends, flags); }));
+    return run("pipe", kNoPath, flags, [&] { return sim::open_pipe(ends, flags); });
 }
 
 int ioctl(int fd, std::uint32_t request, void* block) {
-    Call call("ioctl", Fd{fd}, 0, request);
-    return control(call, request, {0, block});
+    return control(fd, request, {0, static_cast<std::uint8_t*>(block)});
 }
 
 int ioctl_value(int fd, std::uint32_t request, std::uint32_t value) {
-    Call call("ioctl", Fd{fd}, value, request);
-    return control(call, request, {value, nullptr});
+    return control(fd, request, {value, nullptr});
 }
 
 int wait_readable(int fd, timeval* remaining) {
@@ -215,10 +207,9 @@ int tcsetattr(int fd, int when, const termios* attributes) {
 }
 
 int sleep_ms(unsigned duration_ms) {
-    Call call("sleep", kNoPath, duration_ms);
-    return static_cast<int>(call.run([&]() -> long {
+    return run("sleep", kNoPath, duration_ms, [&]() -> long {
         return wait_until(world->now + from_ms(duration_ms)) == Wake::interrupt ? -EINTR : 0;
-    }));
+    });
 }
 
 std::time_t time() {
@@ -228,8 +219,7 @@ std::time_t time() {
 }
 
 int setuid(uid_t user) {
-    Call call("setuid", kNoPath, user);
-    return static_cast<int>(call.run([&]() -> long { return scenario->root ? 0 : -EPERM; }));
+    return run("setuid", kNoPath, user, [&]() -> long { return scenario->root ? 0 : -EPERM; });
 }
 
 pid_t fork() {
@@ -252,8 +242,7 @@ pid_t fork() {
 }
 
 pid_t waitpid(pid_t process, int* status, int options) {
-    Call call("waitpid", kNoPath, process);
-    return static_cast<pid_t>(call.run([&]() -> long {
+    return run("waitpid", kNoPath, process, [&]() -> long {
         if (options != WNOHANG) return -EINVAL;  // the product waits for no process
         Process* child = nullptr;
         const pid_t ended = ended_child(process, &child);
@@ -261,7 +250,7 @@ pid_t waitpid(pid_t process, int* status, int options) {
         if (::waitpid(child->pid, status, 0) != child->pid) return -ECHILD;
         forget_process(*child);
         return ended;
-    }));
+    });
 }
 
 int create_thread(pthread_t* thread, void* (*body)(void*)) {
@@ -298,40 +287,39 @@ int raise(int number) {
 }
 
 int uname(utsname* names) {
-    Call call("uname", kNoPath, 0);
-    return static_cast<int>(call.run([&] {
+    return run("uname", kNoPath, 0, [&] {
         *names = {};
         std::snprintf(names->sysname, sizeof names->sysname, "Linux");
         std::snprintf(names->release, sizeof names->release, "%s",
                       scenario->kernel_release.c_str());
         return 0L;
-    }));
+    });
 }
 
 int access(const char* path) {
-    return on_path("access", path, [&]() -> long {
+    return run("access", path, 0, [&]() -> long {
         int index = 0;
-        return find_device(path, &index) < 0 ? -ENOENT : 0;
+        return find_device(path, &index) == nullptr ? -ENOENT : 0;
     });
 }
 
 int mkdir(const char* path, mode_t) {
-    return on_path("mkdir", path, [&] { return make_directory(path); });
+    return run("mkdir", path, 0, [&] { return make_directory(path); });
 }
 
 int rmdir(const char* path) {
-    return on_path("rmdir", path, [&] { return remove_directory(path); });
+    return run("rmdir", path, 0, [&] { return remove_directory(path); });
 }
 
 int mount(const char* device, const char* directory, const char* type) {
-    return on_path("mount", device, [&] {
-        take_time(from_seconds(scenario->usb.mount_time));
+    return run("mount", device, 0, [&] {
+        spend_time(from_seconds(scenario->usb.mount_time));
         return mount_disk(device, directory, type, false);
     });
 }
 
 int umount(const char* directory) {
-    return on_path("umount", directory, [&] { return unmount(directory); });
+    return run("umount", directory, 0, [&] { return unmount(directory); });
 }
 
 int statfs(const char* path, struct ::statfs* statistics) {
@@ -344,14 +332,14 @@ int statfs(const char* path, struct ::statfs* statistics) {
 }
 
 int system(const char* command) {
-    return on_path("system", command, [&]() -> long {
-        const bool killed = take_time_of_shell(from_seconds(scenario->usb.shell_time));
+    return run("system", command, 0, [&]() -> long {
+        const bool killed = spend_time_in_shell(from_seconds(scenario->usb.shell_time));
         return killed ? SIGINT : run_shell(command);
     });
 }
 
 Directory* opendir(const char* path) {
-    const long fd = on_path("opendir", path, [&] { return open_directory(path); });
+    const long fd = run("opendir", path, 0, [&] { return open_directory(path); });
     return fd < 0 ? nullptr : reinterpret_cast<Directory*>(fd + 1);
 }
 
@@ -373,7 +361,7 @@ int closedir(Directory* directory) {
 }
 
 int remove(const char* path) {
-    return on_path("remove", path, [&] { return remove_file(path); });
+    return run("remove", path, 0, [&] { return remove_file(path); });
 }
 
 }  // namespace platform

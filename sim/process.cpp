@@ -5,7 +5,6 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <iterator>
 
 #include "sim/device.h"
@@ -43,13 +42,13 @@ int add_actor(int process, const char* kind, unsigned number) {
     return static_cast<int>(&actor - world->actors);
 }
 
-// Behind everything else of the process: the supervisor looks at any time.
+// Stored last: the supervisor may read the process at any time.
 void set_state(Process& process, Process::State state) {
     std::atomic_ref(process.state).store(state, std::memory_order_release);
 }
 
 void release(OpenFile& file) {
-    if (--file.users == 0) device(file.device).close(file.index);
+    if (--file.users == 0) device_of(file).close(file.index);
 }
 
 }  // namespace
@@ -72,7 +71,7 @@ int add_child() {
     const std::uint32_t number = ++world->children_started;
     const auto actor = static_cast<std::int16_t>(add_actor(place, "child", number));
     Process made = parent;
-    made.pid = 0;  // until it is forked: the supervisor must not take it for its parent
+    made.pid = 0;  // not forked yet: the supervisor must not mistake it for its parent
     made.number = number;
     made.parent = static_cast<std::int16_t>(slot_of(parent));
     made.interrupt_pending = false;
@@ -99,7 +98,7 @@ void end_process(int place) {
     for (Actor& actor : world->actors) {
         if (actor.is_used() && actor.process == place) actor.state = Actor::State::ended;
     }
-    for (const std::int16_t file : process.files) {  // what it held is still to be seen there
+    for (const std::int16_t file : process.files) {  // left in place, for whoever reads the world
         if (file >= 0) release(world->files[file]);
     }
     for (Process& other : world->processes) {
@@ -128,7 +127,7 @@ pid_t ended_child(pid_t pid, Process** process) {
     return *process == nullptr ? 0 : pid_of(**process);
 }
 
-// No thread of it is left that could still wait for the turn of one of its actors.
+// Safe now: no thread of the process is left to wait for a turn.
 void forget_process(Process& process) {
     set_state(process, Process::State::unused);
     for (Actor& actor : world->actors) {
@@ -144,13 +143,13 @@ OpenFile* open_file(int fd) {
     return process.files[fd] < 0 ? nullptr : &world->files[process.files[fd]];
 }
 
-long new_descriptor(int device_row, int index, std::string_view path) {
+long new_descriptor(const Device& device, int index, std::string_view path) {
     Process& process = running_process();
     auto* const closed = std::find(std::begin(process.files), std::end(process.files), -1);
     if (closed == std::end(process.files)) return -EMFILE;
     OpenFile& file = free_slot(world->files, "open files");
-    file = {static_cast<std::uint8_t>(device_row), static_cast<std::int16_t>(index), 1, keep(path),
-            0};
+    file = {static_cast<std::uint8_t>(row_of(device)), static_cast<std::int16_t>(index), 1,
+            keep(path), 0};
     *closed = static_cast<std::int16_t>(&file - world->files);
     return closed - process.files;
 }

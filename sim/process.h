@@ -1,4 +1,4 @@
-// Actors, processes and descriptors of a run: the slots of what has ended are used again.
+// Actors, processes and descriptors of a run. Slots are reused.
 #pragma once
 
 #include <semaphore.h>
@@ -11,17 +11,19 @@
 
 namespace sim {
 
+class Device;
+
 enum class Direction : std::uint8_t { read, write };
 
-// One flow of control: the main thread, a thread that it started, a process that it forked.
+// A flow of control: the main thread, a thread that it started, a process that it forked.
 struct Actor {
     enum class State : std::uint8_t { unused, alive, ended } state;
-    bool interruptible;   // what it waits for ends early when an interrupt comes
+    bool interruptible;   // an interrupt ends its wait early
     Direction direction;  // of the wait for a descriptor
     std::int16_t process;
-    std::int16_t file;     // open file that it waits for, -1 = none
+    std::int16_t file;     // open file that it waits for; -1 = none
     Microseconds until;    // end of its wait
-    std::uint64_t order;   // of its wait among all; of those that end together the first begun ends
+    std::uint64_t order;   // of its wait among all waits
     Microseconds instant;  // time of its latest call
     std::uint32_t calls_at_instant;
     std::uint32_t name;  // in the text arena: "main", "thread1", "child1" ...
@@ -56,28 +58,28 @@ extern constinit thread_local int self;  // the actor that this thread is; -1 = 
 
 Process& running_process();
 
-// New actors, alive, whose turn comes at the present instant.
+// New actors, alive and due at the present instant.
 void start_first_process();  // process 0, with the actor "main", which holds the turn
 int add_thread();            // of the running process; the slot of its actor
 int add_child();             // of the running process; its slot
 
-// Whether the process of this number is in the slot, and has not ended; for the supervisor.
+// Whether the slot still holds the process of this number, alive; for the supervisor.
 bool is_alive(Process& process, std::uint32_t number);
-pid_t pid_of(const Process& process);  // as the product knows it
+pid_t pid_of(const Process& process);  // as the product sees it
 
-// All its actors end and its descriptors are closed; the turn stays where it is.
+// Ends all its actors and closes its descriptors; the turn stays where it is.
 void end_process(int process);
-void end_thread();  // the running one; its slot is free
+void end_thread();  // the running one; frees its slot
 
-// The child of the running process that has ended and is to be waited for; kAny = any of them.
-// -1 = it has no such child, 0 = none has ended, else the pid.
+// The ended child of the running process that waitpid would reap; kAny = any child. Returns its pid,
+// 0 when no such child has ended, -1 when there is no such child.
 constexpr pid_t kAny = -1;
 pid_t ended_child(pid_t pid, Process** process);
-void forget_process(Process& process);  // it was waited for; its slots are free
+void forget_process(Process& process);  // reaped: frees its slots
 
 // Descriptors of the running process.
 OpenFile* open_file(int fd);
-long new_descriptor(int device_row, int index, std::string_view path);  // the lowest free one
+long new_descriptor(const Device& device, int index, std::string_view path);  // the lowest
 long close_descriptor(int fd);
 
 }  // namespace sim

@@ -5,7 +5,7 @@
 
 namespace sim {
 
-// What arrives from outside, in order; from head to tail it has not been read.
+// A queue of fixed capacity; the items from head to tail have not been read.
 template <class Item, std::uint32_t kCapacity>
 struct Queue {
     static_assert(std::has_single_bit(kCapacity), "or the counters must not wrap");

@@ -109,8 +109,7 @@ class Run {
         watch_new_processes();
         while (!watched_.empty() && !world->stopped)
             poll_once();
-        // The group's leader is our child and has not been waited for: nobody else can have the
-        // number of its group.
+        // The group's leader is our child and has not been reaped, so its number cannot be reused.
         ::kill(-leader_, SIGKILL);
         collect_all();
         outcome_.stopped = world->stopped && !(world->restarted && exited_);
@@ -130,7 +129,7 @@ class Run {
 
     [[noreturn]] void become_product(const Program& program) {
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-        ::setpgid(0, 0);  // Ctrl-C at the host's terminal is not for the product
+        ::setpgid(0, 0);  // Ctrl-C at the host's terminal must not reach the product
         ::dup2(console_.get(), STDOUT_FILENO);
         ::dup2(errors_.get(), STDERR_FILENO);
         console_stream = STDOUT_FILENO;
@@ -154,14 +153,14 @@ class Run {
             next = std::max(next, process.number + 1);
             const int handle = static_cast<int>(::syscall(SYS_pidfd_open, process.pid, 0));
             if (handle < 0 && errno != ESRCH) fail("pidfd_open");
-            if (handle < 0) continue;  // it has ended in good order, and was waited for already
+            if (handle < 0) continue;  // exited and reaped already
             const auto place = static_cast<std::size_t>(&process - world->processes);
             watched_.push_back({place, process.number, RealFile(handle)});
         }
         next_number_ = next;
     }
 
-    // A process that died without saying so cannot pass its turn on.
+    // Passes on the turn of a process that died without doing so.
     void reap(const Watched& dead) {
         const bool crashed = is_alive(world->processes[dead.place], dead.number);
         if (dead.number == 0 && !crashed) exited_ = true;
@@ -173,7 +172,7 @@ class Run {
         if (held_turn) pass_turn();
     }
 
-    // The main process, and each that it has left to us.
+    // Reaps the main process and its orphans.
     void collect_all() {
         int status = 0;
         for (pid_t pid; (pid = ::waitpid(-leader_, &status, 0)) > 0;) {
@@ -183,7 +182,7 @@ class Run {
         }
     }
 
-    // Virtual time as the person in front of a paced run sees it pass.
+    // Virtual time that has passed for the person in front of a paced run.
     Microseconds present() const {
         const std::chrono::duration<double> passed = RealClock::now() - start_;
         return from_seconds(passed.count() * live_.pace);
@@ -200,7 +199,7 @@ class Run {
                 const double wait_ms = static_cast<double>(ahead) / 1000 / live_.pace;
                 return static_cast<int>(std::min(wait_ms, 1e6)) + 1;
             }
-            take_step(step);
+            run_step(step);
         }
         return -1;
     }
@@ -233,10 +232,10 @@ class Run {
     Live live_;
     Outcome outcome_;
     RealFile console_, errors_, wake_;
-    std::vector<Watched> watched_;   // processes that live
+    std::vector<Watched> watched_;   // living processes
     std::uint32_t next_number_ = 0;  // of the next process to be watched
-    pid_t leader_ = 0;     // the main process, which leads a group of all processes of the run
-    bool exited_ = false;  // the main process, by itself
+    pid_t leader_ = 0;     // the main process; it leads the group of all processes of the run
+    bool exited_ = false;  // the main process exited by itself
     RealClock::time_point start_ = RealClock::now();
 };
 
@@ -248,7 +247,7 @@ Outcome simulate(const Board& description, const Program& program, const Live& l
     return Run(description, program, live).finish();
 }
 
-// The coverage build counts what a process has run, and would lose it with the process.
+// The coverage build counts in memory, and a process that is killed would lose its counts.
 void save_coverage() {
 #ifdef Q7_COVERAGE
     __gcov_dump();

@@ -1,5 +1,5 @@
-// Runs the product on a simulated board: makes the world, forks the product into it, keeps its
-// output, notices a process that died, and ends a run that cannot end by itself.
+// Runs the product on a simulated board: makes the world, forks the product into it, collects its
+// output, detects dead processes, and stops a run that cannot end by itself.
 #pragma once
 
 #include <functional>
@@ -22,7 +22,7 @@ struct Program {
 struct Live {
     double pace = 0;                                      // 0 = as fast as the machine
     std::function<void(int console, int errors)> show{};  // when all wait, with the streams
-    // Descriptors of the host, with what to do when one is readable; false = look no more.
+    // Descriptors of the host, with what to do when one is readable; false = stop watching it.
     std::vector<std::pair<int, std::function<bool()>>> inputs{};
 };
 

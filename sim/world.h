@@ -1,7 +1,7 @@
 // The changeable state of one simulated run: clock, actors, descriptors, devices, event log.
-// It lies in one shared mapping that is made before the product is forked, so that every thread
-// and process of the run sees one board. Trivially copyable and of fixed capacity; what would
-// not fit ends the run with a message.
+// It lies in one shared mapping, made before the product is forked, so that all threads and processes
+// of the run share one board. Trivially copyable, of fixed capacity; exceeding it ends the run with
+// a message.
 #pragma once
 
 #include <type_traits>
@@ -9,11 +9,10 @@
 #include "sim/board.h"
 #include "sim/event_log.h"
 #include "sim/process.h"
-#include "sim/queue.h"
 
 namespace sim {
 
-struct World {
+struct World : Devices::States {
     Microseconds now;
     std::int16_t running;  // actor that holds the turn
     std::uint32_t threads_started, children_started;
@@ -27,23 +26,11 @@ struct World {
     std::uint32_t fault_matches[kMostFaults];
     ChangeState changes[kMostChanges];
     std::uint32_t changes_made;
-    std::uint8_t made[1 << 16];  // which, in their order
+    std::uint8_t made[1 << 16];  // their places, in order
 
     Actor actors[64];
     Process processes[64];
     OpenFile files[8192];
-
-    ConsoleState console;
-    Control control;
-    ReportFifo fifo;
-    SerialLine lines[2];
-    PanelState panel;
-    FixtureState rs485;
-    AlarmState alarm;
-    UsbState usb;
-    BridgeState bridges[kMostBridges];
-    File tree[kMostFiles];
-    Pipe pipes[64];
 
     EventLog log;
 
@@ -53,8 +40,8 @@ static_assert(std::is_trivially_copyable_v<World>);
 
 extern World* world;  // of this run; set before the product starts
 
-// Marks the run as stopped, with the reason, and wakes the supervisor, which ends it. stop_here does
-// not return to the product; before the run, it throws.
+// Marks the run as stopped, with the reason, and wakes the supervisor, which ends it. stop_here never
+// returns; before the run it throws.
 [[gnu::format(printf, 1, 2)]] void stop_run(const char* format, ...);
 [[noreturn, gnu::format(printf, 1, 2)]] void stop_here(const char* format, ...);
 

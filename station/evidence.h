@@ -62,8 +62,9 @@ struct Finding {
     int command = 0;
     int line = 0;
     Channel channel = Channel::record;
-    std::string step;  // with the command's prefix
-    std::string text;  // the whole line, UTF-8
+    std::string step;     // with the command's prefix
+    std::string text;     // the whole line, UTF-8
+    bool settled = true;  // else what is still to come may explain it
 };
 
 struct CommandSeen {

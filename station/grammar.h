@@ -53,6 +53,9 @@ struct Mode {
     static Mode of(const std::vector<std::string>& words);  // q7's own arguments
 };
 
+// True for a name that a file in /dev can have.
+bool is_node(std::string_view name);
+
 // Takes the lines of one command, each channel in its own order. In net mode records and printed
 // lines are two channels whose common order is unknown: finish() brings them together.
 class Grammar {
@@ -75,7 +78,13 @@ class Grammar {
         const char* second = "";
         const char* unit = "";
     };
-    struct Table;
+    // The rows, and the places of those that a line with this first byte can match.
+    struct Table {
+        explicit Table(std::vector<Row> all);
+
+        std::vector<Row> rows;
+        std::array<std::vector<std::size_t>, 256> by_byte;
+    };
     static const Table& table();
     static Row row(Source source, Step step, const char* pattern, bool (Grammar::*act)(const Row&),
                    const char* first = "", const char* second = "", const char* unit = "");
@@ -122,15 +131,21 @@ class Grammar {
         int line;
         std::size_t piece;
     };
+    struct Unexplained {
+        Channel channel;
+        TextLine line;
+        std::size_t pieces;
+    };
     // What has come so far; a repetition of a single test starts anew.
     struct State {
         // How far each channel has come.
         Step step = Step::start, printed_step = Step::start;
-        int headings = 0;
         bool awaits_heading = false;  // a number came alone: the step's name follows
+        int headings = 0;
+        int first_step_line = 0, settled_line = 0, root_line = 0;
         std::vector<std::string> step_names;
         std::vector<Step> seen;
-        int first_step_line = 0, settled_line = 0, root_line = 0;
+        std::vector<Unexplained> unexplained;  // where they stand
 
         std::int64_t unknown_keys = 0, other_frames = 0, read_failures = 0;
 
@@ -139,33 +154,37 @@ class Grammar {
         std::vector<Segment> segments;
 
         std::int64_t alarm_inputs = -1, alarm_outputs = -1, alarm_good = -1, alarm_bad = -1;
-        enum : std::uint8_t { nothing_said, good, bad } alarm_idle = nothing_said;
-        int alarm_line = 0;
         std::vector<std::int64_t> wrong_outputs;
+        int alarm_line = 0;
 
         std::vector<std::string> clocks;  // the RTC's and the system's in turn
 
-        std::vector<UsbRow> usb_rows;
         int usb_prompt_line = 0;
         std::size_t usb_rows_before_prompt = 0;  // where both stand in one channel
+        std::vector<UsbRow> usb_rows;
 
         std::string disk;           // node of the disk at hand, empty = none
         std::size_t disk_part = 0;  // texts of it that have come
-        bool minisas = false;
 
         const char* rs485_result = nullptr;  // its first line came, its second follows
 
-        int rules = 0, summary_line = 0, restart_line = 0;
-        bool console_ok = false, console_faults = false;
-
         std::int64_t chip = 1, chip_resets = 0;
         int chip_line = 0;
+
+        int rules = 0, summary_line = 0, restart_line = 0;
+        bool console_ok = false, console_faults = false;
+        bool minisas = false;  // the disk at hand is behind a miniSAS port
+        enum : std::uint8_t { nothing_said, good, bad } alarm_idle = nothing_said;
     };
 
     // Matching.
+    bool match_line(std::size_t begin, std::size_t end);
+    void match_lines_in_one();
     bool match_rows(Source source, std::string_view line);
     bool match_part(Source source, std::string_view line, std::size_t offset);
     bool may_stand(const Row& row);
+    static bool is_about_order(const Row& row);
+    void misplaced() { find(Finding::Kind::unexplained); }
     bool is_full_sequence() const;
     bool two_channels() const { return mode_.kind == Mode::Kind::net; }
     Step current() const;
@@ -245,6 +264,8 @@ class Grammar {
     bool end_disk(const char* state);
 
     // Bringing together at the end.
+    void finish_facts();
+    void read_again();
     void finish_network();
     void find_without_place(const Waiting& fact);
     void finish_usb();
@@ -265,6 +286,7 @@ class Grammar {
     std::vector<Capture> captures_;
 
     State now_;
+    bool reads_again_ = false;
 };
 
 }  // namespace station

@@ -1,15 +1,13 @@
 // What the lines of each step mean.
 #include <algorithm>
 #include <cstdio>
-#include <set>
+#include <utility>
 
 #include "station/grammar.h"
 #include "station/text.h"
 
 namespace station {
 namespace {
-
-constexpr char kByCount[] = "the place follows from the order of each channel and the counts";
 
 // Days since 1970 of a date, also of one with a month or day out of range.
 std::int64_t days_from_civil(std::int64_t year, std::int64_t month, std::int64_t day) {
@@ -24,8 +22,10 @@ std::int64_t days_from_civil(std::int64_t year, std::int64_t month, std::int64_t
 // Of "2026-11-23 08:00:38".
 std::int64_t seconds_of(const std::string& text) {
     long long year = 0;
-    int month = 0, day = 0, hour = 0, minute = 0, second = 0;
-    std::sscanf(text.c_str(), "%lld-%d-%d %d:%d:%d", &year, &month, &day, &hour, &minute, &second);
+    int month = 0, day = 0;
+    long long hour = 0, minute = 0, second = 0;
+    std::sscanf(text.c_str(), "%lld-%d-%d %lld:%lld:%lld", &year, &month, &day, &hour, &minute,
+                &second);
     return days_from_civil(year, month, day) * 86400 + hour * 3600 + minute * 60 + second;
 }
 
@@ -36,19 +36,19 @@ std::int64_t wiring_factor(std::int64_t outputs, std::int64_t inputs) {
     return 0x101;
 }
 
-bool is_node(std::string_view name) {
-    constexpr std::string_view kAllowed =
-        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-";
-    return !name.empty() && name.size() <= 32
-           && name.find_first_not_of(kAllowed) == std::string_view::npos;
-}
-
 std::string without_trailing_blanks(std::string_view text) {
     const std::size_t last = text.find_last_not_of(' ');
     return std::string(text.substr(0, last == std::string_view::npos ? 0 : last + 1));
 }
 
 }  // namespace
+
+bool is_node(std::string_view name) {
+    constexpr std::string_view kAllowed =
+        "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789_-";
+    return !name.empty() && name.size() <= 32
+           && name.find_first_not_of(kAllowed) == std::string_view::npos;
+}
 
 // Start, headings, repetitions.
 
@@ -83,124 +83,33 @@ bool Grammar::repetition(const Row&) {
     return true;
 }
 
+// Steps follow each other in one order. After a heading that is lost, or has another number, the
+// next one counts all the same; but something is not explained then.
 bool Grammar::heading(const Row& row) {
-    const bool whole = mode_.kind == Mode::Kind::net || mode_.kind == Mode::Kind::console;
-    if (!whole || captures_[0].number != now_.headings + 1) return false;
-    if (row.step <= now_.step || now_.step >= Step::summary || now_.awaits_heading) return false;
-    ++now_.headings;
+    if (!is_full_sequence() || row.step <= now_.step || now_.step >= Step::summary) return false;
+    const bool in_turn = captures_[0].number == now_.headings + 1 && !now_.awaits_heading;
+    now_.headings = static_cast<int>(captures_[0].number);
+    now_.awaits_heading = false;
     see_step(row.step);
+    if (!in_turn) misplaced();
     return true;
 }
 
 // "第6步:" stands alone; what the step is follows on the next line.
 bool Grammar::heading_number_alone(const Row&) {
-    const bool whole = mode_.kind == Mode::Kind::net || mode_.kind == Mode::Kind::console;
-    if (!whole || captures_[0].number != now_.headings + 1 || now_.awaits_heading) return false;
-    ++now_.headings;
+    if (!is_full_sequence() || now_.step >= Step::summary) return false;
+    const bool in_turn = captures_[0].number == now_.headings + 1 && !now_.awaits_heading;
+    now_.headings = static_cast<int>(captures_[0].number);
     now_.awaits_heading = true;
+    if (!in_turn) misplaced();
     return true;
 }
 
 bool Grammar::heading_behind_number(const Row& row) {
-    if (!now_.awaits_heading || row.step <= now_.step) return false;
-    now_.awaits_heading = false;
+    if (!is_full_sequence() || row.step <= now_.step || now_.step >= Step::summary) return false;
+    const bool in_turn = std::exchange(now_.awaits_heading, false);
     see_step(row.step);
-    return true;
-}
-
-// Network.
-
-bool Grammar::port_type(const Row& row) {
-    if (!may_stand(row) || mode_.kind == Mode::Kind::single) return false;
-    for (const Segment& segment : now_.segments) {
-        if (std::string_view(segment.port) == row.first) return false;
-    }
-    if (!now_.segments.empty()) now_.segments.back().over = true;
-    const int line = line_->fragments.front().line;
-    now_.segments.push_back({row.first, line, true, true, false});
-    if (!two_channels()) now_.passes.push_back({row.first, 0, line, NetworkPass::nothing});
-    return true;
-}
-
-bool Grammar::port_refused(const Row& row) {
-    if (!may_stand(row) || now_.segments.empty()) return false;
-    Segment& segment = now_.segments.back();
-    if (std::string_view(segment.port) != row.first || !segment.selected) return false;
-    segment.selected = false;
-    return add_here(std::string("network.") + row.first + ".selected", std::string("no"));
-}
-
-bool Grammar::no_socket(const Row& row) {
-    if (!now_.segments.empty()) now_.segments.back().socket = false;
-    return failure(row);
-}
-
-// "网卡1:" and, on the same line, its link. Each pass over the ports begins with number 1.
-bool Grammar::port_number(const Row& row) {
-    if (!may_stand(row)) return false;
-    const Capture number = captures_[0], rest = captures_[1];
-    const bool alone = mode_.kind == Mode::Kind::single;
-    if ((two_channels() || (alone && now_.passes.empty())) && number.number == 1) {
-        const int line = line_->fragments.front().line;
-        now_.passes.push_back({alone ? "port" : "", 0, line, NetworkPass::nothing});
-    }
-    if (now_.passes.empty()) return false;
-    NetworkPass& pass = now_.passes.back();
-    if (number.number != pass.ports + 1) return false;
-    ++pass.ports;
-    pass.await = NetworkPass::link;
-    return match_part(Source::reported, rest.text, rest.at);
-}
-
-bool Grammar::add_port_fact(const char* name, Value value, const char* unit, std::size_t offset) {
-    const NetworkPass& pass = now_.passes.back();
-    const std::string place = std::to_string(pass.ports) + "." + name;
-    const std::size_t piece = piece_at(offset_ + offset);
-    const int line = evidence_.pieces[piece].line;
-    if (pass.port.empty()) {
-        now_.waiting.push_back(
-            {now_.passes.size() - 1, place, std::move(value), unit, line, piece});
-        return true;
-    }
-    if (!add("network." + pass.port + "." + place, std::move(value), unit, line)) return false;
-    attach(piece, evidence_.facts.size() - 1);
-    return true;
-}
-
-bool Grammar::port_link(const Row& row) {
-    if (!may_stand(row)) return false;
-    if (now_.passes.empty() || now_.passes.back().await != NetworkPass::link) {
-        if (std::string_view(row.first) == "up") return false;
-        return failure(row);  // wherever it belongs
-    }
-    const bool up = std::string_view(row.first) == "up";
-    now_.passes.back().await = up ? NetworkPass::speed : NetworkPass::nothing;
-    return add_port_fact("link", std::string(row.first), "", 0);
-}
-
-bool Grammar::port_speed(const Row& row) {
-    if (!may_stand(row)) return false;
-    const Capture speed = captures_.empty() ? Capture{} : captures_[0];
-    const bool fast = speed.number == 1000;
-    const bool awaited = !now_.passes.empty() && now_.passes.back().await == NetworkPass::speed;
-    if (!awaited) {
-        if (fast && std::string_view(row.first) == "full") return false;
-        return failure(row);
-    }
-    now_.passes.back().await = fast ? NetworkPass::nothing : NetworkPass::hint;
-    return add_port_fact("duplex", std::string(row.first), "", 0)
-           && add_port_fact("speed", speed.number, "Mbit/s", speed.at);
-}
-
-bool Grammar::port_speed_failed(const Row& row) {
-    if (may_stand(row) && !now_.passes.empty()) now_.passes.back().await = NetworkPass::nothing;
-    return failure(row);
-}
-
-bool Grammar::port_hint(const Row& row) {
-    if (!may_stand(row)) return false;
-    if (now_.passes.empty() || now_.passes.back().await != NetworkPass::hint) return failure(row);
-    now_.passes.back().await = NetworkPass::nothing;
+    if (!in_turn) misplaced();
     return true;
 }
 
@@ -280,109 +189,6 @@ bool Grammar::clock(const Row& row) {
     return add_at(0, name + "difference", clock_s - seconds_of(text), "s");
 }
 
-// USB.
-
-bool Grammar::usb_disk(const Row& row) {
-    if (!may_stand(row) || !is_node(captures_[0].text)) return false;
-    const std::size_t piece = piece_at(offset_);
-    now_.usb_rows.push_back({std::string(captures_[0].text), UsbRow::Kind::disk,
-                             captures_[1].number, evidence_.pieces[piece].line, piece});
-    return true;
-}
-
-bool Grammar::usb_failed(const Row& row) {
-    const Capture rest = captures_[0];
-    if (!failure(row)) return false;
-    const std::size_t piece = piece_at(offset_);
-    now_.usb_rows.push_back({"", UsbRow::Kind::failed, 0, evidence_.pieces[piece].line, piece});
-    return match_part(Source::reported, rest.text, rest.at);
-}
-
-bool Grammar::usb_none(const Row& row) {
-    if (!may_stand(row)) return false;
-    const std::size_t piece = piece_at(offset_);
-    now_.usb_rows.push_back({"", UsbRow::Kind::none, 0, evidence_.pieces[piece].line, piece});
-    return true;
-}
-
-bool Grammar::usb_rear(const Row& row) {
-    if (!may_stand(row)) return false;
-    const char* run = now_.usb_prompt_line != 0 ? "2" : "1";
-    return add_here(std::string("usb.") + run + ".rear." + row.first, std::string(row.second));
-}
-
-bool Grammar::usb_again(const Row& row) {
-    if (!may_stand(row) || now_.usb_prompt_line != 0) return false;
-    if (!add_here("usb.runs", std::int64_t{2})) return false;
-    now_.usb_prompt_line = evidence_.pieces[piece_at(0)].line;
-    now_.usb_rows_before_prompt = now_.usb_rows.size();
-    return true;
-}
-
-// How many of the rows belong to the first run; none when nothing says.
-std::optional<std::size_t> Grammar::first_run_of_usb(std::size_t& runs) const {
-    const std::vector<UsbRow>& rows = now_.usb_rows;
-    runs = now_.usb_prompt_line != 0 ? 2 : 1;
-    if (runs == 1) return rows.size();
-    if (!two_channels()) return now_.usb_rows_before_prompt;
-    // The first run found as many devices as the board has ports, the second as many as the
-    // summary says; the mice among them are the same.
-    const Fact* const ports = evidence_.find(prefixed("start.usb"));
-    const Fact* const found = evidence_.find(prefixed("usb.found"));
-    const auto disks = std::count_if(
-        rows.begin(), rows.end(), [](const UsbRow& row) { return row.kind == UsbRow::Kind::disk; });
-    std::size_t first = 0;
-    if (found == nullptr) {  // the run has not come so far
-        std::set<std::string> names;
-        while (first < rows.size()
-               && (rows[first].node.empty() || names.insert(rows[first].node).second))
-            ++first;
-        return first;
-    }
-    if (ports == nullptr) return std::nullopt;
-    const std::int64_t twice =
-        disks + std::get<std::int64_t>(ports->value) - std::get<std::int64_t>(found->value);
-    if (twice < 0 || twice % 2 != 0 || twice / 2 > disks) return std::nullopt;
-    for (std::int64_t left = twice / 2; left > 0; ++first)
-        left -= rows[first].kind == UsbRow::Kind::disk ? 1 : 0;
-    if (twice == 0 && !rows.empty() && rows.front().kind == UsbRow::Kind::none) first = 1;
-    return first;
-}
-
-void Grammar::finish_usb() {
-    if (std::count(now_.seen.begin(), now_.seen.end(), Step::usb) == 0) return;
-    std::size_t runs = 0;
-    const std::optional<std::size_t> first = first_run_of_usb(runs);
-    if (!first) return;
-    const char* const doubt = two_channels() && runs == 2 ? kByCount : "";
-    const int line = now_.usb_rows.empty() ? now_.usb_prompt_line : now_.usb_rows.front().line;
-    if (runs == 1 && line != 0) derive("usb.runs", std::int64_t{1}, line);
-    for (std::size_t run = 0; run < runs; ++run) {
-        const std::size_t from = run == 0 ? 0 : *first,
-                          to = run == 0 ? *first : now_.usb_rows.size();
-        const std::string name = "usb." + std::to_string(run + 1) + ".";
-        std::int64_t disks = 0, failed = 0;
-        for (std::size_t i = from; i < to; ++i) {
-            const UsbRow& row = now_.usb_rows[i];
-            failed += row.kind == UsbRow::Kind::failed ? 1 : 0;
-            if (row.kind != UsbRow::Kind::disk) continue;
-            ++disks;
-            if (add(name + row.node + ".free", row.free_mb, "MB", row.line, false, doubt)) {
-                attach(row.piece, evidence_.facts.size() - 1);
-            }
-        }
-        if (from == to) continue;
-        const int at = now_.usb_rows[from].line;
-        add(name + "disks", disks, "", at, true, doubt);
-        add(name + "failed", failed, "", at, true, doubt);
-        const Fact* const found = evidence_.find(prefixed("usb.found"));
-        if (run + 1 == runs && found != nullptr) {
-            const int found_line = found->line;
-            derive("usb.mice", std::get<std::int64_t>(found->value) - disks, found_line);
-        }
-    }
-}
-
 // SATA and miniSAS.
 
 bool Grammar::disk_ports(const Row& row) {
@@ -397,7 +203,8 @@ std::string Grammar::disk_name(const char* name) const {
 }
 
 bool Grammar::disk_begins(const Row& row) {
-    if (!may_stand(row) || !now_.disk.empty() || !is_node(captures_[0].text)) return false;
+    if (!may_stand(row) || !is_node(captures_[0].text)) return false;
+    if (!now_.disk.empty()) misplaced();  // the disk before it is not complete
     now_.disk = captures_[0].text;
     now_.disk_part = 0;
     return !now_.minisas || add_at(0, "minisas.node", now_.disk);
@@ -405,9 +212,12 @@ bool Grammar::disk_begins(const Row& row) {
 
 bool Grammar::disk_text(const Row& row) {
     constexpr std::string_view kOrder[] = {"serial", "model", "firmware"};
-    if (!may_stand(row) || now_.disk.empty() || now_.disk_part >= std::size(kOrder)) return false;
-    if (kOrder[now_.disk_part] != row.first) return false;
-    ++now_.disk_part;
+    if (!may_stand(row) || now_.disk.empty()) return false;
+    const auto* const place = std::find(std::begin(kOrder), std::end(kOrder), row.first);
+    const auto part = static_cast<std::size_t>(place - std::begin(kOrder));
+    if (part < now_.disk_part) return false;
+    if (part > now_.disk_part) misplaced();
+    now_.disk_part = part + 1;
     return add_at(0, disk_name(row.first), gbk_to_utf8(without_trailing_blanks(captures_[0].text)));
 }
 
@@ -419,7 +229,8 @@ bool Grammar::end_disk(const char* state) {
 }
 
 bool Grammar::disk_size(const Row& row) {
-    if (!may_stand(row) || now_.disk.empty() || now_.disk_part != 3) return false;
+    if (!may_stand(row) || now_.disk.empty()) return false;
+    if (now_.disk_part != 3) misplaced();
     return add_at(0, disk_name("size"), captures_[0].number, "GB") && end_disk("good");
 }
 
@@ -444,7 +255,8 @@ bool Grammar::rs485_first(const Row& row) {
     const bool in_place =
         now_.step == Step::rs485 || now_.step == Step::info || now_.step == Step::summary;
     const bool seen = std::count(now_.seen.begin(), now_.seen.end(), Step::rs485) > 0;
-    if (!in_place || !seen || now_.rs485_result != nullptr) return false;
+    const bool may_stand = reads_again_ || (in_place && seen);
+    if (!may_stand || now_.rs485_result != nullptr) return false;
     now_.rs485_result = row.first;
     return add_at(0, "rs485.good", captures_[0].number, "bytes");
 }
@@ -465,7 +277,9 @@ bool Grammar::info_model(const Row& row) {
 }
 
 bool Grammar::rule(const Row&) {
-    if (now_.rules == 0 && now_.step == Step::info) {
+    const bool before_summary = is_full_sequence() && now_.step < Step::summary;
+    if (now_.rules == 0 && (before_summary || now_.step == Step::info)) {
+        if (now_.step != Step::info) misplaced();
         now_.step = Step::summary;
     } else if (now_.rules == 1 && now_.step == Step::summary) {
         now_.step = Step::end;
@@ -558,67 +372,17 @@ bool Grammar::chip_state(const Row& row) {
 // Bringing together.
 
 void Grammar::finish() {
+    finish_facts();
+    if (now_.unexplained.empty()) return;
+    read_again();
+    finish_facts();
+}
+
+void Grammar::finish_facts() {
     finish_network();
     finish_alarm();
     finish_usb();
     finish_rest();
-}
-
-// In net mode the records of the ports come in passes, and only printed lines say which port type
-// was selected for each. Both orders are certain, so the passes and the selections pair off.
-void Grammar::finish_network() {
-    if (!now_.segments.empty() && (command_.ended || now_.step > Step::network)) {
-        now_.segments.back().over = true;
-    }
-    std::vector<const Segment*> examined;
-    for (const Segment& segment : now_.segments) {
-        if (segment.selected && segment.socket) examined.push_back(&segment);
-        if (segment.selected && segment.over) {
-            derive(std::string("network.") + segment.port + ".selected", std::string("yes"),
-                   segment.line);
-        }
-    }
-    const bool pairs = now_.passes.size() == examined.size()
-                       || (!command_.ended && now_.passes.size() <= examined.size());
-    if (two_channels() && pairs) {
-        for (std::size_t i = 0; i < now_.passes.size(); ++i)
-            now_.passes[i].port = examined[i]->port;
-    }
-    for (const NetworkPass& pass : now_.passes) {
-        if (!pass.port.empty()) {
-            add("network." + pass.port + ".ports", std::int64_t{pass.ports}, "", pass.line, true);
-        }
-    }
-    for (Waiting& fact : now_.waiting) {
-        const std::string& port = now_.passes[fact.group].port;
-        if (port.empty()) {
-            find_without_place(fact);
-            continue;
-        }
-        if (add("network." + port + "." + fact.name, std::move(fact.value), fact.unit, fact.line,
-                false, kByCount)) {
-            attach(fact.piece, evidence_.facts.size() - 1);
-        }
-    }
-    for (const Segment* segment : examined) {
-        const bool no_ports = now_.passes.empty() && segment->over;
-        if (no_ports && command_.ended) {
-            derive(std::string("network.") + segment->port + ".ports", std::int64_t{0},
-                   segment->line);
-        }
-    }
-}
-
-// What was said of a port, and nothing tells of which.
-void Grammar::find_without_place(const Waiting& fact) {
-    const bool good = fact.value == Value(std::string("up"))
-                      || fact.value == Value(std::string("full"))
-                      || fact.value == Value(std::int64_t{1000});
-    Piece& piece = evidence_.pieces[fact.piece];
-    piece.kind = good ? Piece::Kind::unexplained : Piece::Kind::failure;
-    evidence_.findings.push_back({good ? Finding::Kind::unexplained : Finding::Kind::failure,
-                                  command_.number, fact.line, piece.channel, piece.step,
-                                  piece.text});
 }
 
 void Grammar::finish_rest() {
@@ -631,7 +395,8 @@ void Grammar::finish_rest() {
     if (now_.settled_line != 0 && repetition_ == 1) {
         derive("start.root", std::string("yes"), now_.settled_line);
     }
-    if (seen(Step::panel) && past_panel) {
+    const bool counted = now_.unknown_keys + now_.other_frames + now_.read_failures > 0;
+    if ((seen(Step::panel) || counted) && past_panel) {
         derive("panel.unknown_keys", now_.unknown_keys, line);
         derive("panel.other_frames", now_.other_frames, line);
         derive("panel.read_failures", now_.read_failures, line);

@@ -37,7 +37,7 @@ struct CommandLine {
 };
 
 // An event of the board. Bytes are what q7 sent or printed.
-struct BoardEvent {
+struct BoardEvent {  // NOLINT(bugprone-exception-escape): moving JSON throws nothing
     enum class Kind { start, record, out, err, torn, problem, stop, end, other } kind = Kind::other;
     int line = 0;  // of the journal, from 1
     int command = 0;

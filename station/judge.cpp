@@ -265,11 +265,26 @@ class Judge {
             return;
         }
         ++judgement_.facts_wrong;
-        // A step that did not run was not tested: that is no fault of the board.
-        const Verdict verdict = is_list_of_steps(fact) ? Verdict::not_proven : Verdict::fail;
+        // A step that did not run was not tested: that is no fault of the board. Nor is what only
+        // seems to be missing, where something was lost.
+        const bool unsure =
+            is_list_of_steps(fact) || (fact.derived && !is_whole(command_of(fact.name)));
+        const Verdict verdict = unsure ? Verdict::not_proven : Verdict::fail;
         Reason& reason = give(owner, "wrong", verdict, fact.line);
         fill(reason, fact, wanted_text(rule, fact.unit));
         set_range(reason, rule);
+    }
+
+    // Whether all came that the command said.
+    bool is_whole(std::size_t index) const {
+        const CommandSeen* command = seen(index);
+        const auto tells_of_loss = [&](const Finding& finding) {
+            return finding.command == static_cast<int>(index) + 1
+                   && finding.kind == Finding::Kind::lost_record;
+        };
+        return command != nullptr && command->ended
+               && std::none_of(evidence_.problems.begin(), evidence_.problems.end(), tells_of_loss)
+               && std::none_of(evidence_.findings.begin(), evidence_.findings.end(), tells_of_loss);
     }
 
     static void set_range(Reason& reason, const Rule& rule) {
@@ -315,22 +330,13 @@ class Judge {
         }
     }
 
-    bool is_explained(const Finding& finding) const {
-        return std::any_of(plan_.explained.begin(), plan_.explained.end(),
-                           [&](const Explained& each) {
-                               if (each.channel && *each.channel != finding.channel) return false;
-                               if (!each.text.empty()) return each.text == finding.text;
-                               return each.expression.matches_whole(finding.text);
-                           });
-    }
-
     void judge_findings() {
         for (const Finding& finding : evidence_.findings) {
             if (finding.kind == Finding::Kind::lost_record) {
                 give("run", "records-lost", Verdict::incomplete, finding.line, finding.text);
             } else if (finding.kind == Finding::Kind::interrupted) {
                 give("run", "interrupted", Verdict::incomplete, finding.line, finding.text);
-            } else if (is_explained(finding)) {
+            } else if (explains(plan_, finding)) {
                 continue;
             } else if (finding.kind == Finding::Kind::failure) {
                 give(finding.step.empty() ? "transcript" : finding.step, "failure", Verdict::fail,

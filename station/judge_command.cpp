@@ -72,6 +72,7 @@ int judge_journals(const JudgeOptions& options) {
 
 int print_learned(const string& model, const std::vector<string>& paths) {
     std::vector<Journal> journals;
+    journals.reserve(paths.size());
     for (const string& path : paths)
         journals.push_back(read_journal(path));
     std::cout << learn_plan(journals, model);
@@ -108,6 +109,12 @@ int rejudge_folder(const string& folder) {
 int replay_journal(const string& path, double pace) {
     const Journal whole = read_journal(path);
     if (whole.lines == 0) throw std::runtime_error(path + ": " + whole.damage.front().text);
+    Plan plan;
+    try {
+        plan = Plan::parse(whole.identity.plan_text, path);
+    } catch (const PlanError&) {  // the verdict says so
+        plan = {};
+    }
     Progress progress(STDOUT_FILENO);
     Journal part = whole;
     part.events.clear();
@@ -121,7 +128,7 @@ int replay_journal(const string& path, double pace) {
         part.events.push_back(event);
         const bool follows_at_once =
             &event != &whole.events.back() && (&event + 1)->time_us == event.time_us;
-        if (!follows_at_once) progress.show(take_evidence(part));
+        if (!follows_at_once) progress.show(take_evidence(part), plan);
     }
     const Judgement judgement = judge(whole);
     progress.show(judgement);

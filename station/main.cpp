@@ -15,7 +15,9 @@
 #include "station/web/serve_command.h"
 #endif
 
-int main(int argc, char** argv) {
+namespace {
+
+int run_command(int argc, char** argv) {
     CLI::App app("Tests recorder boards with q7 and keeps what it finds", "q7-station");
     app.set_version_flag("--version", std::string("q7-station ") + station::kVersion);
     app.require_subcommand(1);
@@ -36,9 +38,19 @@ int main(int argc, char** argv) {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? 0 : station::kBadUse;
-    } catch (const std::exception& error) {
-        std::fprintf(stderr, "q7-station: %s\n", error.what());
-        return station::kBadUse;
     }
     return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return run_command(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "q7-station: %s\n", error.what());
+    } catch (...) {
+        std::fprintf(stderr, "q7-station: failed\n");
+    }
+    return station::kBadUse;
 }

@@ -10,7 +10,7 @@ namespace station {
 namespace {
 
 std::string utf8_to_gbk(std::string_view text) {
-    const iconv_t converter = ::iconv_open("GBK", "UTF-8");
+    iconv_t converter = ::iconv_open("GBK", "UTF-8");
     if (converter == reinterpret_cast<iconv_t>(-1)) {
         throw std::runtime_error("the C library has no converter for GBK");
     }

@@ -130,7 +130,7 @@ class Parser {
 
     string word_of(const toml::table& table, string_view key, const std::vector<string_view>& words,
                    const string& otherwise) const {
-        const string word = text_of(table, key, otherwise);
+        string word = text_of(table, key, otherwise);
         if (std::find(words.begin(), words.end(), word) == words.end()) {
             fail(*table.get(key),
                  string(key) + " is \"" + word + "\", but must be one of " + joined(words));
@@ -475,6 +475,14 @@ bool fits(const Rule& rule, const Value& value) {
     if (rule.pattern.empty()) return true;
     const auto* text = std::get_if<string>(&value);
     return text != nullptr && rule.expression.matches_whole(*text);
+}
+
+bool explains(const Plan& plan, const Finding& finding) {
+    return std::any_of(plan.explained.begin(), plan.explained.end(), [&](const Explained& each) {
+        if (each.channel && *each.channel != finding.channel) return false;
+        if (!each.text.empty()) return each.text == finding.text;
+        return each.expression.matches_whole(finding.text);
+    });
 }
 
 string wanted_text(const Rule& rule, string_view unit) {

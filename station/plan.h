@@ -88,6 +88,9 @@ class PlanError : public std::runtime_error {
 // Whether the value is as the rule wants it, `distinct` aside.
 bool fits(const Rule& rule, const Value& value);
 
+// Whether the plan says that this line means no harm.
+bool explains(const Plan& plan, const Finding& finding);
+
 // For people: "1000", ">= 900", "3.0 or 2.0".
 std::string wanted_text(const Rule& rule, std::string_view unit);
 

@@ -45,7 +45,7 @@ void Progress::print(const std::string& text) {
 
 void Progress::note(const std::string& text) { print(safe(text) + "\n"); }
 
-void Progress::show(const Evidence& evidence) {
+void Progress::show(const Evidence& evidence, const Plan& plan) {
     std::string text;
     for (const StepSeen& step : evidence.steps) {
         if (!shown_.insert("step " + step.name).second) continue;
@@ -60,6 +60,7 @@ void Progress::show(const Evidence& evidence) {
         text += "\n";
     }
     for (const Finding& finding : evidence.findings) {
+        if (!finding.settled || explains(plan, finding)) continue;
         const std::string key = "line " + std::to_string(finding.line) + " " + finding.text;
         if (!shown_.insert(key).second) continue;
 

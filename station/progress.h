@@ -5,6 +5,7 @@
 #include <string>
 
 #include "station/evidence.h"
+#include "station/plan.h"
 #include "station/show.h"
 
 namespace station {
@@ -13,7 +14,8 @@ class Progress {
   public:
     explicit Progress(int fd) : fd_(fd), look_(look_of(fd)) {}
 
-    void show(const Evidence& evidence);    // what has come since the last time
+    // What has come since the last time, without lines that the plan explains.
+    void show(const Evidence& evidence, const Plan& plan);
     void show(const Judgement& judgement);  // at the end
     void note(const std::string& text);     // a line of the station's own
 

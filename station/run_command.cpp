@@ -51,15 +51,16 @@ class Terminal : public AttemptWatcher {
   public:
     explicit Terminal(bool quiet) : progress_(quiet ? STDERR_FILENO : STDOUT_FILENO) {}
 
-    void begin(Attempt& attempt, string operator_id) {
+    void begin(Attempt& attempt, string operator_id, Plan plan) {
         attempt_ = &attempt;
         operator_id_ = std::move(operator_id);
+        plan_ = std::move(plan);
     }
 
     bool has_person() const { return ::isatty(STDIN_FILENO) == 1; }
 
     void changed(const AttemptState& state) override {
-        progress_.show(state.evidence);
+        progress_.show(state.evidence, plan_);
         const string due = state.due.empty() ? "" : state.due.front().question;
         if (due == asked_) return;
         asked_ = due;
@@ -113,6 +114,7 @@ class Terminal : public AttemptWatcher {
 
     Progress progress_;
     Attempt* attempt_ = nullptr;
+    Plan plan_;
     string operator_id_, asked_, typed_;
     bool input_over_ = false;
 };
@@ -126,7 +128,7 @@ std::map<string, string> parse_answers(const std::vector<string>& words, const P
         if (plan.question(question) == nullptr) {
             string known;
             for (const Question& each : plan.questions)
-                known += " " + each.name;
+                known.append(" ").append(each.name);
             throw std::runtime_error("the plan does not ask " + question + " (it asks:" + known
                                      + ")");
         }
@@ -282,7 +284,7 @@ int run_attempt(const RunOptions& options) {
     watch_interrupts();
     try {
         const std::unique_ptr<Attempt> attempt = open_attempt(options, std::move(setup));
-        terminal.begin(*attempt, options.operator_id);
+        terminal.begin(*attempt, options.operator_id, plan);
         terminal.note("attempt " + attempt->id());
         const Judgement judgement = attempt->run(terminal);
         keep_in_index(judgement, options, terminal);

@@ -74,6 +74,58 @@ const char* colour_of(Verdict verdict) {
     return kColours.at(static_cast<std::size_t>(verdict));
 }
 
+std::string marked(Verdict verdict, Look look) {
+    const std::string word(name_of(verdict));
+    if (look == Look::plain) return word + " ";
+    return colour_of(verdict) + (" " + word) + " \033[0m ";
+}
+
+// Reasons that come in crowds when a run is cut off, and then stand in one line.
+struct Fold {
+    std::string_view code, text;
+    std::size_t least;  // reasons of this code; fewer stand for themselves
+};
+constexpr Fold kFolds[] = {
+    {"missing-step", "steps were not seen", 3},
+    {"missing-fact", "facts were not seen", 3},
+    {"answer-missing", "questions have no answer", 3},
+    {"unexplained", "lines are not explained", 9},
+};
+constexpr std::size_t kMostNamed = 12;
+
+const Fold* fold_of(const Reason& reason) {
+    for (const Fold& fold : kFolds) {
+        if (fold.code == reason.code) return &fold;
+    }
+    return nullptr;
+}
+
+std::vector<std::string> names_in(const Judgement& judgement, const Fold& fold) {
+    std::vector<std::string> names;
+    for (const Item& item : judgement.items) {
+        for (const Reason& reason : item.reasons) {
+            if (reason.code != fold.code) continue;
+            names.push_back(!reason.fact.empty()   ? reason.fact
+                            : !reason.text.empty() ? reason.text
+                                                   : item.name);
+        }
+    }
+    return names;
+}
+
+bool is_folded(const Judgement& judgement, Verdict verdict, const Fold& fold) {
+    return verdict == Verdict::not_proven && names_in(judgement, fold).size() >= fold.least;
+}
+
+std::string folded_line(const Judgement& judgement, const Fold& fold, Look look) {
+    const std::vector<std::string> names = names_in(judgement, fold);
+    std::string text = marked(Verdict::not_proven, look) + std::to_string(names.size()) + " "
+                       + std::string(fold.text) + ": ";
+    for (std::size_t i = 0; i < std::min(names.size(), kMostNamed); ++i)
+        text += (i == 0 ? "" : ", ") + printable(names[i]);
+    return text + (names.size() > kMostNamed ? ", ...\n" : "\n");
+}
+
 }  // namespace
 
 Look look_of(int fd) { return ::isatty(fd) == 1 ? Look::terminal : Look::plain; }
@@ -99,13 +151,18 @@ std::string one_line(const Reason& reason) {
 
 std::string reason_lines(const Judgement& judgement, Look look) {
     std::string text;
-    for (const Item& item : judgement.items) {
-        for (const Reason& reason : item.reasons) {
-            const std::string word(name_of(reason.verdict));
-            text += look == Look::terminal
-                        ? std::string(colour_of(reason.verdict)) + " " + word + " \033[0m "
-                        : word + " ";
-            text += item.name + ": " + one_line(reason) + "\n";
+    for (int rank = static_cast<int>(Verdict::fail); rank > 0; --rank) {
+        const auto verdict = static_cast<Verdict>(rank);
+        for (const Fold& fold : kFolds) {
+            if (is_folded(judgement, verdict, fold)) text += folded_line(judgement, fold, look);
+        }
+        for (const Item& item : judgement.items) {
+            for (const Reason& reason : item.reasons) {
+                if (reason.verdict != verdict) continue;
+                const Fold* fold = fold_of(reason);
+                if (fold != nullptr && is_folded(judgement, verdict, *fold)) continue;
+                text += marked(verdict, look) + item.name + ": " + one_line(reason) + "\n";
+            }
         }
     }
     return text;

@@ -12,7 +12,9 @@ enum class Look : unsigned char { plain, terminal };  // lines alone; colours an
 // Plain on what is no terminal.
 Look look_of(int fd);
 
-// The reasons, a line each: "FAIL alarm: alarm.output.2.inputs is 0x2202, wanted 0x2222 (line 213)".
+// The reasons, the worst first, a line each:
+// "FAIL alarm: alarm.output.2.inputs is 0x2202, wanted 0x2222 (line 213)". Many missing facts, steps
+// or answers share a line.
 std::string reason_lines(const Judgement& judgement, Look look);
 
 // The verdict with the attempt's number and the serial number: a box on a terminal, else one line.

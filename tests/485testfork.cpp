@@ -22,7 +22,7 @@ namespace {
 
 constexpr char kModule[] = "485testfork";
 constexpr char kDevice[] = "/dev/ttyS0";
-constexpr std::size_t kPatternSize = 1024;  // also the bit of a count that has reached it
+constexpr std::size_t kPatternSize = 1024;  // also the bit set in a count that has reached it
 
 using Pattern = std::array<std::uint8_t, kPatternSize>;
 
@@ -37,8 +37,8 @@ Pattern make_pattern() {
     return pattern;
 }
 
-// Each receiver hands its verdict over as a byte, 1 for wrong bytes, through a pipe that all runs
-// share. Where it cannot, a fault is its exit status.
+// Each receiver writes its verdict, 1 for wrong bytes, as a byte into a pipe that all runs share. If
+// it cannot, it exits with the verdict as its status.
 int g_verdict_pipe[2] = {-1, -1};
 constexpr int kFaultStatus = 1;
 
@@ -50,8 +50,8 @@ void open_verdict_pipe() {
     std::copy(std::begin(ends), std::end(ends), std::begin(g_verdict_pipe));
 }
 
-// Takes what is in the pipe; false when that is nothing. A pipe that cannot be read may hold a
-// fault, and counts as one.
+// Reads the verdicts in the pipe; false when there are none. A pipe that cannot be read counts as a
+// fault, as it may hold one.
 bool take_verdicts() {
     if (g_verdict_pipe[0] < 0) return false;
     std::array<std::uint8_t, 64> verdicts{};

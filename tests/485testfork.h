@@ -6,6 +6,6 @@
 // up.
 int rs485_test();
 
-// When the latest test could not send in time, its receiver may judge a little later: waits for
-// its verdict, at most 100 ms.
+// Waits for the verdict of a receiver that is still judging because its sender timed out; at most
+// 100 ms.
 void rs485_await_verdict();

@@ -23,7 +23,7 @@ constexpr std::size_t kRegisterBytes = 4;
 
 constexpr std::uint32_t kVersionUnknown = 0xFFFFFFFF;
 
-// Words of ATA strings arrive with their two bytes exchanged.
+// The words of ATA strings arrive with their two bytes swapped.
 void put_in_reading_order(IdentifyBlock& block, std::size_t first, std::size_t last) {
     for (std::size_t i = first; i < last; i += 2)
         std::swap(block[i], block[i + 1]);

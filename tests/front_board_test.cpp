@@ -179,7 +179,7 @@ void key_loop(int line) {
         const ssize_t count = platform::read(line, bytes.data(), bytes.size());
         if (count <= 0) {
             print_line("read failed");
-            platform::sleep_ms(100);  // a line that hung up is always readable
+            platform::sleep_ms(100);  // a hung-up line is always readable
             continue;
         }
         walk_panel_frames(line, std::span(bytes).first(static_cast<std::size_t>(count)));
@@ -196,12 +196,12 @@ void show_prompt() {
         "面板输入ESC退出测试\n");
 }
 
-// Swallows the bare Enter presses that were typed during the test.
+// Discards bare Enter presses typed during the test.
 void drain_console() {
     ConsoleLine line;
     int length = 0;
     do {
-        line[0] = '\0';  // a time-out leaves it alone
+        line[0] = '\0';  // a time-out leaves it unchanged
         length = read_console_line(line, 1);
     } while (length == 0 && line[0] == '\n');
 }

@@ -1,10 +1,10 @@
-// What the tests' handlers for SIGINT are made of: async-signal-safe calls only.
+// Building blocks of the tests' SIGINT handlers: async-signal-safe calls only.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
-// A line of text with numbers, put together without the C library and printed in one write.
+// A line of text with numbers, built without the C library and printed in one write.
 class InterruptLine {
   public:
     InterruptLine& add(const char* text);

@@ -35,7 +35,7 @@ constexpr Wiring kWirings[] = {
     {8, kAnyInputs, 0xFFFF, 0x0101, 0x0000FFFF},
 };
 
-// Of the present run; the interrupt handler prints them.
+// Of the current run; the interrupt handler prints them.
 std::atomic<std::uint32_t> g_successes, g_failures;
 
 void print_counts_and_die(int signal) {

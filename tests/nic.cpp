@@ -19,7 +19,7 @@ namespace {
 constexpr char kModule[] = "nic";
 constexpr const char* kPorts[] = {"eth0", "eth1", "eth2", "eth3"};
 
-// Reports and clamps more ports than can be examined.
+// Reports a count above the ports that can be examined, and clamps it.
 std::uint32_t ports_to_examine() {
     if (g_iCordNo <= std::size(kPorts)) return g_iCordNo;
     report(kModule, "网卡个数超过支持上限,网口个数为 %d\n", g_iCordNo);

@@ -20,7 +20,7 @@ constexpr char kModule[] = "sata_test";
 // The path of a disk node with the longest name that a directory can hold.
 using DiskPath = std::array<char, sizeof "/dev/" + 255>;
 
-// One text field behind its label; NUL bytes add nothing, blanks stay.
+// A text field after its label, without NUL bytes, with its blanks.
 void report_field(const char* label, const IdentifyBlock& block, std::size_t offset,
                   std::size_t size) {
     char text[128];

@@ -45,7 +45,7 @@ struct DiskPaths {
     }
 };
 
-// What the C library refuses, the shell may manage.
+// Falls back to the shell's mkdir and mount.
 void mount_disk(const DiskPaths& disk) {
     char command[160];
     if (platform::mkdir(disk.mount_point, 0777) != 0) {

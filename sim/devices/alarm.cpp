@@ -7,6 +7,9 @@
 namespace sim {
 namespace {
 
+constexpr std::uint32_t kStart = 0x40026B91;
+constexpr std::uint32_t kGetInputs = 0x80026B90;
+
 std::uint32_t mask_of(const std::set<std::uint8_t>& inputs) {
     std::uint32_t mask = 0;
     for (const std::uint8_t input : inputs)
@@ -14,14 +17,7 @@ std::uint32_t mask_of(const std::set<std::uint8_t>& inputs) {
     return mask;
 }
 
-}  // namespace
-
-void drive_alarm_outputs(std::uint32_t mask) {
-    world->alarm.outputs = mask;
-    note("alarm", "outputs %X", mask);
-}
-
-std::uint16_t alarm_inputs() {
+std::uint16_t active_inputs() {
     const Alarm& alarm = scenario->alarm;
     std::uint32_t inputs = mask_of(alarm.stuck);
     for (std::size_t k = 0; k < alarm.wiring.size(); ++k) {
@@ -30,12 +26,37 @@ std::uint16_t alarm_inputs() {
     return static_cast<std::uint16_t>(inputs & ~mask_of(alarm.dead));
 }
 
-void describe(Keys& keys, Alarm& alarm) {
+void describe_alarm(Keys& keys, Alarm& alarm) {
     keys.key("wiring", alarm.wiring, "inputs that each alarm output drives", {1, 16});
     if (alarm.wiring.size() > 32)
         throw ScenarioError(keys.place_of("wiring", 32) + ": more than 32 outputs");
     keys.key("stuck", alarm.stuck, "inputs that are always active", {1, 16});
     keys.key("dead", alarm.dead, "inputs that are never active", {1, 16});
+}
+
+class AlarmPort final : public Device {
+  public:
+    void describe(Keys& keys, Board& board) const override {
+        keys.table("alarm", board.alarm, describe_alarm);
+    }
+
+    long control(std::uint32_t request, Argument& argument) const override {
+        if (request == kStart) return 0;
+        if (request != kGetInputs) return -ENOTTY;
+        const std::uint16_t inputs = active_inputs();  // the upper half of the word stays
+        return argument.write(&inputs, sizeof inputs);
+    }
+};
+
+const AlarmPort alarm_port;
+
+}  // namespace
+
+const Device& AlarmRow::device = alarm_port;
+
+void drive_alarm_outputs(std::uint32_t mask) {
+    world->alarm.outputs = mask;
+    note("alarm", "outputs %X", mask);
 }
 
 }  // namespace sim

@@ -5,22 +5,30 @@
 #include <set>
 #include <vector>
 
-namespace sim {
+#include "sim/device.h"
 
-class Keys;
+namespace sim {
 
 struct Alarm {  // the fixture between alarm outputs and inputs, all counted from 1
     std::vector<std::set<std::uint8_t>> wiring;  // inputs that each output drives
     std::set<std::uint8_t> stuck, dead;          // inputs: always active, never active
 };
-void describe(Keys& keys, Alarm& alarm);
 
 struct AlarmState {
     std::uint32_t outputs;  // as last written
 };
 
-// The sides of the control device.
+struct AlarmRow : DeviceRow {
+    struct Described {
+        Alarm alarm;
+    };
+    struct State {
+        AlarmState alarm;
+    };
+    static const Device& device;
+};
+
+// What a write to the control device does.
 void drive_alarm_outputs(std::uint32_t mask);
-std::uint16_t alarm_inputs();
 
 }  // namespace sim

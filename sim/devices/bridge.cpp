@@ -1,14 +1,14 @@
 // Port-multiplier bridges with their SPI flash, behind the pass-through request of a disk.
 //
-// A request takes its time, and then executes the register block: a register read, or one SPI
-// command. What the bridge or the flash does not know it ignores.
+// A request advances the clock and then executes the register block: a register read, or one SPI
+// command. Unknown commands are ignored.
 //
 // Flash: ready -> write enable sets the latch -> write status, chip erase or page program need the
-// latch, clear it, and keep the flash busy for their time -> ready. A busy flash answers the status
-// read alone. Erase and program do nothing while a block is protected; programming only clears
+// latch, clear it, and keep the flash busy for their time -> ready. A busy flash answers only the
+// status read. Erase and program do nothing while a block is protected; programming only clears
 // bits. Status: bit 0 busy, bit 1 latch, bits 2 to 4 block protection.
 //
-// A bridge runs the firmware that its flash held at its latest reset.
+// A bridge runs the firmware that its flash held when it was last reset.
 #include "sim/devices/bridge.h"
 
 #include <algorithm>
@@ -24,6 +24,9 @@
 namespace sim {
 namespace {
 
+constexpr std::uint32_t kReset = 0x52;  // of the control device
+
+constexpr Names kNames{"NAME", "[1-4]"};
 constexpr std::uint8_t kProtectionBits = 0x1C;
 constexpr std::uint32_t kPageSize = 256;
 
@@ -50,7 +53,7 @@ std::uint32_t register_value(const Bridge& bridge, std::uint32_t address) {
 
 bool is_busy(const Flash& flash) { return world->now < flash.busy_until; }
 
-// Begins a command that changes the flash; false when the flash does not take it.
+// Begins a command that changes the flash; false when the latch is not set.
 bool begin(Flash& flash, double time_s) {
     if (!flash.write_enabled) return false;
     flash.write_enabled = false;
@@ -99,7 +102,7 @@ std::uint32_t read_word(const Flash& flash, std::uint32_t address) {
 void transfer(const Bridge& bridge, BridgeState& state, const Request& request) {
     Flash& flash = state.flash;
     const int command = request.block[9] << 8 | request.block[1];
-    if (command == kReadStatus) {  // in one byte; the others stay as they were sent
+    if (command == kReadStatus) {  // changes one byte of the block
         request.block[2] = static_cast<std::uint8_t>(
             flash.protection | (flash.write_enabled ? 2 : 0) | (is_busy(flash) ? 1 : 0));
     }
@@ -125,60 +128,7 @@ void transfer(const Bridge& bridge, BridgeState& state, const Request& request) 
     }
 }
 
-}  // namespace
-
-std::string firmware_image(std::uint32_t size) {
-    std::string image(size, '\0');
-    for (std::uint32_t i = 0; i < size; ++i)
-        image[i] = static_cast<char>(i * 37 + (i >> 8));
-    const auto registers = Bridge().registers;
-    const unsigned bonding =
-        registers.at(0xFAFC) | static_cast<unsigned>(registers.at(0xFAFD)) << 2;
-    const std::uint32_t first = size / 2, second = size - first;
-    const std::pair<std::size_t, unsigned> header[] = {
-        {0, 0x7B},       {1, 0x19},           {2, registers.at(0xFC03)},
-        {3, 0x32},       {4, bonding},        {8, first & 0xFF},
-        {9, first >> 8}, {12, second & 0xFF}, {13, second >> 8}};
-    for (const auto& [place, value] : header) {
-        if (place < size) image[place] = static_cast<char>(value);
-    }
-    return image;
-}
-
-void bridge_start() {
-    BridgeState* state = world->bridges;
-    for (const auto& [name, bridge] : scenario->bridges) {
-        if (state == std::end(world->bridges))
-            stop_here("more than %zu bridges", std::size(world->bridges));
-        std::memset(state->flash.cells, 0xFF, sizeof state->flash.cells);
-        std::memcpy(state->flash.cells, bridge.flash.data(),
-                    std::min(bridge.flash.size(), sizeof state->flash.cells));
-        std::memcpy(state->running, state->flash.cells, sizeof state->running);
-        fail_bad_cells(bridge, state->flash);
-        state->flash.protection = bridge.protection & kProtectionBits;
-        ++state;
-    }
-}
-
-long pass_through(const std::string& name, std::uint8_t* block) {
-    const Request request{block};
-    const auto bridge = scenario->bridges.find(name);
-    if (bridge == scenario->bridges.end()) {
-        request.answer(0);  // nobody answers on the disk's link
-        return 0;
-    }
-    take_time(from_seconds(bridge->second.request_time));
-    BridgeState& state = world->bridges[std::distance(scenario->bridges.begin(), bridge)];
-    const bool control_port = block[6] == 0x8F && block[1] == 0x84 && block[9] == 0;
-    if (block[7] == 0xE4 && control_port) {
-        request.answer(register_value(bridge->second, request.address()));
-    }
-    const bool first_flash = block[6] == 0x80;
-    if (block[7] == 0xF7 && first_flash) transfer(bridge->second, state, request);
-    return 0;
-}
-
-void reset_bridges(std::uint32_t selector) {
+void reset(std::uint32_t selector) {
     BridgeState* state = world->bridges;
     for (const auto& [name, bridge] : scenario->bridges) {
         if (bridge.reset_selector == selector) {
@@ -190,13 +140,7 @@ void reset_bridges(std::uint32_t selector) {
     }
 }
 
-void describe_image(Keys& keys, std::string& bytes) {
-    std::uint32_t size = 0;
-    keys.key("image", size, "a valid firmware image of this many bytes", {0, 131'072});
-    if (size != 0) bytes = firmware_image(size);
-}
-
-void describe(Keys& keys, Bridge& bridge, const std::string& folder) {
+void describe_bridge(Keys& keys, Bridge& bridge) {
     keys.start_only({"flash", "from", "image", "protection", "save"});
     keys.key("presence", bridge.registers.at(0xFC00), "register 0xFC00; 0x8F or 0xF8 = it answers");
     keys.key("revision", bridge.registers.at(0xFC03), "register 0xFC03");
@@ -219,16 +163,94 @@ void describe(Keys& keys, Bridge& bridge, const std::string& folder) {
         "their page of 256 bytes",
         {0, kFlashSize - 1});
     keys.key("flash", hexadecimal(bridge.flash, kFlashSize), "content of the flash from address 0");
-    keys.key("from", from_file(bridge.flash, folder, kFlashSize),
+    keys.key("from", from_file(keys, bridge.flash, kFlashSize),
              "a file of this machine with its content");
     describe_image(keys, bridge.flash);
     keys.one_of({"flash", "from", "image"});
-    const auto set_save = [&bridge, folder](const std::string& path) {
+    const auto set_save = [&bridge, folder = keys.folder()](const std::string& path) {
         bridge.save = folder + path;
         return true;
     };
-    keys.key("save", Word{"path", "", set_save},
+    keys.key("save", word("path", "", set_save),
              "a file of this machine for the flash as the run leaves it");
+}
+
+class Bridges final : public Device {
+  public:
+    void describe(Keys& keys, Board& board) const override {
+        keys.named("bridges", kNames, board.bridges, describe_bridge);
+    }
+
+    void start() const override {
+        BridgeState* state = world->bridges;
+        for (const auto& [name, bridge] : scenario->bridges) {
+            if (state == std::end(world->bridges))
+                stop_here("more than %zu bridges", std::size(world->bridges));
+            std::memset(state->flash.cells, 0xFF, sizeof state->flash.cells);
+            std::memcpy(state->flash.cells, bridge.flash.data(),
+                        std::min(bridge.flash.size(), sizeof state->flash.cells));
+            std::memcpy(state->running, state->flash.cells, sizeof state->running);
+            fail_bad_cells(bridge, state->flash);
+            state->flash.protection = bridge.protection & kProtectionBits;
+            ++state;
+        }
+    }
+
+    long control(std::uint32_t request, Argument& argument) const override {
+        if (request != kReset) return -ENOTTY;
+        reset(argument.value);
+        return 0;
+    }
+};
+
+const Bridges bridges;
+
+}  // namespace
+
+const Device& BridgeRow::device = bridges;
+
+std::string firmware_image(std::uint32_t size) {
+    std::string image(size, '\0');
+    for (std::uint32_t i = 0; i < size; ++i)
+        image[i] = static_cast<char>(i * 37 + (i >> 8));
+    const auto registers = Bridge().registers;
+    const unsigned bonding =
+        registers.at(0xFAFC) | static_cast<unsigned>(registers.at(0xFAFD)) << 2;
+    const std::uint32_t first = size / 2, second = size - first;
+    const std::pair<std::size_t, unsigned> header[] = {
+        {0, 0x7B},       {1, 0x19},           {2, registers.at(0xFC03)},
+        {3, 0x32},       {4, bonding},        {8, first & 0xFF},
+        {9, first >> 8}, {12, second & 0xFF}, {13, second >> 8}};
+    for (const auto& [place, value] : header) {
+        if (place < size) image[place] = static_cast<char>(value);
+    }
+    return image;
+}
+
+long pass_through(const std::string& name, Argument& argument) {
+    std::uint8_t* const block = argument.block;
+    const Request request{block};
+    argument.answer = {reinterpret_cast<const char*>(block), kRegisterBlock};
+    const auto bridge = scenario->bridges.find(name);
+    if (bridge == scenario->bridges.end()) {
+        request.answer(0);  // no bridge answers
+        return 0;
+    }
+    spend_time(from_seconds(bridge->second.request_time));
+    BridgeState& state = world->bridges[std::distance(scenario->bridges.begin(), bridge)];
+    const bool control_port = block[6] == 0x8F && block[1] == 0x84 && block[9] == 0;
+    if (block[7] == 0xE4 && control_port) {
+        request.answer(register_value(bridge->second, request.address()));
+    }
+    const bool first_flash = block[6] == 0x80;
+    if (block[7] == 0xF7 && first_flash) transfer(bridge->second, state, request);
+    return 0;
+}
+
+void describe_image(Keys& keys, std::string& bytes) {
+    std::uint32_t size = 0;
+    keys.key("image", size, "a valid firmware image of this many bytes", {0, 131'072});
+    if (size != 0) bytes = firmware_image(size);
 }
 
 }  // namespace sim

@@ -6,11 +6,9 @@
 #include <set>
 #include <string>
 
-#include "sim/time.h"
+#include "sim/device.h"
 
 namespace sim {
-
-class Keys;
 
 constexpr std::size_t kMostBridges = 4;
 constexpr std::size_t kFlashSize = 1 << 17;
@@ -36,8 +34,6 @@ struct Bridge {  // port multiplier with its SPI flash
     std::string flash;  // its content from address 0; the rest is 0xFF
     std::string save;   // file of this machine for the flash as the run leaves it
 };
-// `folder` is that of the scenario, for the files that it names.
-void describe(Keys& keys, Bridge& bridge, const std::string& folder);
 
 // Reads `image = 4096`: an image of this many bytes.
 void describe_image(Keys& keys, std::string& bytes);
@@ -55,9 +51,18 @@ struct BridgeState {
     std::uint32_t resets, programmed_words;
 };
 
-void bridge_start();
-// The pass-through request: one register block of 16 bytes, in and out.
-long pass_through(const std::string& bridge, std::uint8_t* block);
-void reset_bridges(std::uint32_t selector);
+struct BridgeRow : DeviceRow {
+    struct Described {
+        std::map<std::string, Bridge> bridges;
+    };
+    struct State {
+        BridgeState bridges[kMostBridges];
+    };
+    static const Device& device;
+};
+
+// The pass-through request: one register block, in and out.
+constexpr std::size_t kRegisterBlock = 16;
+long pass_through(const std::string& bridge, Argument& argument);
 
 }  // namespace sim

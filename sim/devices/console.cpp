@@ -1,5 +1,5 @@
-// Standard input: silent until the operator types; a read takes one line at most, and what it
-// leaves of a long one stays for the next. Standard output and error are the product's own.
+// Standard input: silent until the operator types. A read returns at most one line; the rest of a
+// long line stays for the next read. Standard output and error go to the supervisor's files.
 #include "sim/devices/console.h"
 
 #include <unistd.h>
@@ -32,20 +32,37 @@ Microseconds next_interrupt() {
     return std::min(listed, world->console.typed_interrupt);
 }
 
+void describe_line(Keys& keys, TypedLine& line) {
+    keys.key("at", line.at, "second at which it is typed");
+    keys.key("text", line.text, "the line, with its \"\\n\"; \"\" = end of input");
+}
+
+void describe_operator(Keys& keys, Operator& person) {
+    keys.start_only({"lines", "interrupts"});
+    keys.list("lines", person.lines, describe_line, kMostLines);
+    refuse_descending(keys, "lines", person.lines);
+    keys.key("interrupts", person.interrupts, "seconds at which Ctrl-C is pressed, in order");
+    if (!std::is_sorted(person.interrupts.begin(), person.interrupts.end()))
+        throw ScenarioError(keys.place_of("interrupts") + ": interrupts takes ascending times");
+}
+
 class Console final : public Device {
   public:
+    void describe(Keys& keys, Board& board) const override {
+        keys.table("operator", board.person, describe_operator);
+    }
+
     void start() const override {
         world->console.typed_interrupt = kNever;
         for (std::int16_t fd = 0; fd < 3; ++fd) {
-            world->files[fd] = {kConsoleRow, fd, 1, keep("console"), 0};
+            world->files[fd] = {static_cast<std::uint8_t>(row_of(*this)), fd, 1, keep("console"),
+                                0};
             world->processes[0].files[fd] = fd;
         }
         for (const TypedLine& line : scenario->person.lines) {
             add_input(from_seconds(line.at), line.text);
         }
     }
-
-    int find(std::string_view) const override { return -1; }
 
     Microseconds acts_at() const override { return next_interrupt(); }
 
@@ -85,25 +102,11 @@ class Console final : public Device {
 
 const Console console;
 
-void describe_line(Keys& keys, TypedLine& line) {
-    keys.key("at", line.at, "second at which it is typed");
-    keys.key("text", line.text, "the line, with its \"\\n\"; \"\" = end of input");
-}
-
 }  // namespace
 
-const Device& console_device = console;
+const Device& ConsoleRow::device = console;
 
 void type_line(std::string_view text) { add_input(world->now, text); }
 void type_interrupt() { world->console.typed_interrupt = world->now; }
-
-void describe(Keys& keys, Operator& person) {
-    keys.start_only({"lines", "interrupts"});
-    keys.list("lines", person.lines, describe_line, kMostLines);
-    refuse_descending(keys, "lines", person.lines);
-    keys.key("interrupts", person.interrupts, "seconds at which Ctrl-C is pressed, in order");
-    if (!std::is_sorted(person.interrupts.begin(), person.interrupts.end()))
-        throw ScenarioError(keys.place_of("interrupts") + ": interrupts takes ascending times");
-}
 
 }  // namespace sim

@@ -1,4 +1,4 @@
-// The standard streams, and the operator in front of them.
+// The standard streams and the operator.
 #pragma once
 
 #include <cstdint>
@@ -12,8 +12,6 @@
 
 namespace sim {
 
-class Keys;
-
 constexpr std::size_t kMostLines = 1024;  // that the operator types
 
 struct TypedLine {
@@ -25,7 +23,6 @@ struct Operator {
     std::vector<TypedLine> lines;
     std::vector<double> interrupts;  // Ctrl-C
 };
-void describe(Keys& keys, Operator& person);
 
 struct ConsoleInput {
     Microseconds at;
@@ -38,7 +35,15 @@ struct ConsoleState {
     Microseconds typed_interrupt;  // by the person in front of q7-sim; kNever = none
 };
 
-extern const Device& console_device;
+struct ConsoleRow : DeviceRow {
+    struct Described {
+        Operator person;
+    };
+    struct State {
+        ConsoleState console;
+    };
+    static const Device& device;
+};
 
 // Adds what the operator types at the present instant; empty = end of input.
 void type_line(std::string_view text);

@@ -7,7 +7,9 @@
 
 namespace sim {
 
-extern const Device& directory_device;
+struct DirectoryRow : DeviceRow {
+    static const Device& device;
+};
 
 // Results as of a Device.
 long open_directory(std::string_view path);

@@ -6,11 +6,8 @@
 #include <string>
 
 #include "sim/device.h"
-#include "sim/devices/bridge.h"
 
 namespace sim {
-
-class Keys;
 
 struct Disk {  // by the name of its node: "sda", "esda", "sas1"
     bool present = true;
@@ -22,9 +19,12 @@ struct Disk {  // by the name of its node: "sda", "esda", "sas1"
     double request_time = 0;  // of each request but the pass-through
     std::string bridge;       // that it lies behind; empty = none
 };
-// `bridges` are those of the board.
-void describe(Keys& keys, Disk& disk, const std::map<std::string, Bridge>& bridges);
 
-extern const Device& disk_device;
+struct DiskRow : DeviceRow {
+    struct Described {
+        std::map<std::string, Disk> disks;
+    };
+    static const Device& device;
+};
 
 }  // namespace sim

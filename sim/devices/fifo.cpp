@@ -1,9 +1,9 @@
 // The report FIFO, /var/q7.fifo, and its reader.
 //
-// The reader takes each record at once. While it does not read, the pipe's 16 pages fill up,
-// and then a write fails with EAGAIN. When it has gone, a write fails with EPIPE and SIGPIPE.
+// A reading reader empties the pipe at once. While it does not read, the pipe's 16 pages fill up, and
+// then a write fails with EAGAIN. Without a reader, a write fails with EPIPE and raises SIGPIPE.
 //
-// A FIFO of the host can take its place: then q7 gets what the host says.
+// A FIFO of the host can take its place; q7 then gets the host's results.
 #include "sim/devices/fifo.h"
 
 #include <fcntl.h>
@@ -45,8 +45,19 @@ bool has_room(std::uint32_t size) {
     return true;
 }
 
+void describe_fifo(Keys& keys, FifoReader& fifo) {
+    keys.key("present", fifo.fifo, "/var/q7.fifo exists");
+    keys.key("reader", fifo.reader, "a service has it open for reading");
+    keys.key("reading", fifo.reading, "and reads what comes; else the pipe fills up");
+    keys.key("unread", fifo.unread, "bytes that lie in the pipe when it does not", {0, 65'536});
+}
+
 class Fifo final : public Device {
   public:
+    void describe(Keys& keys, Board& board) const override {
+        keys.table("fifo", board.fifo, describe_fifo);
+    }
+
     int find(std::string_view path) const override {
         return scenario->fifo.fifo && path == "/var/q7.fifo" ? 0 : -1;
     }
@@ -75,15 +86,8 @@ const Fifo report_fifo;
 
 }  // namespace
 
-const Device& fifo_device = report_fifo;
+const Device& FifoRow::device = report_fifo;
 
 void use_host_fifo(int fd) { host_fifo = fd; }
-
-void describe(Keys& keys, FifoReader& fifo) {
-    keys.key("present", fifo.fifo, "/var/q7.fifo exists");
-    keys.key("reader", fifo.reader, "a service has it open for reading");
-    keys.key("reading", fifo.reading, "and reads what comes; else the pipe fills up");
-    keys.key("unread", fifo.unread, "bytes that lie in the pipe when it does not", {0, 65'536});
-}
 
 }  // namespace sim

@@ -7,22 +7,27 @@
 
 namespace sim {
 
-class Keys;
-
 struct FifoReader {
     bool fifo = false, reader = false;  // the FIFO exists; somebody has it open for reading
     bool reading = true;                // and reads; else the pipe fills up
     std::uint32_t unread = 0;           // bytes that lie in the pipe already then
 };
-void describe(Keys& keys, FifoReader& fifo);
 
 struct ReportFifo {
     std::uint32_t pages, last_page;  // in use, while nobody reads; bytes in the last of them
 };
 
-extern const Device& fifo_device;
+struct FifoRow : DeviceRow {
+    struct Described {
+        FifoReader fifo;
+    };
+    struct State {
+        ReportFifo fifo;
+    };
+    static const Device& device;
+};
 
-// Lets the reader of a FIFO of the host, open for writing, be that of the run; -1 = none.
+// Sends the records to this FIFO of the host, which is open for writing; -1 = none.
 void use_host_fifo(int fd);
 
 }  // namespace sim

@@ -1,4 +1,4 @@
-// The regular files of the board: content from the scenario, read and removed by the product.
+// The regular files of the board. The product reads and removes them.
 #include "sim/devices/files.h"
 
 #include <algorithm>
@@ -13,6 +13,8 @@
 namespace sim {
 namespace {
 
+constexpr Names kPaths{"PATH", "/dav0/zeb321.bin /dav2/devCfg.bin /dav2/devCfg_backup.bin"};
+
 const FileContent& content(int index) { return std::next(scenario->files.begin(), index)->second; }
 
 std::string bytes_of(int index) {
@@ -22,8 +24,24 @@ std::string bytes_of(int index) {
     return bytes;
 }
 
+void describe_file(Keys& keys, FileContent& file) {
+    keys.key("present", file.present, "false: the board does not have this file of its base");
+    keys.key("bytes", hexadecimal(file.bytes), "its content");
+    keys.key("text", file.bytes, "its content, as text");
+    keys.key("from", from_file(keys, file.bytes, kMostFileBytes),
+             "a file of this machine with its content");
+    describe_image(keys, file.bytes);
+    keys.one_of({"bytes", "text", "from", "image"});
+    keys.key("size", file.size, "bytes that it is cut off at or filled up to; -1 = as they are",
+             {-1, kMostFileBytes});
+}
+
 class Files final : public Device {
   public:
+    void describe(Keys& keys, Board& board) const override {
+        keys.named("files", kPaths, board.files, describe_file);
+    }
+
     void start() const override {
         if (scenario->files.size() > std::size(world->tree))
             stop_here("more than %zu files", std::size(world->tree));
@@ -56,25 +74,13 @@ const Files files;
 
 }  // namespace
 
-const Device& file_device = files;
+const Device& FilesRow::device = files;
 
 long remove_file(const char* path) {
     const int index = files.find(path);
     if (index < 0) return -ENOENT;
     world->tree[index].removed = true;
     return 0;
-}
-
-void describe(Keys& keys, FileContent& file, const std::string& folder) {
-    keys.key("present", file.present, "false: the board does not have this file of its base");
-    keys.key("bytes", hexadecimal(file.bytes), "its content");
-    keys.key("text", file.bytes, "its content, as text");
-    keys.key("from", from_file(file.bytes, folder, kMostFileBytes),
-             "a file of this machine with its content");
-    describe_image(keys, file.bytes);
-    keys.one_of({"bytes", "text", "from", "image"});
-    keys.key("size", file.size, "bytes that it is cut off at or filled up to; -1 = as they are",
-             {-1, kMostFileBytes});
 }
 
 }  // namespace sim

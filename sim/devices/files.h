@@ -2,13 +2,12 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 
 #include "sim/device.h"
 
 namespace sim {
-
-class Keys;
 
 constexpr std::size_t kMostFiles = 8;
 constexpr std::size_t kMostFileBytes = 1 << 20;
@@ -18,14 +17,20 @@ struct FileContent {
     std::string bytes;
     std::int64_t size = -1;  // cut off or filled with zeros; -1 = as its bytes are
 };
-// `folder` is that of the scenario, for the files that it names.
-void describe(Keys& keys, FileContent& file, const std::string& folder);
 
 struct File {
     bool removed;  // by the product
 };
 
-extern const Device& file_device;
+struct FilesRow : DeviceRow {
+    struct Described {
+        std::map<std::string, FileContent> files;
+    };
+    struct State {
+        File tree[kMostFiles];
+    };
+    static const Device& device;
+};
 
 long remove_file(const char* path);  // result as of a Device
 

@@ -1,8 +1,10 @@
 #include "sim/devices/hardware.h"
 
-#include <span>
+#include <cstring>
 
+#include "sim/little_endian.h"
 #include "sim/scenario/keys.h"
+#include "sim/world.h"
 
 namespace sim {
 
@@ -39,9 +41,37 @@ std::map<std::string, std::uint32_t> preset_hardware() {
     return hardware;
 }
 
-void describe(Keys& keys, std::map<std::string, std::uint32_t>& hardware) {
-    for (const HardwareField& field : kHardwareFields)
-        keys.key(field.key, hardware.at(field.key), field.meaning, {0, field.most()});
-}
+namespace {
+
+constexpr std::uint32_t kGetHardware = 0x04;
+
+class HardwareBlock final : public Device {
+  public:
+    void describe(Keys& keys, Board& board) const override {
+        keys.table("hardware", [&](Keys& sub) {
+            for (const HardwareField& field : kHardwareFields)
+                sub.key(field.key, board.hardware.at(field.key), field.meaning, {0, field.most()});
+        });
+    }
+
+    long control(std::uint32_t request, Argument& argument) const override {
+        if (request != kGetHardware) return -ENOTTY;
+        std::uint8_t block[256];
+        std::memset(block, 0xFF, sizeof block);  // what has no meaning is not 0
+        for (const HardwareField& field : kHardwareFields) {
+            std::uint8_t* const word = block + field.offset;
+            const std::uint32_t mask = field.most() << field.low;
+            const std::uint32_t value = scenario->hardware.at(field.key) << field.low;
+            put_word(word, (get_word(word) & ~mask) | value);
+        }
+        return argument.write(block, sizeof block);
+    }
+};
+
+const HardwareBlock hardware_block;
+
+}  // namespace
+
+const Device& HardwareRow::device = hardware_block;
 
 }  // namespace sim

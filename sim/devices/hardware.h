@@ -5,9 +5,9 @@
 #include <map>
 #include <string>
 
-namespace sim {
+#include "sim/device.h"
 
-class Keys;
+namespace sim {
 
 // A field of the 256-byte block that request 0x04 of the control device answers, little endian.
 struct HardwareField {
@@ -21,6 +21,12 @@ struct HardwareField {
 extern const HardwareField kHardwareFields[21];
 
 std::map<std::string, std::uint32_t> preset_hardware();  // by key
-void describe(Keys& keys, std::map<std::string, std::uint32_t>& hardware);
+
+struct HardwareRow : DeviceRow {
+    struct Described {
+        std::map<std::string, std::uint32_t> hardware = preset_hardware();
+    };
+    static const Device& device;
+};
 
 }  // namespace sim

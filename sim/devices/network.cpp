@@ -1,30 +1,54 @@
-// The network ports as ethtool shows them, through a datagram socket. Each has a copper and a fibre
-// side; the control device's selector says which of them is connected.
+// The network ports, queried with ethtool requests on a datagram socket. Each has a copper and a fibre
+// side; the port selector connects one of them, initially copper.
 #include "sim/devices/network.h"
 
 #include <linux/ethtool.h>
 #include <linux/sockios.h>
 #include <net/if.h>
+#include <sys/socket.h>
 
-#include "sim/devices/control.h"
 #include "sim/scenario/keys.h"
 #include "sim/world.h"
 
 namespace sim {
 namespace {
 
-constexpr std::uint32_t kFibre = 2;
+constexpr std::uint32_t kSelectPort = 0x81;  // of the control device
+constexpr std::uint32_t kCopper = 1, kFibre = 2;
+constexpr Names kNames{"NAME", "eth[0-3]"};
 
-long answer(const Link& link, void* block) {
-    switch (*static_cast<std::uint32_t*>(block)) {
-    case ETHTOOL_GLINK:
-        static_cast<ethtool_value*>(block)->data = link.up ? 1 : 0;
-        return 0;
+void describe_link(Keys& keys, Link& link) {
+    keys.key("up", link.up, "the port has a link on this side of the selector");
+    keys.key("speed", link.speed, "Mbit/s");
+    keys.key("full_duplex", link.full_duplex, "full duplex, else half");
+}
+
+void describe_port(Keys& keys, NetworkPort& port) {
+    keys.key("present", port.present, "the interface exists");
+    keys.key("ethtool", port.ethtool, "its driver answers ethtool queries");
+    keys.table("copper", port.copper, describe_link);
+    keys.table("fibre", port.fibre, describe_link);
+}
+
+// The answer is where the block points to.
+template <class Query>
+long give(Argument& argument, Query& query) {
+    argument.answer = {reinterpret_cast<const char*>(&query), sizeof query};
+    return 0;
+}
+
+long answer(const Link& link, void* query, Argument& argument) {
+    switch (*static_cast<std::uint32_t*>(query)) {
+    case ETHTOOL_GLINK: {
+        auto& state = *static_cast<ethtool_value*>(query);
+        state.data = link.up ? 1 : 0;
+        return give(argument, state);
+    }
     case ETHTOOL_GSET: {
-        auto* settings = static_cast<ethtool_cmd*>(block);
-        settings->speed = link.up ? link.speed : 65535;  // modern drivers: unknown
-        settings->duplex = link.up ? link.full_duplex : 255;
-        return 0;
+        auto& settings = *static_cast<ethtool_cmd*>(query);
+        settings.speed = link.up ? link.speed : 65535;  // modern drivers: unknown
+        settings.duplex = link.up ? link.full_duplex : 255;
+        return give(argument, settings);
     }
     default:
         return -EOPNOTSUPP;
@@ -33,36 +57,40 @@ long answer(const Link& link, void* block) {
 
 class Socket final : public Device {
   public:
-    int find(std::string_view) const override { return -1; }
+    void describe(Keys& keys, Board& board) const override {
+        keys.named("ports", kNames, board.ports, describe_port);
+    }
 
-    long ioctl(OpenFile&, std::uint32_t request, Argument argument) const override {
+    void start() const override { world->net_port = kCopper; }
+
+    long ioctl(OpenFile&, std::uint32_t request, Argument& argument) const override {
         if (request != SIOCETHTOOL) return -ENOTTY;
-        const auto* query = static_cast<const ifreq*>(argument.block);
+        const auto* query = reinterpret_cast<const ifreq*>(argument.block);
         const auto port = scenario->ports.find(query->ifr_name);
         if (port == scenario->ports.end() || !port->second.present) return -ENODEV;
         if (!port->second.ethtool) return -EOPNOTSUPP;
-        const bool fibre = world->control.net_port == kFibre;
-        return answer(fibre ? port->second.fibre : port->second.copper, query->ifr_data);
+        const bool fibre = world->net_port == kFibre;
+        return answer(fibre ? port->second.fibre : port->second.copper, query->ifr_data, argument);
+    }
+
+    long control(std::uint32_t request, Argument& argument) const override {
+        if (request != kSelectPort) return -ENOTTY;
+        if (argument.value != kCopper && argument.value != kFibre) return -EINVAL;
+        world->net_port = argument.value;
+        return 0;
     }
 };
 
 const Socket socket;
 
-void describe_link(Keys& keys, Link& link) {
-    keys.key("up", link.up, "the port has a link on this side of the selector");
-    keys.key("speed", link.speed, "Mbit/s");
-    keys.key("full_duplex", link.full_duplex, "full duplex, else half");
-}
-
 }  // namespace
 
-const Device& socket_device = socket;
+const Device& NetworkRow::device = socket;
 
-void describe(Keys& keys, NetworkPort& port) {
-    keys.key("present", port.present, "the interface exists");
-    keys.key("ethtool", port.ethtool, "its driver answers ethtool queries");
-    keys.table("copper", [&](Keys& sub) { describe_link(sub, port.copper); });
-    keys.table("fibre", [&](Keys& sub) { describe_link(sub, port.fibre); });
+long open_socket(int domain, int type, int protocol) {
+    if (domain != AF_INET) return -EAFNOSUPPORT;
+    if (type != SOCK_DGRAM || protocol != 0) return -EPROTONOSUPPORT;
+    return new_descriptor(socket, 0, "socket");
 }
 
 }  // namespace sim

@@ -2,12 +2,12 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
+#include <string>
 
 #include "sim/device.h"
 
 namespace sim {
-
-class Keys;
 
 struct Link {
     bool up = false, full_duplex = true;
@@ -19,8 +19,17 @@ struct NetworkPort {
     bool ethtool = true;  // its driver answers ethtool queries
     Link copper, fibre;   // as the port selector has it
 };
-void describe(Keys& keys, NetworkPort& port);
 
-extern const Device& socket_device;
+struct NetworkRow : DeviceRow {
+    struct Described {
+        std::map<std::string, NetworkPort> ports;
+    };
+    struct State {
+        std::uint32_t net_port;
+    };
+    static const Device& device;
+};
+
+long open_socket(int domain, int type, int protocol);  // result as of a Device
 
 }  // namespace sim

@@ -1,5 +1,4 @@
-// /dev/null, which every board has: at its end for a reader, and takes all that is written. No
-// listing of /dev names it.
+// /dev/null, on every board: reads return 0, writes succeed. It is not listed in /dev.
 #include "sim/devices/null.h"
 
 namespace sim {
@@ -18,6 +17,6 @@ const Null null;
 
 }  // namespace
 
-const Device& null_device = null;
+const Device& NullRow::device = null;
 
 }  // namespace sim

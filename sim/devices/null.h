@@ -5,6 +5,8 @@
 
 namespace sim {
 
-extern const Device& null_device;
+struct NullRow : DeviceRow {
+    static const Device& device;
+};
 
 }  // namespace sim

@@ -1,8 +1,8 @@
 // The front panel's microcontroller on its serial line.
 //
-// It sends what the scenario says, when it says so. Of what it receives it takes the valid frames,
-// FF 07 30 command data data checksum, and sets its LEDs: 0x05 and 0x27 the record LEDs, 0x06 and
-// 0x28 the network LEDs, 0x09 the function LEDs.
+// It sends the scenario's frames at their times. It accepts frames FF 07 30 command data data
+// checksum, and sets its LEDs by the command: 0x05 and 0x27 the record LEDs, 0x06 and 0x28 the
+// network LEDs, 0x09 the function LEDs; 0x0B is a heartbeat. Anything else is noted as garbage.
 #include "sim/devices/panel.h"
 
 #include <algorithm>
@@ -40,7 +40,7 @@ std::uint16_t* leds_of(std::uint8_t command) {
     return nullptr;
 }
 
-void take(std::string_view frame) {
+void accept(std::string_view frame) {
     ++world->panel.frames;
     const auto byte = [&](std::size_t at) { return static_cast<std::uint8_t>(frame[at]); };
     if (byte(3) == 0x0B) note("panel", "heartbeat");
@@ -57,22 +57,22 @@ void take(std::string_view frame) {
 void send(std::string_view bytes, std::uint32_t group) {
     if (!scenario->panel.connected) return;
     for (const char byte : bytes)
-        arrive(kPanelLine, static_cast<std::uint8_t>(byte), world->now + kByteTime, group);
+        enqueue(kPanelLine, static_cast<std::uint8_t>(byte), world->now + kByteTime, group);
 }
 
-// By code.
+// Keys by their code.
 constexpr const char* kKeys[] = {"AN0",  "AN1",  "AN2",   "AN3",   "AN4",  "AN5",  "AN6",  "AN7",
                                  "AN8",  "AN9",  "MENU",  "ESC",   "EDIT", "A",    "VOIP", "PLAY",
                                  "REC",  "PAN",  "INFO",  "#",     "UP",   "DOWN", "LEFT", "RIGHT",
                                  "AN10", "AN11", "AN12",  "AN13",  "AN14", "AN15", "AN16", "",
                                  "",     "",     "ENTER", "POWER", "F1",   "F2"};
 
-// A key's frame, as it is on the line.
-Word panel_key(std::string& bytes, bool pressed) {
-    return {"one of " + key_names(), "", [&bytes, pressed](const std::string& name) {
-                bytes = key_frame(name, pressed);
-                return !bytes.empty();
-            }};
+// The name of a key, which stands for its frame.
+Codec panel_key(std::string& bytes, bool pressed) {
+    return word("one of " + key_names(), "", [&bytes, pressed](const std::string& name) {
+        bytes = key_frame(name, pressed);
+        return !bytes.empty();
+    });
 }
 
 void describe_frame(Keys& keys, PanelFrame& frame) {
@@ -84,7 +84,37 @@ void describe_frame(Keys& keys, PanelFrame& frame) {
     keys.one_of({"key", "release", "bytes"});
 }
 
+void describe_panel(Keys& keys, Panel& panel) {
+    describe_port(keys, panel.port);
+    keys.key("connected", panel.connected, "false: the panel neither sends nor receives");
+    keys.start_only({"frames"});
+    keys.list("frames", panel.frames, describe_frame, kMostFrames);
+    refuse_descending(keys, "frames", panel.frames);
+}
+
+class FrontPanel final : public Device {
+  public:
+    void describe(Keys& keys, Board& board) const override {
+        keys.table("panel", board.panel, describe_panel);
+    }
+
+    Microseconds acts_at() const override {
+        const auto& frames = scenario->panel.frames;
+        const std::uint32_t next = world->panel.sent;
+        return next < frames.size() ? from_seconds(frames[next].at) : kNever;
+    }
+
+    void act() const override {
+        const PanelFrame& frame = scenario->panel.frames[world->panel.sent++];
+        send(frame.bytes, frame.whole ? static_cast<std::uint32_t>(frame.bytes.size()) : kTrigger);
+    }
+};
+
+const FrontPanel front_panel;
+
 }  // namespace
+
+const Device& PanelRow::device = front_panel;
 
 std::string key_frame(const std::string& key, bool pressed) {
     const auto* const found = std::find(std::begin(kKeys), std::end(kKeys), key);
@@ -101,17 +131,6 @@ std::string key_names() {
     return names;
 }
 
-Microseconds next_frame_at() {
-    const auto& frames = scenario->panel.frames;
-    const std::uint32_t next = world->panel.sent;
-    return next < frames.size() ? from_seconds(frames[next].at) : kNever;
-}
-
-void send_next_frame() {
-    const PanelFrame& frame = scenario->panel.frames[world->panel.sent++];
-    send(frame.bytes, frame.whole ? static_cast<std::uint32_t>(frame.bytes.size()) : kTrigger);
-}
-
 void press_key(const std::string& key) {
     const std::string frame = key_frame(key, true);
     send(frame, static_cast<std::uint32_t>(frame.size()));
@@ -120,18 +139,10 @@ void press_key(const std::string& key) {
 void panel_receives(std::string_view bytes) {
     if (!scenario->panel.connected) return;
     if (bytes.size() == kFrameSize && is_valid(bytes)) {
-        take(bytes);
+        accept(bytes);
     } else {
         note("panel", "garbage of %zu bytes", bytes.size());
     }
-}
-
-void describe(Keys& keys, Panel& panel) {
-    describe(keys, panel.port);
-    keys.key("connected", panel.connected, "false: the panel neither sends nor receives");
-    keys.start_only({"frames"});
-    keys.list("frames", panel.frames, describe_frame, kMostFrames);
-    refuse_descending(keys, "frames", panel.frames);
 }
 
 }  // namespace sim

@@ -9,17 +9,15 @@
 
 namespace sim {
 
-class Keys;
-
 constexpr std::size_t kMostFrames = 1024;
 
 struct PanelFrame {
     double at = 0;
     std::string bytes;   // as they are on the wire
-    bool whole = false;  // all of them become readable at once, when the last one has arrived
+    bool whole = false;  // all become readable together, with the last one
 };
 
-// The frame of a key by its name, as it is on the line; empty for a name that no key has.
+// The frame that a key sends; empty when no key has this name.
 std::string key_frame(const std::string& key, bool pressed);
 std::string key_names();  // with commas
 
@@ -28,7 +26,6 @@ struct Panel {  // on /dev/ttyS2
     bool connected = true;
     std::vector<PanelFrame> frames;
 };
-void describe(Keys& keys, Panel& panel);
 
 struct PanelState {
     std::uint16_t record[2], network[2], function;  // LED masks
@@ -36,9 +33,15 @@ struct PanelState {
     std::uint32_t sent;                             // of the scenario's frames
 };
 
-// The next of the scenario's frames.
-Microseconds next_frame_at();
-void send_next_frame();
+struct PanelRow : DeviceRow {
+    struct Described {
+        Panel panel;
+    };
+    struct State {
+        PanelState panel;
+    };
+    static const Device& device;
+};
 
 void press_key(const std::string& key);  // by its name, at the present instant
 void panel_receives(std::string_view bytes);

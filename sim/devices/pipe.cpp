@@ -1,5 +1,6 @@
-// Pipes, with O_NONBLOCK: reading an empty one fails with EAGAIN, or ends when its writing end is
-// closed; writing fails with EAGAIN when it is full, with EPIPE when its reading end is closed.
+// Non-blocking pipes. A read fails with EAGAIN while the pipe is empty, and returns 0 once the write
+// end is closed too. A write fails with EAGAIN when the pipe is full, with EPIPE when the read end is
+// closed.
 #include "sim/devices/pipe.h"
 
 #include <fcntl.h>
@@ -22,8 +23,6 @@ Pipe& pipe_of(int index) { return world->pipes[index / 2]; }
 
 class Pipes final : public Device {
   public:
-    int find(std::string_view) const override { return -1; }
-
     void close(int index) const override { pipe_of(index).open[index % 2] = false; }
 
     long read(OpenFile& file, void* data, std::size_t size) const override {
@@ -61,7 +60,7 @@ const Pipes pipes;
 
 }  // namespace
 
-const Device& pipe_device = pipes;
+const Device& PipeRow::device = pipes;
 
 long open_pipe(int ends[2], int flags) {
     if (flags != O_NONBLOCK) return -EINVAL;
@@ -69,9 +68,9 @@ long open_pipe(int ends[2], int flags) {
                                     [](const Pipe& each) { return !each.is_used(); });
     if (pipe == std::end(world->pipes)) stop_here("more than %zu pipes", std::size(world->pipes));
     const auto index = static_cast<int>(2 * (pipe - world->pipes));
-    const long reading = new_descriptor(kPipeRow, index + kReading, "pipe");
+    const long reading = new_descriptor(pipes, index + kReading, "pipe");
     if (reading < 0) return reading;
-    const long writing = new_descriptor(kPipeRow, index + kWriting, "pipe");
+    const long writing = new_descriptor(pipes, index + kWriting, "pipe");
     if (writing < 0) {
         close_descriptor(static_cast<int>(reading));
         return writing;

@@ -15,7 +15,12 @@ struct Pipe {
     bool is_used() const { return open[0] || open[1]; }
 };
 
-extern const Device& pipe_device;
+struct PipeRow : DeviceRow {
+    struct State {
+        Pipe pipes[64];
+    };
+    static const Device& device;
+};
 
 long open_pipe(int ends[2], int flags);  // result as of a Device
 

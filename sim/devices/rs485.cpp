@@ -1,14 +1,14 @@
-// The RS-485 fixture: returns every byte that it gets, after its delay, but for those that it
-// drops or corrupts. It works only once both switches of the control device are on.
+// The RS-485 fixture echoes each byte after a delay, except those that it drops or corrupts. It works
+// only while both switches of the control device are on; they are off at the start.
 #include "sim/devices/rs485.h"
 
-#include "sim/devices/control.h"
 #include "sim/scenario/keys.h"
 #include "sim/world.h"
 
 namespace sim {
 namespace {
 
+constexpr std::uint32_t kFirstSwitch = 0x07, kSecondSwitch = 0x08;  // of the control device
 constexpr std::uint8_t kStray = 0x55;
 
 std::uint32_t next_piece() {
@@ -18,7 +18,7 @@ std::uint32_t next_piece() {
 
 void send_back(std::uint8_t byte, Microseconds at) {
     const std::uint32_t piece = next_piece();
-    arrive(kRs485Line, byte, at, piece);
+    enqueue(kRs485Line, byte, at, piece);
     if (world->lines[kRs485Line].group >= piece) ++world->rs485.pieces;
 }
 
@@ -26,11 +26,42 @@ bool applies(const std::set<std::uint32_t>& places, std::uint32_t every, std::ui
     return places.count(place) != 0 || (every != 0 && (place + 1) % every == 0);
 }
 
+void describe_rs485(Keys& keys, Rs485& rs485) {
+    describe_port(keys, rs485.port);
+    keys.key("fixture", rs485.fixture, "the loopback fixture is connected");
+    keys.key("corrupt", rs485.corrupt, "bytes that come back changed, counted from 0");
+    keys.key("drop", rs485.drop, "bytes that do not come back");
+    keys.key("repeat", rs485.repeat, "bytes that come back twice");
+    keys.key("insert", rs485.insert, "bytes behind which a stray one comes back");
+    keys.key("corrupt_every", rs485.corrupt_every, "each so many bytes, one comes back changed");
+    keys.key("drop_every", rs485.drop_every, "each so many bytes, one does not come back");
+    keys.key("delay", rs485.delay, "seconds from a byte to its echo");
+    keys.key("pieces", rs485.pieces, "sizes in which the echo becomes readable, in turn", {1});
+}
+
+class Fixture final : public Device {
+  public:
+    void describe(Keys& keys, Board& board) const override {
+        keys.table("rs485", board.rs485, describe_rs485);
+    }
+
+    long control(std::uint32_t request, Argument& argument) const override {
+        if (request != kFirstSwitch && request != kSecondSwitch) return -ENOTTY;
+        FixtureState& state = world->rs485;
+        (request == kFirstSwitch ? state.first_switch : state.second_switch) = argument.value == 1;
+        return 0;
+    }
+};
+
+const Fixture loopback_fixture;
+
 }  // namespace
+
+const Device& Rs485Row::device = loopback_fixture;
 
 void fixture_receives(std::string_view bytes, Microseconds at) {
     const Rs485& fixture = scenario->rs485;
-    if (!fixture.fixture || !world->control.rs485_first || !world->control.rs485_second) return;
+    if (!fixture.fixture || !world->rs485.first_switch || !world->rs485.second_switch) return;
     for (const char sent : bytes) {
         const std::uint32_t place = world->rs485.bytes++;
         const Microseconds back = at + from_seconds(fixture.delay);
@@ -42,19 +73,6 @@ void fixture_receives(std::string_view bytes, Microseconds at) {
         if (fixture.repeat.count(place) != 0) send_back(byte, back);
         if (fixture.insert.count(place) != 0) send_back(kStray, back);
     }
-}
-
-void describe(Keys& keys, Rs485& rs485) {
-    describe(keys, rs485.port);
-    keys.key("fixture", rs485.fixture, "the loopback fixture is connected");
-    keys.key("corrupt", rs485.corrupt, "bytes that come back changed, counted from 0");
-    keys.key("drop", rs485.drop, "bytes that do not come back");
-    keys.key("repeat", rs485.repeat, "bytes that come back twice");
-    keys.key("insert", rs485.insert, "bytes behind which a stray one comes back");
-    keys.key("corrupt_every", rs485.corrupt_every, "each so many bytes, one comes back changed");
-    keys.key("drop_every", rs485.drop_every, "each so many bytes, one does not come back");
-    keys.key("delay", rs485.delay, "seconds from a byte to its echo");
-    keys.key("pieces", rs485.pieces, "sizes in which the echo becomes readable, in turn", {1});
 }
 
 }  // namespace sim

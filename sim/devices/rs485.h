@@ -10,24 +10,32 @@
 
 namespace sim {
 
-class Keys;
-
 struct Rs485 {  // on /dev/ttyS0
     SerialPort port;
     bool fixture = true;
-    // Bytes, counted from 0 since the start; and each so many.
+    // By the number of the byte, counted from 0 since the start; and every so many bytes.
     std::set<std::uint32_t> corrupt, drop, repeat, insert;
     std::uint32_t corrupt_every = 0, drop_every = 0;
     double delay = 0;
-    std::vector<std::uint32_t> pieces;  // sizes in which the echo becomes readable, in turn
+    std::vector<std::uint32_t> pieces;  // group sizes of the echo, used in turn
 };
-void describe(Keys& keys, Rs485& rs485);
 
 struct FixtureState {
-    std::uint32_t bytes, pieces;  // that have come so far
+    bool first_switch, second_switch;  // of the line, at the control device
+    std::uint32_t bytes, pieces;       // so far
 };
 
-// What the product has sent; its first byte is complete at this time.
+struct Rs485Row : DeviceRow {
+    struct Described {
+        Rs485 rs485;
+    };
+    struct State {
+        FixtureState rs485;
+    };
+    static const Device& device;
+};
+
+// Receives what the product sent, whose first byte is complete at this time.
 void fixture_receives(std::string_view bytes, Microseconds at);
 
 }  // namespace sim

@@ -7,16 +7,26 @@
 
 namespace sim {
 
-class Keys;
-
 struct Rtc {
     bool present = false;
     std::int64_t offset_s = 0;  // ahead of the system clock at the start
     double rate = 1;            // seconds that it counts in a second
     int isdst = 0;              // that its driver leaves
 };
-void describe(Keys& keys, Rtc& rtc);
 
-extern const Device& rtc_device;
+struct RtcState {
+    double counted_s;    // from the start of the run to the latest change of the board
+    Microseconds since;  // that change
+};
+
+struct RtcRow : DeviceRow {
+    struct Described {
+        Rtc rtc;
+    };
+    struct State {
+        RtcState rtc;
+    };
+    static const Device& device;
+};
 
 }  // namespace sim

@@ -1,9 +1,9 @@
 // The serial lines.
 //
-// Sending: the line takes up to 4096 bytes at once and sends them one after the other, each in its
-// time. Receiving: a group of bytes becomes readable together; a read takes all that are.
-// A line that is not set up as its other end expects carries garbage in both directions. A fresh
-// one has canonical mode, echo and output processing on; its attributes survive close and open.
+// Sending: the line buffers up to 4096 bytes and sends them at 9600 baud. Receiving: the bytes of a
+// group become readable together, and a read returns all readable ones.
+// A line whose settings do not match its other end carries garbage in both directions. A fresh line
+// has canonical mode, echo and output processing on. Attributes survive close and open.
 #include "sim/devices/serial.h"
 
 #include <algorithm>
@@ -25,7 +25,7 @@ const SerialPort& port(int line) {
 
 std::uint8_t garbled(std::uint8_t byte) { return static_cast<std::uint8_t>(byte << 1 ^ 0xA5); }
 
-// Until so much of what was given to the line has left that it takes another byte.
+// When the send buffer next has room for a byte.
 Microseconds has_room_at(const SerialLine& line) {
     return line.sent_until - (kSendBuffer - 1) * kByteTime;
 }
@@ -43,9 +43,6 @@ class SerialNode final : public Device {
             ::cfsetspeed(&attributes, port(line).cflag & CBAUD);
         }
     }
-
-    Microseconds acts_at() const override { return next_frame_at(); }
-    void act() const override { send_next_frame(); }
 
     int find(std::string_view path) const override {
         if (path == "/dev/ttyS0" && port(kRs485Line).present) return kRs485Line;
@@ -102,7 +99,7 @@ const SerialNode serial;
 
 }  // namespace
 
-const Device& serial_device = serial;
+const Device& SerialRow::device = serial;
 
 bool is_set_up(int line) {
     const termios& attributes = world->lines[line].attributes;
@@ -114,7 +111,7 @@ bool is_set_up(int line) {
            && (attributes.c_oflag & OPOST) == 0;
 }
 
-void arrive(int number, std::uint8_t byte, Microseconds at, std::uint32_t group_size) {
+void enqueue(int number, std::uint8_t byte, Microseconds at, std::uint32_t group_size) {
     SerialLine& line = world->lines[number];
     auto& queue = line.arriving;
     if (queue.is_full()) stop_here("more than %zu bytes on a serial line", std::size(queue.items));
@@ -129,7 +126,7 @@ void arrive(int number, std::uint8_t byte, Microseconds at, std::uint32_t group_
         queue[queue.tail - i].readable = readable;
 }
 
-void describe(Keys& keys, SerialPort& port) {
+void describe_port(Keys& keys, SerialPort& port) {
     keys.key("present", port.present, "the serial port exists");
     keys.key("blocked", port.blocked, "the port takes no byte");
     keys.start_only({"iflag", "oflag", "cflag", "lflag"});

@@ -11,16 +11,14 @@
 
 namespace sim {
 
-class Keys;
-
 struct SerialPort {
     bool present = false;
-    bool blocked = false;  // takes no byte
+    bool blocked = false;  // accepts no byte
     // As others left it: those of a fresh port.
     std::uint32_t iflag = 0x500, oflag = 0x5, cflag = 0xCBD, lflag = 0x8A3B;
     bool hung_up = false;  // reads give 0 bytes and writes EIO
 };
-void describe(Keys& keys, SerialPort& port);
+void describe_port(Keys& keys, SerialPort& port);
 
 constexpr int kRs485Line = 0;  // /dev/ttyS0
 constexpr int kPanelLine = 1;  // /dev/ttyS2
@@ -28,12 +26,11 @@ constexpr int kPanelLine = 1;  // /dev/ttyS2
 constexpr Microseconds kByteTime = 1042;  // 10 bits at 9600 baud
 constexpr std::uint32_t kTrigger = 8;     // bytes in a group of the receiver
 
-// One byte for the product, the last bit of it at this time or as soon as the line is free. It
-// becomes readable with its group: when that is full, or when the line has been idle for the time
-// of four bytes.
-void arrive(int line, std::uint8_t byte, Microseconds at, std::uint32_t group_size = kTrigger);
+// Enqueues a byte for the product. It arrives at this time or as soon as the line is free, and
+// becomes readable with its group: when the group is full, or after four byte times of silence.
+void enqueue(int line, std::uint8_t byte, Microseconds at, std::uint32_t group_size = kTrigger);
 
-// Whether the product has set the line up as its other end expects it.
+// Whether the product has set the line up as its other end expects.
 bool is_set_up(int line);
 
 struct ArrivingByte {
@@ -49,6 +46,11 @@ struct SerialLine {
     Queue<ArrivingByte, 1 << 17> arriving;
 };
 
-extern const Device& serial_device;
+struct SerialRow : DeviceRow {
+    struct State {
+        SerialLine lines[2];
+    };
+    static const Device& device;
+};
 
 }  // namespace sim

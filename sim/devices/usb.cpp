@@ -1,14 +1,12 @@
 // USB disks, mice, the device tree behind the rear ports, and the mount points under /mnt.
 //
-// A disk is there between two scans of /dev. A directory is made, a disk mounted on it, unmounted,
-// and the directory removed; what is mounted twice or removed while mounted is busy. Where nothing
-// is mounted, a directory shows the statistics of the file system that holds /mnt.
+// Mounting on a mount point in use and removing one both fail with EBUSY. A directory without a mount
+// shows the statistics of the file system that holds /mnt.
 #include "sim/devices/usb.h"
 
 #include <sys/vfs.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstring>
 #include <iterator>
 
@@ -24,7 +22,7 @@ constexpr std::string_view kMouse = "/dev/input/mouse";
 constexpr std::string_view kMnt = "/mnt/";
 constexpr std::string_view kTree = "/sys/bus/usb/devices/";
 
-// The place of what is present under this name; -1 = nothing is.
+// The place of the present item of this name; -1 = none.
 template <class Item>
 int place_of(const std::map<std::string, Item>& items, std::string_view name) {
     const auto found = items.find(std::string(name));
@@ -47,8 +45,55 @@ MountPoint* point_at(std::string_view path) {
     return nullptr;
 }
 
+void describe_disk(Keys& keys, UsbDisk& disk) {
+    keys.key("present", disk.present, "it is plugged in");
+    keys.key("mount",
+             choice(disk.mount, {{"works", UsbDisk::Mount::works},
+                                 {"by shell", UsbDisk::Mount::by_shell},
+                                 {"no file system", UsbDisk::Mount::no_file_system},
+                                 {"no driver", UsbDisk::Mount::no_driver}}),
+             "what can mount it");
+    keys.key("free_blocks", disk.free_blocks, "free blocks of its file system");
+    keys.key("block_size", disk.block_size, "bytes in a block");
+}
+
+void describe_device(Keys& keys, UsbDevice& device) {
+    keys.key("present", device.present, "it is plugged in");
+}
+
+void describe_left(Keys& keys, const char* key, std::set<std::string>& paths, const char* meaning) {
+    keys.key(key, paths, meaning);
+    for (const std::string& path : paths) {
+        if (!matches("/mnt/*", path) || paths.size() > kMostDirectories)
+            throw ScenarioError(keys.place_of(key) + ": " + key + " takes at most "
+                                + std::to_string(kMostDirectories) + " paths /mnt/NAME and not \""
+                                + path + "\"");
+    }
+}
+
+constexpr Names kSticks{"NODE", "ms[a-z] ms[a-z][0-9]"};
+constexpr Names kDevices{"NAME", "[0-9]-[0-9]:[0-9].[0-9]"};
+
+void describe_usb(Keys& keys, Usb& usb) {
+    keys.start_only({"directories", "files", "mounted"});
+    keys.named("disks", kSticks, usb.disks, describe_disk);
+    keys.named("devices", kDevices, usb.devices, describe_device);
+    keys.key("mice", usb.mice, "nodes /dev/input/mouse0 and up", {0, 10});
+    describe_left(keys, "directories", usb.directories, "empty directories left from earlier");
+    describe_left(keys, "files", usb.files, "files left from earlier, in the way of a directory");
+    describe_left(keys, "mounted", usb.mounted, "directories with the disk of this name mounted");
+    keys.key("mount_time", usb.mount_time, "seconds that a mount takes");
+    keys.key("shell_time", usb.shell_time, "seconds that a shell command takes");
+    keys.key("host_free_blocks", usb.host_free_blocks,
+             "free blocks, of 1 KiB, of the file system that holds /mnt");
+}
+
 class UsbNodes final : public Device {
   public:
+    void describe(Keys& keys, Board& board) const override {
+        keys.table("usb", board.usb, describe_usb);
+    }
+
     void start() const override {
         const Usb& described = scenario->usb;
         for (const auto* paths : {&described.directories, &described.files, &described.mounted}) {
@@ -84,38 +129,9 @@ class UsbNodes final : public Device {
 
 const UsbNodes usb_nodes;
 
-void describe_disk(Keys& keys, UsbDisk& disk) {
-    keys.key("present", disk.present, "it is plugged in");
-    keys.key("mount",
-             choice(disk.mount, {{"works", UsbDisk::Mount::works},
-                                 {"by shell", UsbDisk::Mount::by_shell},
-                                 {"no file system", UsbDisk::Mount::no_file_system},
-                                 {"no driver", UsbDisk::Mount::no_driver}}),
-             "what can mount it");
-    keys.key("free_blocks", disk.free_blocks, "free blocks of its file system");
-    keys.key("block_size", disk.block_size, "bytes in a block");
-}
-
-void describe_device(Keys& keys, UsbDevice& device) {
-    keys.key("present", device.present, "it is plugged in");
-}
-
-void describe_left(Keys& keys, const char* key, std::set<std::string>& paths, const char* meaning) {
-    keys.key(key, paths, meaning);
-    for (const std::string& path : paths) {
-        if (!matches("/mnt/*", path) || paths.size() > kMostDirectories)
-            throw ScenarioError(keys.place_of(key) + ": " + key + " takes at most "
-                                + std::to_string(kMostDirectories) + " paths /mnt/NAME and not \""
-                                + path + "\"");
-    }
-}
-
-constexpr Names kSticks{"NODE", "ms[a-z] ms[a-z][0-9]"};
-constexpr Names kDevices{"NAME", "[0-9]-[0-9]:[0-9].[0-9]"};
-
 }  // namespace
 
-const Device& usb_device = usb_nodes;
+const Device& UsbRow::device = usb_nodes;
 
 long make_directory(std::string_view path) {
     if (path.substr(0, 5) != "/mnt/") return -ENOENT;
@@ -174,7 +190,7 @@ long statistics(std::string_view path, struct statfs& statistics) {
     return 0;
 }
 
-// As the board's shell says it, on the standard error that it has from q7.
+// Prints an error as the board's shell does, on the standard error inherited from q7.
 void complain(const std::string& what, long error) {
     const std::string text = what + ": " + std::strerror(static_cast<int>(-error)) + "\n";
     if (::write(STDERR_FILENO, text.data(), text.size()) < 0) stop_here("standard error is lost");
@@ -202,20 +218,6 @@ int run_shell(std::string_view command) {
     if (mounted == 0) return 0;
     complain("mount: mounting " + stick + " on " + path + " failed", mounted);
     return kFailed;
-}
-
-void describe(Keys& keys, Usb& usb) {
-    keys.start_only({"directories", "files", "mounted"});
-    keys.named("disks", kSticks, usb.disks, describe_disk);
-    keys.named("devices", kDevices, usb.devices, describe_device);
-    keys.key("mice", usb.mice, "nodes /dev/input/mouse0 and up", {0, 10});
-    describe_left(keys, "directories", usb.directories, "empty directories left from earlier");
-    describe_left(keys, "files", usb.files, "files left from earlier, in the way of a directory");
-    describe_left(keys, "mounted", usb.mounted, "directories with the disk of this name mounted");
-    keys.key("mount_time", usb.mount_time, "seconds that a mount takes");
-    keys.key("shell_time", usb.shell_time, "seconds that a shell command takes");
-    keys.key("host_free_blocks", usb.host_free_blocks,
-             "free blocks, of 1 KiB, of the file system that holds /mnt");
 }
 
 }  // namespace sim

@@ -13,8 +13,6 @@ struct statfs;
 
 namespace sim {
 
-class Keys;
-
 constexpr std::size_t kMostDirectories = 8;  // under /mnt, left from earlier
 
 struct UsbDisk {  // by the name of its node: "msa1"
@@ -39,7 +37,6 @@ struct Usb {
     double mount_time = 0.2, shell_time = 0.1;
     std::uint64_t host_free_blocks = 100'000;  // of the file system that holds /mnt, 1 KiB each
 };
-void describe(Keys& keys, Usb& usb);
 
 struct MountPoint {
     std::uint32_t path;  // in the text of the log; 0 = free
@@ -51,7 +48,15 @@ struct UsbState {
     MountPoint points[32];
 };
 
-extern const Device& usb_device;
+struct UsbRow : DeviceRow {
+    struct Described {
+        Usb usb;
+    };
+    struct State {
+        UsbState usb;
+    };
+    static const Device& device;
+};
 
 // Directories and mount points. Results as of a Device.
 long make_directory(std::string_view path);

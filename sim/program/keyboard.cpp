@@ -3,11 +3,9 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <utility>
 
 #include "sim/change.h"
 #include "sim/devices/console.h"
-#include "sim/devices/fifo.h"
 #include "sim/devices/panel.h"
 
 namespace sim {
@@ -20,7 +18,7 @@ struct PanelKey {
     const char* key;
 };
 
-// The longer ones first: an arrow key begins as the Escape key does.
+// Longer sequences first: an arrow key begins with Escape.
 constexpr PanelKey kPanelKeys[] = {
     {"\x1B[A", "UP"}, {"\x1B[B", "DOWN"}, {"\x1B[C", "RIGHT"}, {"\x1B[D", "LEFT"},
     {"\x1BOA", "UP"}, {"\x1BOB", "DOWN"}, {"\x1BOC", "RIGHT"}, {"\x1BOD", "LEFT"},
@@ -60,7 +58,7 @@ Keyboard::~Keyboard() {
     if (is_terminal_) ::tcsetattr(STDIN_FILENO, TCSANOW, &before_);
 }
 
-bool Keyboard::take_input() {
+bool Keyboard::read_input() {
     char buffer[4096];
     const ssize_t count = ::read(STDIN_FILENO, buffer, sizeof buffer);
     if (count <= 0 || (is_terminal_ && buffer[0] == kEndOfInput)) {
@@ -69,7 +67,7 @@ bool Keyboard::take_input() {
     }
     const std::string_view typed(buffer, static_cast<std::size_t>(count));
     if (is_terminal_) {
-        take_keys(typed);
+        press_keys(typed);
         return true;
     }
     line_ += typed;
@@ -80,7 +78,7 @@ bool Keyboard::take_input() {
     return true;
 }
 
-void Keyboard::take_keys(std::string_view keys) {
+void Keyboard::press_keys(std::string_view keys) {
     while (!keys.empty()) {
         std::size_t used = 1;
         if (keys.front() == '\n') type_line("\n");

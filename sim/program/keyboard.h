@@ -1,6 +1,5 @@
-// What the person in front of a paced run types. From a terminal each key counts by itself: Enter
-// answers the console, others are keys of the front panel. From a file or a pipe, lines go to the
-// console.
+// The keyboard of a paced run. At a terminal each key acts at once: Enter answers the console, other
+// keys are keys of the front panel. Lines from a file or a pipe go to the console.
 #pragma once
 
 #include <termios.h>
@@ -15,7 +14,7 @@ std::string panel_key_help();       // each character with the panel key that it
 
 class Keyboard {
   public:
-    // Puts the terminal into its mode, when standard input is one and it is to be used.
+    // Puts the terminal into key mode, if standard input is one and is to be used.
     explicit Keyboard(bool used);
     ~Keyboard();
     Keyboard(const Keyboard&) = delete;
@@ -23,15 +22,15 @@ class Keyboard {
 
     bool is_terminal() const { return is_terminal_; }
 
-    // Passes on what can be read; false at the end of input.
-    bool take_input();
+    // Processes pending input; false at the end of input.
+    bool read_input();
 
   private:
-    void take_keys(std::string_view keys);
+    void press_keys(std::string_view keys);
 
     termios before_{};  // the terminal's own mode
     bool is_terminal_;
-    std::string line_;  // that has come only by half
+    std::string line_;  // incomplete so far
 };
 
 }  // namespace sim

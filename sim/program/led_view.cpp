@@ -14,7 +14,7 @@ constexpr int kPictureRows = 2, kLeastRows = 8;
 
 std::string row(int number) { return "\x1B[" + std::to_string(number) + ";1H\x1B[2K"; }
 
-// LEDs from the first on. Two frames set each LED of a pair of masks: it may be lit by one alone.
+// The first `count` LEDs. Each is set by two frames, and drawn half lit where they differ.
 std::string leds(std::uint16_t one, std::uint16_t other, int count) {
     std::string text;
     for (int i = 0; i < count; ++i) {
@@ -33,7 +33,7 @@ LedView::LedView(bool wanted) {
         wanted && ::isatty(STDOUT_FILENO) == 1 && ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0;
     if (!terminal || size.ws_row < kLeastRows) return;
     rows_ = size.ws_row;
-    // Room below the cursor, and a scrolling region that ends above it.
+    // Makes room for the picture, and excludes it from the scrolling region.
     write_all(STDERR_FILENO, "\n\n\x1B[2A\x1B" "7\x1B[1;" + std::to_string(rows_ - kPictureRows)
                                  + "r\x1B" "8");
 }

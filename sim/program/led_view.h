@@ -8,7 +8,7 @@ namespace sim {
 
 class LedView {
   public:
-    // Nothing is shown where `wanted` is false or there is no terminal large enough.
+    // Shows nothing unless wanted and on a large enough terminal.
     explicit LedView(bool wanted);
     ~LedView();
     LedView(const LedView&) = delete;

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -24,12 +23,12 @@ namespace {
 
 struct Finished {
     Outcome outcome;
-    std::optional<Results> results;  // none where q7 did not end by itself
+    std::optional<Results> results;  // none if q7 did not exit by itself
     std::string console;             // UTF-8
     std::vector<std::string> records;
 };
 
-// The result slots as q7 leaves them, in a page that its process shares.
+// The result slots at the exit of q7, in a page shared with its process.
 struct Remains {
     bool written;
     Results results;
@@ -68,7 +67,7 @@ bool shows(const Finished& finished, const std::string& text) {
                [&](const std::string& record) { return record.find(text) != std::string::npos; });
 }
 
-// What the run did not keep of its promise; empty = it holds.
+// The expectations that the run did not meet; empty = it holds.
 std::string broken_promises(const Expect& expect, const Finished& finished) {
     std::string broken;
     const auto add = [&](const std::string& what) {
@@ -107,10 +106,10 @@ std::string check(const std::string& name, const Product& q7) {
 
 struct Worker {
     pid_t pid;
-    FILE* lines;  // that it writes
+    FILE* lines;  // its output
 };
 
-// A process that takes every n-th scenario.
+// A process that runs every n-th scenario.
 Worker start_worker(const std::vector<std::string>& names, std::size_t first, std::size_t step,
                     const Product& q7) {
     int ends[2];
@@ -132,7 +131,7 @@ Worker start_worker(const std::vector<std::string>& names, std::size_t first, st
     std::_Exit(std::fclose(out) == 0 ? 0 : 1);
 }
 
-// The next line of a worker; empty = it has died.
+// The next line of a worker; empty if it died.
 std::string next_line(const Worker& worker) {
     std::string line;
     for (int byte; (byte = std::fgetc(worker.lines)) != EOF && byte != '\n';)
@@ -183,7 +182,7 @@ std::string summary_json(const Board& board, const std::vector<std::string>& wor
 }
 
 int check_scenarios(const std::vector<std::string>& names, const Product& q7) {
-    std::fflush(stdout);  // or each worker would print it once more
+    std::fflush(stdout);  // or each worker would print it again
     const std::size_t count =
         std::clamp<std::size_t>(names.size(), 1, std::max(1u, std::thread::hardware_concurrency()));
     std::vector<Worker> workers;

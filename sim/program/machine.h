@@ -1,4 +1,4 @@
-// Runs for machines: what came of one, as JSON; and scenarios against what they promise.
+// Runs for machines: the outcome of one as JSON, and checks of scenarios with expectations.
 #pragma once
 
 #include <functional>
@@ -13,7 +13,7 @@ namespace sim {
 // Runs q7 with these words, in the process that this starts.
 using Product = std::function<int(const std::vector<std::string>& words)>;
 
-// One run, without anything on the screen, as a line of JSON.
+// One run, silent, as a line of JSON.
 std::string summary_json(const Board& board, const std::vector<std::string>& words,
                          const Product& q7);
 

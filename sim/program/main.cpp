@@ -18,10 +18,8 @@
 #include <vector>
 
 #include "driver/q7.h"
-#include "sim/clock.h"
 #include "sim/devices/console.h"
 #include "sim/devices/fifo.h"
-#include "sim/devices/panel.h"
 #include "sim/event_log.h"
 #include "sim/program/keyboard.h"
 #include "sim/program/machine.h"
@@ -54,7 +52,7 @@ void list_boards() {
     }
 }
 
-// The words behind the options, which are q7's. What follows -- is not looked at.
+// The words behind the options, which are q7's. Words after -- are not examined.
 std::vector<std::string> q7_words(const CLI::App& app) {
     std::vector<std::string> words = app.remaining();
     if (words.empty()) return words;
@@ -134,7 +132,7 @@ std::ofstream open_output(const std::string& path) {
     return file;
 }
 
-// Where the report records go: nowhere, to a file, or to a FIFO, whose reader is then the run's.
+// Destination of the report records: none, a file, or a FIFO whose reader is then that of the run.
 struct Records {
     std::ofstream file;
     int fifo = -1;
@@ -173,7 +171,7 @@ Records open_records(const std::string& path, const sim::Board& board) {
     return records;
 }
 
-// Ctrl-C as a descriptor, so that it becomes the operator's interrupt.
+// Receives Ctrl-C through a descriptor, to make it the operator's interrupt.
 int interrupts_as_descriptor() {
     sigset_t interrupt;
     sigemptyset(&interrupt);
@@ -187,7 +185,7 @@ sim::Live live(const Options& options, sim::Screen& screen, sim::Keyboard& keybo
     live.pace = options.pace;
     live.show = [&](int console, int errors) { screen.show(console, errors); };
     if (options.pace == 0) return live;
-    live.inputs.emplace_back(STDIN_FILENO, [&] { return keyboard.take_input(); });
+    live.inputs.emplace_back(STDIN_FILENO, [&] { return keyboard.read_input(); });
     const int interrupts = interrupts_as_descriptor();
     live.inputs.emplace_back(interrupts, [interrupts] {
         signalfd_siginfo info;
@@ -199,7 +197,7 @@ sim::Live live(const Options& options, sim::Screen& screen, sim::Keyboard& keybo
     return live;
 }
 
-// What could not be written is said, and the run's own end stays as it is.
+// Reports a failed write; the exit status stays that of the run.
 void close_output(std::ofstream& file, const std::string& path) {
     file.close();
     if (!file) std::cerr << "q7-sim: " << path << ": not all of it could be written\n";
@@ -225,16 +223,15 @@ void save_flashes(const sim::Board& board, const sim::World& state) {
 }
 
 int end_like(const sim::Outcome& outcome) {
-    const auto seconds = [](sim::Microseconds at) { return static_cast<double>(at) / 1e6; };
     if (outcome.stopped) {
-        std::fprintf(stderr, "q7-sim: stopped at %.6f s: %s\n", seconds(outcome.world->now),
+        std::fprintf(stderr, "q7-sim: stopped at %.6f s: %s\n", sim::to_seconds(outcome.world->now),
                      outcome.reason.c_str());
         return kStopped;
     }
     const sim::Microseconds restart = outcome.world->control.watchdog_expires;
     if (restart != sim::kNever) {
         std::fprintf(stderr, "q7-sim: the watchdog restarts the board at %.6f s\n",
-                     seconds(restart));
+                     sim::to_seconds(restart));
     }
     if (outcome.signal == 0) return outcome.status;
     std::fprintf(stderr, "q7-sim: q7 ended by signal %d (%s)\n", outcome.signal,
@@ -248,12 +245,12 @@ int end_like(const sim::Outcome& outcome) {
     return 128 + outcome.signal;
 }
 
-// What the scenario itself said and the run did not show; whether there was any. What it has from
-// a base, or what a built-in board says, may be meant for another command.
-bool tell_what_never_came(const sim::Board& board, const sim::World& state) {
+// Prints the faults and changes of the scenario itself that never came; true if there was any. Those
+// of a base or of a built-in board may be meant for another command.
+bool report_what_never_came(const sim::Board& board, const sim::World& state) {
     bool any = false;
-    const auto tell = [&](const sim::Match& what, const char* kind, std::uint32_t matches,
-                          bool waits_for_calls) {
+    const auto print = [&](const sim::Match& what, const char* kind, std::uint32_t matches,
+                           bool waits_for_calls) {
         if (board.file.empty() || !what.place.starts_with(board.file + ":")) return;
         any = true;
         std::fprintf(stderr, "q7-sim: %s: this %s never came", what.place.c_str(), kind);
@@ -263,18 +260,18 @@ bool tell_what_never_came(const sim::Board& board, const sim::World& state) {
     };
     for (std::size_t i = 0; i < board.faults.size(); ++i) {
         const std::uint32_t matches = state.fault_matches[i];
-        if (matches < board.faults[i].nth) tell(board.faults[i], "fault", matches, true);
+        if (matches < board.faults[i].nth) print(board.faults[i], "fault", matches, true);
     }
     for (std::size_t i = 0; i < board.changes.size(); ++i) {
         const sim::Change& change = board.changes[i];
         if (state.changes[i].came > 0) continue;
-        tell(change, "change", state.changes[i].matches,
-             change.trigger == sim::Change::Trigger::call);
+        print(change, "change", state.changes[i].matches,
+              change.trigger == sim::Change::Trigger::call);
     }
     return any;
 }
 
-// The whole run, with everything written that was asked for.
+// The whole run, with all requested output.
 sim::Outcome simulate(sim::Board& board, const Options& options) {
     std::ofstream trace;
     Records records;
@@ -301,7 +298,7 @@ sim::Outcome simulate(sim::Board& board, const Options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    ::signal(SIGPIPE, SIG_IGN);  // whoever reads may leave before the end
+    ::signal(SIGPIPE, SIG_IGN);  // a reader may leave before the end
     try {
         const Options options = parse_options(argc, argv);
         if (options.check) return sim::check_scenarios(options.q7_arguments, run_q7);
@@ -311,7 +308,7 @@ int main(int argc, char** argv) {
             return 0;
         }
         const sim::Outcome outcome = simulate(board, options);
-        const bool incomplete = tell_what_never_came(board, *outcome.world);
+        const bool incomplete = report_what_never_came(board, *outcome.world);
         const int status = end_like(outcome);
         return incomplete && options.strict && !outcome.stopped ? kNeverCame : status;
     } catch (const std::exception& error) {

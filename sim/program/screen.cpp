@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdint>
 #include <fstream>
 
 namespace sim {
@@ -23,8 +22,8 @@ std::string read_from(int fd, std::size_t& position, std::size_t limit) {
     return text;
 }
 
-// What a person beside the board would see or hear of a change; empty = nothing.
-std::string telling(const Event& event) {
+// An LED or buzzer change as a line; empty for other events.
+std::string announcement(const Event& event) {
     const std::string_view device = event.function, state = world->log.sent(event);
     if (event.actor != 0) return "";
     if (device == "panel" && state.starts_with("record")) {
@@ -41,24 +40,27 @@ void write_all(int fd, std::string_view bytes) {
     while (!bytes.empty()) {
         const ssize_t count = ::write(fd, bytes.data(), bytes.size());
         if (count < 0 && errno == EINTR) continue;
-        if (count < 0) return;  // whoever read this has gone
+        if (count < 0) return;  // the reader has gone
         bytes.remove_prefix(static_cast<std::size_t>(count));
     }
 }
 
-Screen::Screen(std::ofstream& file, Records records, Texts texts, bool tells_devices)
-    : file_(file), records_(records), tells_devices_(tells_devices), leds_(tells_devices) {
+Screen::Screen(std::ofstream& file, Records records, Texts texts, bool announces_devices)
+    : file_(file),
+      records_(records),
+      announces_devices_(announces_devices),
+      leds_(announces_devices) {
     if (texts == Texts::utf8) decoders_.emplace();
 }
 
 void Screen::show(int console, int errors) {
     for (; next_event_ < world->log.events_used; ++next_event_) {
         const Event& event = world->log.events[next_event_];
-        const std::string told = tells_devices_ ? telling(event) : "";
+        const std::string announced = announces_devices_ ? announcement(event) : "";
         const bool is_report = world->log.is_report(event);
-        if (told.empty() && !is_report) continue;
+        if (announced.empty() && !is_report) continue;
         print(console, event.printed);
-        if (!leds_.is_shown()) write_all(STDERR_FILENO, told);
+        if (!leds_.is_shown()) write_all(STDERR_FILENO, announced);
         if (is_report) show_record(world->log.sent(event));
     }
     print(console, SIZE_MAX);

@@ -1,12 +1,11 @@
-// Shows a run as it goes, in the order in which things came: q7's console on standard output, its
-// errors and report records on standard error, there also the panel's LEDs and the buzzer of a
-// paced run: at a terminal as a picture, else as lines.
+// Shows a run in the order of its events: q7's console on standard output, its errors and report
+// records on standard error. A paced run also shows LEDs and buzzer: at a terminal as a picture, else
+// as lines on standard error.
 #pragma once
 
 #include <cstddef>
 #include <iosfwd>
 #include <optional>
-#include <string>
 #include <string_view>
 
 #include "sim/program/led_view.h"
@@ -18,17 +17,17 @@ namespace sim {
 enum class Texts { utf8, gbk };
 enum class Records { shown, sent };  // sent: to a reader of their own
 
-void write_all(int fd, std::string_view bytes);  // or what its reader takes before it goes
+void write_all(int fd, std::string_view bytes);  // stops when the reader has gone
 
 class Screen {
   public:
-    // Records that are to be shown go to `file` where that is open.
-    Screen(std::ofstream& file, Records records, Texts texts, bool tells_devices);
+    // Records go to `file` if it is open.
+    Screen(std::ofstream& file, Records records, Texts texts, bool announces_devices);
 
     // Shows what is new. The descriptors are the product's two output streams.
     void show(int console, int errors);
 
-    void finish();  // shows a character that has come only by half
+    void finish();  // shows an incomplete character
 
   private:
     struct Decoders {
@@ -41,7 +40,7 @@ class Screen {
     std::ofstream& file_;
     Records records_;
     std::optional<Decoders> decoders_;
-    bool tells_devices_;
+    bool announces_devices_;
     LedView leds_;
     std::size_t next_event_ = 0, console_shown_ = 0, errors_shown_ = 0;
 };

@@ -8,17 +8,16 @@
 
 namespace sim {
 
-// Decodes a stream piece by piece: a character that has come only by half is held back until the
-// rest comes; bytes that are no character become U+FFFD.
+// Decodes a stream piece by piece: an incomplete character is buffered, invalid bytes become U+FFFD.
 class GbkDecoder {
   public:
-    GbkDecoder();  // throws std::runtime_error where this machine has no GBK converter
+    GbkDecoder();  // throws std::runtime_error without a GBK converter
     ~GbkDecoder();
     GbkDecoder(const GbkDecoder&) = delete;
     GbkDecoder& operator=(const GbkDecoder&) = delete;
 
     std::string decode(std::string_view bytes);
-    std::string finish();  // what is still held back
+    std::string finish();  // the buffered rest
 
   private:
     iconv_t converter_;

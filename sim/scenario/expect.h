@@ -1,4 +1,4 @@
-// What a scenario promises of a run, for q7-sim --check.
+// What a scenario expects of its run, for q7-sim --check.
 #pragma once
 
 #include <optional>

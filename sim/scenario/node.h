@@ -28,7 +28,7 @@ struct Node {
     }
 };
 
-// What is wrong with a scenario: file, line, and the words that would have been accepted.
+// An error in a scenario: file, line, and what would have been accepted.
 class ScenarioError : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;

@@ -1,4 +1,4 @@
-// Scenario files: a board described in TOML, perhaps as another one with differences.
+// Scenario files: a board described in TOML, possibly by its differences from others.
 #pragma once
 
 #include <string>

@@ -29,19 +29,19 @@ bool set_from_file(std::string& bytes, const std::string& path, std::size_t most
 
 }  // namespace
 
-Word hexadecimal(std::string& bytes, std::size_t most) {
+Codec hexadecimal(std::string& bytes, std::size_t most) {
     std::string accepts = "bytes in hexadecimal, such as \"FF 07\"";
     if (most != SIZE_MAX) accepts += ", at most " + std::to_string(most);
-    return {accepts, "\"\"", [&bytes, most](const std::string& text) {
-                return set_bytes(bytes, text) && bytes.size() <= most;
-            }};
+    return word(accepts, "\"\"", [&bytes, most](const std::string& text) {
+        return set_bytes(bytes, text) && bytes.size() <= most;
+    });
 }
 
-Word from_file(std::string& bytes, const std::string& folder, std::size_t most) {
-    return {"path of a file that can be read, of at most " + std::to_string(most) + " bytes", "",
-            [&bytes, folder, most](const std::string& path) {
-                return set_from_file(bytes, folder + path, most);
-            }};
+Codec from_file(const Keys& keys, std::string& bytes, std::size_t most) {
+    return word("path of a file that can be read, of at most " + std::to_string(most) + " bytes",
+                "", [&bytes, folder = keys.folder(), most](const std::string& path) {
+                    return set_from_file(bytes, folder + path, most);
+                });
 }
 
 }  // namespace sim

@@ -9,8 +9,8 @@
 
 namespace sim {
 
-Word hexadecimal(std::string& bytes, std::size_t most = SIZE_MAX);
-Word from_file(std::string& bytes, const std::string& folder, std::size_t most);
+Codec hexadecimal(std::string& bytes, std::size_t most = SIZE_MAX);
+Codec from_file(const Keys& keys, std::string& bytes, std::size_t most);
 
 // Refuses a list whose items do not come in the order of their times.
 template <class Item>

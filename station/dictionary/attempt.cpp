@@ -77,6 +77,17 @@ bool buzzer_is_heard(const SimulatedCommand& command) {
     return heard && on_s < 0;
 }
 
+// "end = ..." for the first time at which nothing was heard for so long; "" = there is none.
+std::string end_of_patience(const SimulatedCommand& command, double silence_s) {
+    double before_s = 0;
+    for (const double at_s : command.heard_at_s) {
+        if (at_s - before_s > silence_s)
+            return "end = " + std::to_string(before_s + silence_s) + "\n";
+        before_s = at_s;
+    }
+    return {};
+}
+
 // A journal as it is written during an attempt, but in memory.
 class JournalMaker {
   public:
@@ -210,12 +221,15 @@ SimulatedAttempt AttemptSimulator::attempt(const std::string& change, Simulator:
         std::string saved;
         for (const auto& [name, flash] : flashes) {
             const std::string file = std::to_string(flash.descriptor());
-            saved.append("bridges.").append(name).append(".save = '" + file + "'\n");
+            saved.append("bridges.").append(name).append(".save = '").append(file).append("'\n");
         }
         const bool asked = commands.empty() && !plan_.questions.empty();
-        commands.push_back(
-            simulator_.run(change, kept + saved, planned.words,
-                           log == Simulator::Log::all || asked ? log : Simulator::Log::none));
+        const Simulator::Log kept_log =
+            log == Simulator::Log::all || asked ? log : Simulator::Log::none;
+        const std::string state = kept + saved;
+        commands.push_back(simulator_.run(change, state, planned.words, kept_log));
+        if (const std::string end = end_of_patience(commands.back(), plan_.silence_s); !end.empty())
+            commands.back() = simulator_.run(change, state + end, planned.words, kept_log);
         maker.command(planned, commands.back());
         if (asked)
             for (Answer& answer : answers_to(commands.back()))
@@ -225,7 +239,9 @@ SimulatedAttempt AttemptSimulator::attempt(const std::string& change, Simulator:
         for (const auto& [name, flash] : flashes)
             kept.append("bridges.")
                 .append(name)
-                .append(".from = '" + std::to_string(flash.descriptor()) + "'\n");
+                .append(".from = '")
+                .append(std::to_string(flash.descriptor()))
+                .append("'\n");
     }
     maker.end();
     made.journal = std::move(maker.journal);

@@ -62,6 +62,7 @@ int make(const DictionaryOptions& options) {
 
 int print_pages(const std::string& language, bool blind, const std::vector<std::string>& files) {
     std::vector<Dictionary> dictionaries;
+    dictionaries.reserve(files.size());
     for (const std::string& file : files)
         dictionaries.push_back(parse_dictionary(read_file(file), file));
     const Language chosen = language == "zh" ? Language::zh : Language::en;

@@ -1,5 +1,7 @@
 #include "station/dictionary/defects.h"
 
+#include <termios.h>
+
 #include <algorithm>
 #include <numeric>
 #include <stdexcept>
@@ -12,19 +14,21 @@ namespace {
 using Apply = std::function<void(toml::table&)>;
 using Path = std::initializer_list<std::string_view>;
 
+toml::table& table_in(toml::table& board, const std::vector<std::string>& path) {
+    toml::table* at = &board;
+    for (const std::string& name : path)
+        at = &table_at(*at, {name});
+    return *at;
+}
+
 // A change that a key takes the value.
 template <class Value>
-Apply setting(std::vector<std::string> table, std::string key, Value value) {
-    return [=](toml::table& board) {
-        toml::table* at = &board;
-        for (const std::string& name : table)
-            at = &table_at(*at, {name});
-        at->insert_or_assign(key, value);
-    };
+Apply setting(const std::vector<std::string>& table, const std::string& key, const Value& value) {
+    return [=](toml::table& board) { table_in(board, table).insert_or_assign(key, value); };
 }
 
 // Both changes.
-Apply both(Apply first, Apply second) {
+Apply both(const Apply& first, const Apply& second) {
     return [=](toml::table& board) {
         first(board);
         second(board);
@@ -36,7 +40,7 @@ toml::array& list_at(toml::table& table, std::string_view key) {
     return *table.get_as<toml::array>(key);
 }
 
-Apply numbers_added(const char* table, const char* key, std::vector<std::int64_t> numbers) {
+Apply numbers_added(const char* table, const char* key, const std::vector<std::int64_t>& numbers) {
     return [=](toml::table& board) {
         toml::array& list = list_at(table_at(board, {table}), key);
         for (const std::int64_t number : numbers)
@@ -44,16 +48,41 @@ Apply numbers_added(const char* table, const char* key, std::vector<std::int64_t
     };
 }
 
+// How a fault, or a change in the middle of the run, names the nth of these calls.
+toml::table call_named(const SystemCall& call, std::int64_t nth) {
+    toml::table named{{"call", call.function}};
+    if (!call.path.empty()) named.insert("path", call.path);
+    if (!call.request.empty())
+        named.insert("request", std::int64_t{std::stoll(call.request, nullptr, 16)});
+    if (nth != 1) named.insert("nth", nth);
+    return named;
+}
+
 // The call fails from the `nth` on, or that one time.
 Apply failing(const SystemCall& call, bool onwards, std::int64_t nth = 1) {
     return [=](toml::table& board) {
-        toml::table fault{{"call", call.function}};
-        if (!call.path.empty()) fault.insert("path", call.path);
-        if (!call.request.empty())
-            fault.insert("request", std::int64_t{std::stoll(call.request, nullptr, 16)});
-        if (nth != 1) fault.insert("nth", nth);
+        toml::table fault = call_named(call, nth);
         if (onwards) fault.insert("onwards", true);
         list_at(board, "faults").push_back(std::move(fault));
+    };
+}
+
+// The change is made just before the nth of these calls.
+Apply from_call(const SystemCall& call, std::int64_t nth, const Apply& change) {
+    return [=](toml::table& board) {
+        toml::table later = call_named(call, nth);
+        change(later);
+        toml::array& changes = list_at(board, "changes");
+        changes.insert(changes.begin(), std::move(later));
+    };
+}
+
+Apply from_second(double at_s, const Apply& change) {
+    return [=](toml::table& board) {
+        toml::table later{{"at", at_s}};
+        change(later);
+        toml::array& changes = list_at(board, "changes");
+        changes.insert(changes.begin(), std::move(later));
     };
 }
 
@@ -68,7 +97,7 @@ std::vector<std::int64_t> numbers_between(std::int64_t first, std::int64_t last,
 // The rows of the table of defects are the calls of add().
 class Enumeration {
   public:
-    explicit Enumeration(const toml::table& board) : board_(board) {}
+    Enumeration(const toml::table& board, const CallCounts& calls) : board_(board), calls_(calls) {}
 
     void alarm();
     void network();
@@ -79,13 +108,18 @@ class Enumeration {
     void panel();
     void description();
     void bridges();
-    void calls(const CallCounts& calls);
+    void calls();
 
     std::vector<Defect> defects;
 
   private:
     void add(std::string_view kind, std::vector<std::string> places, Apply apply);
+    void add_alarm_contacts();
+    void add_link_drops(const std::string& port, std::int64_t place);
+    void add_stick(const std::string& node);
     void add_disk(const std::string& node);
+    void add_serial_line(const std::string& name);
+    void add_panel_failures();
     void add_rear_port(const std::string& name, char port);
     std::int64_t number(std::string_view table, std::string_view key) const {
         return board_[table][key].value_or(std::int64_t{0});
@@ -93,8 +127,17 @@ class Enumeration {
     std::vector<std::string> names(std::string_view table, std::string_view in = {}) const;
     std::vector<std::string> nodes(bool external) const;
 
+    std::int64_t count_of(const SystemCall& call) const {
+        const auto found = calls_.find(call);
+        return found == calls_.end() ? 0 : found->second;
+    }
+
     const toml::table& board_;
+    const CallCounts& calls_;
 };
+
+const SystemCall kReadInputs{"ioctl", "/dev/zebio", "0x80026B90"},
+    kAskLink{"ioctl", "socket", "0x8946"}, kScanDevices{"opendir", "/dev", ""};
 
 void Enumeration::add(std::string_view kind, std::vector<std::string> places, Apply apply) {
     const Kind* known = find_kind(kind);
@@ -139,7 +182,7 @@ Wiring wiring_of(const toml::table& board) {
 }
 
 // A change of the wiring as it then is, so that two of them can follow each other.
-Apply rewired(std::function<void(Wiring&)> change) {
+Apply rewired(const std::function<void(Wiring&)>& change) {
     return [=](toml::table& board) {
         Wiring wiring = wiring_of(board);
         change(wiring);
@@ -173,6 +216,34 @@ Apply inputs_swapped(std::int64_t a, std::int64_t b) {
             for (std::int64_t& input : inputs)
                 input = input == a ? b : input == b ? a : input;
     });
+}
+
+// A contact that is open or closed at one reading of the inputs alone. The first reading is that of
+// no output, the next that of output 1.
+Apply input_wrong_at(std::int64_t input, std::int64_t reading, const char* key) {
+    return [=](toml::table& board) {
+        toml::array before;
+        if (const toml::array* list = board["alarm"][key].as_array()) before = *list;
+        toml::array then = before;
+        then.push_back(input);
+        from_call(kReadInputs, reading, setting({"alarm"}, key, then))(board);
+        from_call(kReadInputs, reading + 1, setting({"alarm"}, key, before))(board);
+    };
+}
+
+void Enumeration::add_alarm_contacts() {
+    const Wiring wiring = wiring_of(board_);
+    const auto readings = static_cast<std::int64_t>(wiring.size()) + 1;
+    if (count_of(kReadInputs) != readings) return;
+    for (std::int64_t a = 1; a <= std::min(number("hardware", "alarm_inputs"), std::int64_t{16});
+         ++a)
+        for (std::int64_t reading = 1; reading <= readings; ++reading) {
+            const bool is_driven =
+                reading > 1
+                && std::ranges::count(wiring[static_cast<std::size_t>(reading - 2)], a) != 0;
+            add("alarm.input.loose", {std::to_string(a)},
+                input_wrong_at(a, reading, is_driven ? "dead" : "stuck"));
+        }
 }
 
 void Enumeration::alarm() {
@@ -215,9 +286,28 @@ void Enumeration::alarm() {
                 for (auto& inputs_of : wires)
                     inputs_of.clear();
             }));
+    add_alarm_contacts();
 }
 
 // --- Network -----------------------------------------------------------------------------------
+
+// The link goes at a query of the port, for good or for that query. All ports are asked for copper,
+// then all for fibre.
+void Enumeration::add_link_drops(const std::string& port, std::int64_t place) {
+    const auto ports = static_cast<std::int64_t>(names("ports").size());
+    const std::int64_t queries = count_of(kAskLink) / (2 * ports);
+    for (const std::string medium : {"copper", "fibre"}) {
+        if (!board_["ports"][port][medium]["up"].value_or(false)) continue;
+        const std::vector<std::string> link{"ports", port, medium};
+        const std::int64_t before = ((medium == "fibre" ? ports : 0) + place - 1) * queries;
+        for (std::int64_t query = before + 1; query <= before + queries; ++query) {
+            const Apply gone = from_call(kAskLink, query, setting(link, "up", false)),
+                        back = from_call(kAskLink, query + 1, setting(link, "up", true));
+            add("network." + medium + ".drops", {std::to_string(place)}, gone);
+            add("network." + medium + ".drops", {std::to_string(place)}, both(gone, back));
+        }
+    }
+}
 
 void Enumeration::network() {
     const std::vector<std::string> ports = names("ports");
@@ -244,6 +334,7 @@ void Enumeration::network() {
                  setting({"ports", port, "fibre"}, "up", false)));
         add("network.port.absent", {place}, setting({"ports", port}, "present", false));
         add("network.port.driver", {place}, setting({"ports", port}, "ethtool", false));
+        add_link_drops(port, static_cast<std::int64_t>(i + 1));
     }
     for (const auto& [medium, apply] : all_down)
         add("network." + medium + ".all", {}, apply);
@@ -268,6 +359,10 @@ void Enumeration::clock() {
         add("rtc.fast", {}, setting({"rtc"}, "rate", rate));
     for (const double rate : {0.5, 0.9, 0.97})
         add("rtc.slow", {}, setting({"rtc"}, "rate", rate));
+    for (const std::int64_t nth : {2, 3}) {
+        const Apply gone = setting({"rtc"}, "present", false);
+        add("rtc.drops", {}, from_call({"open", "/dev/rtc", ""}, nth, gone));
+    }
     add("rtc.flag", {}, setting({"rtc"}, "isdst", std::int64_t{1}));
 }
 
@@ -285,13 +380,31 @@ Apply stick_set(const std::string& node, const std::string& key, Value value) {
     };
 }
 
+// Pulled at one of its calls or before the second look, or there from the second look on.
+void Enumeration::add_stick(const std::string& node) {
+    const Apply gone = setting({"usb", "disks", node}, "present", false),
+                there = setting({"usb", "disks", node}, "present", true);
+    for (const SystemCall& call :
+         {SystemCall{"mount", "/dev/" + node, ""}, SystemCall{"statfs", "/mnt/" + node, ""},
+          SystemCall{"umount", "/mnt/" + node, ""}})
+        for (std::int64_t nth = 1; nth <= std::min<std::int64_t>(count_of(call), 2); ++nth)
+            add("usb.disk.loose", {node}, from_call(call, nth, gone));
+    if (count_of(kScanDevices) < 2) return;
+    add("usb.disk.loose", {node}, from_call(kScanDevices, 2, gone));
+    add("usb.disk.loose", {node}, both(gone, from_call(kScanDevices, 2, there)));
+}
+
+bool moves_devices(const toml::table& change) {
+    return static_cast<bool>(change["usb"]["devices"]);
+}
+
 // Calls change(devices) for what is plugged in at the start, and for each change of it later.
-Apply devices_changed(std::function<void(toml::table& devices)> change) {
+Apply devices_changed(const std::function<void(toml::table& devices)>& change) {
     return [=](toml::table& board) {
         change(table_at(board, {"usb", "devices"}));
         toml::array* changes = board["changes"].as_array();
         for (std::size_t i = 0; changes != nullptr && i < changes->size(); ++i)
-            if (toml::table* later = (*changes)[i].as_table(); later->contains("usb"))
+            if (toml::table* later = (*changes)[i].as_table(); moves_devices(*later))
                 change(table_at(*later, {"usb", "devices"}));
     };
 }
@@ -337,18 +450,22 @@ void Enumeration::usb() {
         add("usb.disk.shell", {node}, stick_set(node, "mount", std::string("by shell")));
         for (const std::int64_t blocks : {0, 1000})
             add("usb.disk.full", {node}, stick_set(node, "free_blocks", blocks));
+        add_stick(node);
     }
+    for (const double time_s : {5.0, 60.0, 300.0})
+        add("usb.slow", {}, setting({"usb"}, "mount_time", time_s));
     add("usb.all", {}, none);
     for (const std::int64_t mice : {1, 2})
         add("usb.extra", {}, setting({"usb"}, "mice", number("usb", "mice") + mice));
-    add("usb.leftover", {}, setting({"usb"}, "directories", toml::array{"/mnt/msa1"}));
+    for (const char* kind : {"directories", "files", "mounted"})
+        add("usb.leftover", {}, setting({"usb"}, kind, toml::array{"/mnt/msa1"}));
     add_rear_port("upper", '1');
     add_rear_port("lower", '2');
     add("usb.rear.unchanged", {}, [](toml::table& board) {
         toml::array kept;
         if (const toml::array* changes = board["changes"].as_array())
             for (const toml::node& change : *changes)
-                if (!change.as_table()->contains("usb")) kept.push_back(change);
+                if (!moves_devices(*change.as_table())) kept.push_back(change);
         board.insert_or_assign("changes", std::move(kept));
     });
 }
@@ -363,6 +480,13 @@ void Enumeration::add_disk(const std::string& node) {
         both(setting(disk, "size64", false), setting(disk, "size", false)));
     add("sata.disk.size-call", {node}, setting(disk, "size64", false));
     add("sata.disk.size-call", {node}, setting(disk, "size", false));
+    for (const double time_s : {1.0, 30.0, 300.0})
+        add("sata.disk.slow", {node}, setting(disk, "request_time", time_s));
+    for (const SystemCall& call :
+         {SystemCall{"open", "/dev/" + node, ""}, SystemCall{"ioctl", "/dev/" + node, "0x31F"},
+          SystemCall{"ioctl", "/dev/" + node, "0x80041272"}})
+        for (std::int64_t nth = 1; nth <= count_of(call); ++nth)
+            add("sata.disk.drops", {node}, from_call(call, nth, setting(disk, "present", false)));
     add("sata.disk.texts", {node}, setting(disk, "identify_data", "FF FF FF FF"));
     add("sata.disk.texts", {node},
         both(setting(disk, "serial", ""),
@@ -416,6 +540,22 @@ void Enumeration::disks() {
 
 // --- RS-485, panel, buzzer ---------------------------------------------------------------------
 
+// Modes that others may have left: raw, echoing, with flow control or 7 bits, at another speed.
+void Enumeration::add_serial_line(const std::string& name) {
+    add(name + ".hung-up", {}, setting({name}, "hung_up", true));
+    for (const auto& [key, flags] : std::initializer_list<std::pair<const char*, std::int64_t>>{
+             {"iflag", 0},
+             {"iflag", IXON | IXOFF | ICRNL},
+             {"iflag", ISTRIP | IGNCR},
+             {"oflag", 0},
+             {"cflag", B9600 | CS8 | CREAD | CLOCAL},
+             {"cflag", B115200 | CS7 | PARENB | CREAD},
+             {"cflag", B115200 | CS8 | CSTOPB | CRTSCTS | CREAD},
+             {"lflag", 0},
+             {"lflag", ICANON | ECHO}})
+        add(name + ".mode", {}, setting({name}, key, flags));
+}
+
 void Enumeration::rs485() {
     if (!board_["rs485"]["present"].value_or(false)) return;
     add("rs485.no-echo", {}, setting({"rs485"}, "fixture", false));
@@ -427,13 +567,23 @@ void Enumeration::rs485() {
           numbers_between(7, 1023, 16), numbers_between(1, 1023, 2), numbers_between(512, 1023)}) {
         add("rs485.lost", {}, numbers_added("rs485", "drop", bytes));
         add("rs485.stray", {}, numbers_added("rs485", "insert", bytes));
+        add("rs485.stray", {}, numbers_added("rs485", "repeat", bytes));
         add("rs485.corrupt", {}, numbers_added("rs485", "corrupt", bytes));
     }
     add("rs485.corrupt", {}, numbers_added("rs485", "corrupt", numbers_between(0, 1023)));
+    for (const std::int64_t bytes : {3, 100}) {
+        add("rs485.lost", {}, setting({"rs485"}, "drop_every", bytes));
+        add("rs485.corrupt", {}, setting({"rs485"}, "corrupt_every", bytes));
+    }
+    for (const auto& [call, count] : calls_)
+        if (call.function == "wait_readable" && count > 100)  // one for each 8 bytes of the echo
+            for (const std::int64_t nth : {count / 4, count / 2, count})
+                add("rs485.drops", {}, from_call(call, nth, setting({"rs485"}, "hung_up", true)));
+    add_serial_line("rs485");
 }
 
 // A change of the frames of the panel that say this key; "" = of each.
-Apply frames(const std::string& key, std::function<bool(toml::table&)> change) {
+Apply frames(const std::string& key, const std::function<bool(toml::table&)>& change) {
     return [=](toml::table& board) {
         toml::array& list = list_at(table_at(board, {"panel"}), "frames");
         toml::array kept;
@@ -454,6 +604,19 @@ Apply frames_sent_as(const std::string& key, const std::string& bytes) {
     });
 }
 
+// From the test of the LEDs on, or from before one of the keys on.
+void Enumeration::add_panel_failures() {
+    constexpr double kLedTest_s = 3.5, kBeforePress_s = 0.5;
+    std::vector<double> times{kLedTest_s};
+    for (const toml::node& frame : *board_["panel"]["frames"].as_array())
+        times.push_back((*frame.as_table())["at"].value_or(0.0) - kBeforePress_s);
+    for (const double at_s : times) {
+        add("panel.dies", {}, from_second(at_s, setting({"panel"}, "connected", false)));
+        add("panel.dies", {}, from_second(at_s, setting({"panel"}, "blocked", true)));
+        add("panel.dies", {}, from_second(at_s, setting({"panel"}, "hung_up", true)));
+    }
+}
+
 void Enumeration::panel() {
     const SystemCall set_line{"ioctl", "/dev/zebio", "0x1"};
     add("buzzer.silent", {}, failing(set_line, true));
@@ -462,6 +625,7 @@ void Enumeration::panel() {
     add("panel.unplugged", {}, setting({"panel"}, "connected", false));
     add("panel.blocked", {}, setting({"panel"}, "blocked", true));
     add("panel.absent", {}, setting({"panel"}, "present", false));
+    add_serial_line("panel");
     const toml::array* pressed = board_["panel"]["frames"].as_array();
     if (pressed == nullptr || pressed->empty()) return;
     for (const toml::node& node : *pressed) {
@@ -470,6 +634,7 @@ void Enumeration::panel() {
         add("panel.key.dead", {key}, frames(key, removed));
         add("panel.key.unknown", {key}, frames_sent_as(key, "FF 06 20 FF 01 00"));
     }
+    add_panel_failures();
     add("panel.keys.dead", {}, frames("", removed));
     add("panel.cut", {}, frames_sent_as("", "FF 06 20"));
     add("panel.noise", {}, [](toml::table& board) {
@@ -525,6 +690,11 @@ void Enumeration::description() {
         add("board.line-high", {std::to_string(line)},
             numbers_added("control", "high_lines", {line}));
     add("board.root", {}, setting({}, "root", false));
+    add("board.watchdog", {}, setting({"control"}, "watchdog_bites", false));
+    for (const char* release : {"2.6.32", "4.9.0", "x"})
+        add("board.kernel", {}, setting({}, "kernel_release", release));
+    for (const char* zone : {"UTC", "EST5"})
+        add("board.time-zone", {}, setting({}, "time_zone", zone));
     for (const std::string& path : names("files"))
         add(path.find("zeb") == std::string::npos ? "board.file" : "pmp.file",
             path.find("zeb") == std::string::npos ? std::vector{path} : std::vector<std::string>{},
@@ -549,6 +719,10 @@ void Enumeration::bridges() {
                            setting(bridge, "unlocks", false))));
         for (const std::int64_t cell : {0, 2000, 4095})
             add("pmp.cells", {name}, both(old, setting(bridge, "bad_cells", toml::array{cell})));
+        for (const double time_s : {1.0, 10.0})
+            add("pmp.slow", {name}, both(old, setting(bridge, "erase_time", time_s)));
+        for (const double time_s : {0.001, 0.01})
+            add("pmp.slow", {name}, both(old, setting(bridge, "program_time", time_s)));
         for (const char* key : {"revision", "bonding_high", "bonding_low"})
             add("pmp.variant", {name}, setting(bridge, key, std::int64_t{0x20}));
     }
@@ -556,9 +730,9 @@ void Enumeration::bridges() {
 
 // --- Calls -------------------------------------------------------------------------------------
 
-void Enumeration::calls(const CallCounts& calls) {
+void Enumeration::calls() {
     constexpr std::int64_t kMostFailures = 16;  // of the same call, each in a run of its own
-    for (const auto& [call, count] : calls) {
+    for (const auto& [call, count] : calls_) {
         std::string place = call.function;
         for (const std::string& word : {call.path, call.request})
             if (!word.empty()) place += " " + word;
@@ -579,7 +753,7 @@ std::string Defect::name() const {
 }
 
 std::vector<Defect> defects_of(const toml::table& board, const CallCounts& calls) {
-    Enumeration all(board);
+    Enumeration all(board, calls);
     all.alarm();
     all.network();
     all.clock();
@@ -589,7 +763,7 @@ std::vector<Defect> defects_of(const toml::table& board, const CallCounts& calls
     all.panel();
     all.description();
     all.bridges();
-    all.calls(calls);
+    all.calls();
     return std::move(all.defects);
 }
 

@@ -236,7 +236,7 @@ void add_signature(const Dictionary& dictionary, const Signature& signature, Lan
 std::string preface(const std::vector<Dictionary>& dictionaries, Language language) {
     std::string plans;
     for (const Dictionary& dictionary : dictionaries)
-        plans += (plans.empty() ? "" : " / ") + dictionary.plan_name;
+        plans.append(plans.empty() ? "" : " / ").append(dictionary.plan_name);
     if (language == Language::zh)
         return "# 故障目录\n\n"
                "看到什么，可能是什么坏了（最可能的在前），先查什么。由 `tools/faults` "

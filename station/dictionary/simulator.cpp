@@ -14,8 +14,6 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 
-extern char** environ;
-
 namespace station {
 namespace {
 
@@ -31,6 +29,7 @@ class Process {
   public:
     Process(std::vector<std::string> words, int out, int err) {
         std::vector<char*> arguments;
+        arguments.reserve(words.size() + 1);
         for (std::string& word : words)
             arguments.push_back(word.data());
         arguments.push_back(nullptr);
@@ -134,6 +133,30 @@ std::string device_lines(const std::string& log) {
     return lines;
 }
 
+// When a record was sent, the count of printed bytes had changed, or the last call was made.
+std::vector<double> heard_at(const std::string& log) {
+    std::vector<double> heard_s;
+    double at_s = 0;
+    std::string printed_before = "0";
+    for (std::size_t from = 0; from < log.size();) {
+        const std::size_t end = std::min(log.find('\n', from), log.size() - 1);
+        const std::string_view line(log.data() + from, end + 1 - from);
+        from = end + 1;
+        constexpr std::string_view kAt = "{\"at\":", kPrinted = "\"printed\":";
+        if (line.starts_with(kAt)) at_s = std::strtod(line.data() + kAt.size(), nullptr);
+        const std::size_t count = line.find(kPrinted);
+        if (count == std::string_view::npos) continue;
+        const std::string_view rest = line.substr(count + kPrinted.size());
+        const std::string_view printed = rest.substr(0, rest.find_first_not_of("0123456789"));
+        const bool is_record = line.find("\"call\":\"write\"") != std::string_view::npos
+                               && line.find("\"path\":\"/var/q7.fifo\"") != std::string_view::npos;
+        if (is_record || printed != printed_before) heard_s.push_back(at_s);
+        printed_before = printed;
+    }
+    heard_s.push_back(at_s);
+    return heard_s;
+}
+
 }  // namespace
 
 MemoryFile::MemoryFile() : file_(::memfd_create("board", MFD_CLOEXEC)) {
@@ -170,7 +193,7 @@ std::string MemoryFile::content() const {
     }
 }
 
-Simulator::Simulator(std::filesystem::path program, const std::filesystem::path& scenario)
+Simulator::Simulator(const std::filesystem::path& program, const std::filesystem::path& scenario)
     : program_(std::filesystem::absolute(program).string()),
       scenario_(std::filesystem::absolute(scenario).string()) {}
 
@@ -196,8 +219,10 @@ SimulatedCommand Simulator::run(const std::string& change, const std::string& st
     command.err = without_remarks(std::move(command.err));
     command.out = out.content();
     command.records = records_of(records.content());
-    if (log == Log::all) read_log(trace.content(), command);
-    if (log == Log::devices) read_log(device_lines(trace.content()), command);
+    if (log == Log::none) return command;
+    const std::string calls = trace.content();
+    command.heard_at_s = heard_at(calls);
+    read_log(log == Log::all ? calls : device_lines(calls), command);
     return command;
 }
 

@@ -24,17 +24,19 @@ struct SimulatedCommand {
     std::vector<std::string> records;  // texts of the report records, bytes as q7 sends them
     std::string out, err;              // bytes; without what q7-sim itself says
     int status = 0, signal = 0;        // of q7
-    bool stopped = false;              // q7 would never have ended
+    bool stopped = false;              // q7 would not have ended before the end of the scenario
+    std::vector<double> heard_at_s;    // when something was recorded or printed, and the last call
     std::vector<DeviceChange> changes;
     CallCounts calls;
 };
 
 class Simulator {
   public:
-    enum class Log : std::uint8_t { none, devices, all };  // what is kept of the event log
+    // What is kept of the event log; with any of it, when something was heard of q7.
+    enum class Log : std::uint8_t { none, devices, all };
 
     // `scenario` is the base of every board that is run.
-    Simulator(std::filesystem::path program, const std::filesystem::path& scenario);
+    Simulator(const std::filesystem::path& program, const std::filesystem::path& scenario);
 
     // `change` is what follows the base in the scenario, `state` what follows that in a scenario of
     // its own; `words` are q7's own. Throws SimulatorError when q7-sim cannot be started, refuses

@@ -560,11 +560,17 @@ void Controller::restore(const fs::path& path) {
     run_.facts = facts_json(loaded.plan, evidence);
     run_.answers = answers_json(journal, {});
     run_.steps = judged_steps(loaded.plan, evidence, judgement, learned_);
-    show_verdict(journal, judgement,
-                 {{"journal", true},
-                  {"judgement", fs::exists(judgement_path(path))},
-                  {"database", "committed"},
-                  {"unsent", ask(records_.unsent, std::size_t{0})}});
+    try {
+        show_verdict(journal, judgement, store(path, journal, evidence, judgement));
+    } catch (const std::system_error& error) {
+        problem_ = storage_problem(error.code().value());
+        probed_at_ = Clock::now();
+        std::fprintf(stderr, "q7-station: %s\n", error.what());
+        return;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "q7-station: %s\n", error.what());
+        return;
+    }
     const bool released =
         std::any_of(journal.remarks.begin(), journal.remarks.end(),
                     [](const Remark& remark) { return remark.kind == "scan-out"; });
@@ -627,12 +633,7 @@ void Controller::finish(const Judgement& judgement) {
     changed_();
     const Journal journal = read_journal(path);
     const Evidence evidence = take_evidence(journal);
-    json object = to_json(judgement);
-    object["causes"] = ask(records_.causes, json::array(), judgement, evidence);
-    add_for_index(object, journal, evidence);
-    write_file(judgement_path(path), object.dump() + "\n");
-    Records::Stored stored{true, 0};
-    if (records_.store) stored = records_.store(object);
+    json stored = store(path, journal, evidence, judgement);
     const std::lock_guard lock(mutex_);
     if (judgement.verdict == Verdict::pass && judgement.identity.mark == "production")
         learn(evidence);
@@ -641,13 +642,28 @@ void Controller::finish(const Judgement& judgement) {
     run_.steps = judged_steps(*plan_, evidence, judgement, learned_);
     run_.due.clear();
     note_proof(judgement);
-    show_verdict(journal, judgement,
-                 {{"journal", true},
-                  {"judgement", true},
-                  {"database", stored.committed ? "committed" : "spooled"},
-                  {"unsent", stored.unsent}});
-    verdict_["causes"] = object["causes"];
-    factory_.tell(object.dump(-1, ' ', false, json::error_handler_t::replace) + "\n");
+    show_verdict(journal, judgement, std::move(stored));
+    factory_.tell(read_file(judgement_path(path).string()));
+}
+
+// Writes the judgement with all that the index wants of it, where it is not there yet, and hands it
+// to the database, which takes it once. Throws where nothing can be written.
+json Controller::store(const fs::path& path, const Journal& journal, const Evidence& evidence,
+                       const Judgement& judgement) const {
+    const fs::path file = judgement_path(path);
+    json object = fs::exists(file) ? json::parse(read_file(file.string()), nullptr, false) : json();
+    if (!object.is_object() || !object.contains("drift")) {
+        object = to_json(judgement);
+        object["causes"] = ask(records_.causes, json::array(), judgement, evidence);
+        add_for_index(object, journal, evidence);
+        write_file(file, object.dump() + "\n");
+    }
+    Records::Stored stored{true, 0};
+    if (records_.store) stored = records_.store(object);
+    return {{"journal", true},
+            {"judgement", true},
+            {"database", stored.committed ? "committed" : "spooled"},
+            {"unsent", stored.unsent}};
 }
 
 void Controller::show_verdict(const Journal& journal, const Judgement& judgement, json stored) {

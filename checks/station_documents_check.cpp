@@ -1,0 +1,107 @@
+// The station's page and manual page against the program.
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "checks/harness.h"
+#include "checks/programs.h"
+
+namespace {
+
+using namespace checks;
+namespace fs = std::filesystem;
+
+std::set<std::string> options_in(const std::string& text) {
+    std::set<std::string> options;
+    static const std::regex kOption("--[a-z][a-z-]*");
+    for (std::sregex_iterator at(text.begin(), text.end(), kOption), end; at != end; ++at)
+        options.insert(at->str());
+    return options;
+}
+
+std::string between(const std::string& text, const std::string& from, const std::string& to) {
+    const std::size_t begin = text.find(from);
+    if (begin == std::string::npos) return "";
+    const std::size_t end = text.find(to, begin + from.size());
+    return text.substr(begin, end - begin);
+}
+
+// Each command of the program by name, with its options.
+std::map<std::string, std::set<std::string>> commands() {
+    std::map<std::string, std::set<std::string>> commands;
+    std::istringstream lines(shell(Q7_BINARIES "/q7-station --help").out);
+    bool listed = false;
+    for (std::string line; std::getline(lines, line);) {
+        if (listed && line.starts_with("  ")) {
+            const std::string name = line.substr(2, line.find(' ', 2) - 2);
+            if (name.empty()) continue;
+            commands[name] = options_in(shell(Q7_BINARIES "/q7-station " + name + " --help").out);
+            commands[name].erase("--help");
+        }
+        listed = listed || line == "Subcommands:";
+    }
+    return commands;
+}
+
+TEST(StationManual, NamesEveryCommandAndOption) {
+    const std::string page = content_of(Q7_SOURCE "/man/q7-station.1");
+    const std::string body = between(page, "\n.SH COMMANDS", "\n.SH OPTIONS OF RUN");
+    std::set<std::string> known{"--gbk", "--help", "--version"};
+    int options = 0;
+    for (const auto& [command, its_options] : commands()) {
+        std::string text = between(body, "\n.TP\n.B " + command + "\n", "\n.TP\n");
+        ASSERT_FALSE(text.empty()) << command;
+        EXPECT_THAT(page, HasSubstr("\nq7-station " + command + " "));
+        if (command == "run") text += between(page, "\n.SH OPTIONS OF RUN", "\n.SH EXIT");
+        if (command == "serve") text += content_of(Q7_SOURCE "/docs/pages.md");
+        const std::set<std::string> of_the_index{"index", "history", "yield", "export"};
+        if (of_the_index.count(command) != 0) text += between(body, "\nThese four read", "\n.TP\n");
+        const std::set<std::string> named = options_in(text);
+        for (const std::string& option : its_options) {
+            EXPECT_EQ(named.count(option), 1u) << "q7-station " << command << " " << option;
+            known.insert(option);
+            ++options;
+        }
+    }
+    EXPECT_GT(options, 40);
+    for (const std::string& option : options_in(page))
+        EXPECT_EQ(known.count(option), 1u) << option << " is no option";
+}
+
+// What the page shows, played again: its journal is kept as a file, so every byte is the same.
+TEST(StationPage, ShowsWhatTheProgramPrints) {
+    const std::string page = content_of(Q7_SOURCE "/docs/station.md"), place = scratch("page");
+    fs::create_directory(place);
+    fs::create_directory_symlink(Q7_BINARIES, place + "/build");
+    fs::create_directory_symlink(Q7_SOURCE "/checks", place + "/checks");
+    const std::string session = between(page, "\n```console\n", "\n```\n").substr(12) + "\n";
+    std::istringstream lines(session);
+    std::string played;
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.starts_with("$ ")) continue;
+        std::ofstream(place + "/command") << line.substr(2) << "\n";
+        played += line + "\n" + shell("sh -c 'cd " + place + "; sh ./command 2>&1'").out;
+    }
+    EXPECT_EQ(played, session);
+    EXPECT_THAT(played, HasSubstr("\nFAIL "));
+    fs::remove_all(place);
+}
+
+// The first attempt of the page, in a folder of this check's own.
+TEST(StationPage, ItsFirstAttemptPasses) {
+    const std::string page = content_of(Q7_SOURCE "/docs/station.md"), place = scratch("attempt");
+    fs::create_directory(place);
+    fs::create_directory_symlink(Q7_BINARIES, place + "/build");
+    fs::create_directory_symlink(Q7_SOURCE "/plans", place + "/plans");
+    std::string command = between(page, "    build/q7-station run ", "\n\n");
+    for (std::size_t at; (at = command.find("/tmp/spool")) != std::string::npos;)
+        command.replace(at, 10, "spool");
+    std::ofstream(place + "/command") << "mkdir spool; " << command << " </dev/null\n";
+    const Finished got = shell("sh -c 'cd " + place + "; sh ./command'");
+    EXPECT_EQ(got.status, 0) << got.err;
+    EXPECT_THAT(got.out, HasSubstr("\nPASS 45270-2648-0413   1-"));
+    fs::remove_all(place);
+}
+
+}  // namespace
