@@ -88,11 +88,14 @@ class Line:
             raise RuntimeError("the station does not start")
         self.prove("samples")
         for number, (name, _) in enumerate(reversed(MIX)):  # the healthy one last: it waits to be scanned out
+            if name == "healthy":  # from which the station learns how long the steps take
+                self.pace(f"--pace {self.options.pace}")
             state = self.test(name, f"45270-2600-{number:04d}")
             identity = state["attempt"]["id"]
             path = self.path("samples", identity.split("-")[1], identity)
             with open(path + ".journal", encoding="utf-8") as journal, open(path + ".judgement.json", encoding="utf-8") as judgement:
                 found[name] = (journal.read().splitlines(), json.load(judgement))
+        self.pace("")
         self.process.terminate()
         self.process.wait(20)
         return found
