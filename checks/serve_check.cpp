@@ -406,6 +406,36 @@ TEST_F(Serve, TestsABoardBehindAThousandSilentConnections) {
     expect_clean_end();
 }
 
+TEST_F(Serve, SendsAVerdictWhenTheBoardIsScannedOut) {
+    std::string plan = content_of(station_.path("plans/plan.toml"));
+    plan.replace(plan.find("scan_out = false"), 16, "scan_out = true");
+    std::ofstream(station_.path("plans/plan.toml")) << plan;
+    ASSERT_NO_FATAL_FAILURE(station_.start());
+    const std::string released = serial(), swapped = serial(), other = serial();
+    expect_pass(station_.test(released), "at-release");
+    // The board waits for its release over a restart of the server, too.
+    EXPECT_EQ(station_.end(), 0);
+    ASSERT_NO_FATAL_FAILURE(station_.start());
+    EXPECT_EQ(station_.state().at("verdict").at("scan_out"), "due");
+    EXPECT_THAT(station_.post("/api/scan", {{"text", released}}), StartsWith("HTTP/1.1 200"));
+    EXPECT_EQ(station_.state().at("last").at("released"), true);
+    expect_pass(station_.test(swapped), "at-release");
+    EXPECT_THAT(station_.post("/api/scan", {{"text", other}}), HasSubstr("\"swapped\""));
+    const json verdict = station_.state().at("verdict");
+    EXPECT_EQ(verdict.at("verdict"), "not-proven");
+    EXPECT_EQ(verdict.at("stored").at("database"), "committed");
+    expect_clean_end();
+    for (const auto& [board, expected] :
+         {std::pair(released, "PASS"), std::pair(swapped, "NOT PROVEN")}) {
+        const auto history = shell(std::string(kStation) + " history --json --journals "
+                                   + station_.path("journals") + " " + board);
+        const json kept = json::parse(history.out, nullptr, false);
+        ASSERT_TRUE(kept.is_object()) << history.out << history.err;
+        ASSERT_EQ(kept.at("attempts").size(), 1u) << history.out;
+        EXPECT_EQ(kept.at("attempts")[0].at("verdict"), expected);
+    }
+}
+
 // --- What cannot be stored ---------------------------------------------------------------------
 
 // A user whom permissions bind.

@@ -394,7 +394,20 @@ void Controller::scan_out(const std::string& text) {
         problem_ = storage_problem(error.code().value());
         throw Refusal(409, "locked");
     }
-    if (text == about_.at("serial")) {
+    const Journal journal = read_journal(journal_);
+    const Evidence evidence = take_evidence(journal);
+    const Judgement judgement = judge(journal, evidence, *plan_);
+    json object, stored;
+    try {
+        if (judgement.verdict != Verdict::pass) fs::remove(judgement_path(journal_));
+        object = keep(journal_, journal, evidence, judgement);
+        stored = send(object, false);
+    } catch (const std::system_error& error) {
+        problem_ = storage_problem(error.code().value());
+        throw Refusal(409, "locked");
+    }
+    factory_.tell(object.dump() + "\n");
+    if (judgement.verdict == Verdict::pass) {
         last_ = {{"verdict", "pass"},
                  {"id", about_.at("id")},
                  {"serial", about_.at("serial")},
@@ -404,10 +417,7 @@ void Controller::scan_out(const std::string& text) {
         phase_ = Phase::waiting;
         return;
     }
-    const Journal journal = read_journal(journal_);
-    const Judgement judgement = judge(journal);
-    write_file(judgement_path(journal_), to_json(judgement).dump() + "\n");
-    show_verdict(journal, judgement, verdict_.at("stored"));
+    show_verdict(journal, judgement, stored);
     throw Refusal(409, "swapped");
 }
 
@@ -561,7 +571,9 @@ void Controller::restore(const fs::path& path) {
     run_.answers = answers_json(journal, {});
     run_.steps = judged_steps(loaded.plan, evidence, judgement, learned_);
     try {
-        show_verdict(journal, judgement, store(path, journal, evidence, judgement));
+        const json object = keep(path, journal, evidence, judgement);
+        const bool is_due = awaits_release(journal, judgement);
+        show_verdict(journal, judgement, send(object, is_due));
     } catch (const std::system_error& error) {
         problem_ = storage_problem(error.code().value());
         probed_at_ = Clock::now();
@@ -633,7 +645,9 @@ void Controller::finish(const Judgement& judgement) {
     changed_();
     const Journal journal = read_journal(path);
     const Evidence evidence = take_evidence(journal);
-    json stored = store(path, journal, evidence, judgement);
+    const json object = keep(path, journal, evidence, judgement);
+    const bool is_due = awaits_release(journal, judgement);
+    json stored = send(object, is_due);
     const std::lock_guard lock(mutex_);
     if (judgement.verdict == Verdict::pass && judgement.identity.mark == "production")
         learn(evidence);
@@ -643,13 +657,22 @@ void Controller::finish(const Judgement& judgement) {
     run_.due.clear();
     note_proof(judgement);
     show_verdict(journal, judgement, std::move(stored));
-    factory_.tell(read_file(judgement_path(path).string()));
+    if (!is_due) factory_.tell(object.dump() + "\n");
 }
 
-// Writes the judgement with all that the index wants of it, where it is not there yet, and hands it
-// to the database, which takes it once. Throws where nothing can be written.
-json Controller::store(const fs::path& path, const Journal& journal, const Evidence& evidence,
-                       const Judgement& judgement) const {
+// A board that passed and is not scanned out yet. Until then its verdict can change, and the
+// database takes each attempt once.
+bool Controller::awaits_release(const Journal& journal, const Judgement& judgement) const {
+    return judgement.verdict == Verdict::pass && plan_->scan_out
+           && judgement.identity.mark == "production"
+           && std::none_of(journal.remarks.begin(), journal.remarks.end(),
+                           [](const Remark& remark) { return remark.kind == "scan-out"; });
+}
+
+// Writes the judgement with all that the index wants of it, where it is not there yet, and returns
+// it. Throws where nothing can be written.
+json Controller::keep(const fs::path& path, const Journal& journal, const Evidence& evidence,
+                      const Judgement& judgement) const {
     const fs::path file = judgement_path(path);
     json object = fs::exists(file) ? json::parse(read_file(file.string()), nullptr, false) : json();
     if (!object.is_object() || !object.contains("drift")) {
@@ -658,23 +681,32 @@ json Controller::store(const fs::path& path, const Journal& journal, const Evide
         add_for_index(object, journal, evidence);
         write_file(file, object.dump() + "\n");
     }
-    Records::Stored stored{true, 0};
-    if (records_.store) stored = records_.store(object);
-    return {{"journal", true},
-            {"judgement", true},
-            {"database", stored.committed ? "committed" : "spooled"},
-            {"unsent", stored.unsent}};
+    return object;
+}
+
+// Hands a judgement to the database, or to the copy that waits for it, unless the board awaits its
+// release. Throws where neither works.
+json Controller::send(const json& judgement, bool awaits_release) const {
+    json stored{{"journal", true}, {"judgement", true}};
+    if (awaits_release) {
+        stored["database"] = "at-release";
+        stored["unsent"] = ask(records_.unsent, std::size_t{0});
+        return stored;
+    }
+    Records::Stored sent{true, 0};
+    if (records_.store) sent = records_.store(judgement);
+    stored["database"] = sent.committed ? "committed" : "spooled";
+    stored["unsent"] = sent.unsent;
+    return stored;
 }
 
 void Controller::show_verdict(const Journal& journal, const Judgement& judgement, json stored) {
     json shown = for_page(to_json(judgement));
-    const bool due = judgement.verdict == Verdict::pass && plan_->scan_out
-                     && judgement.identity.mark == "production";
     const std::string last_step = running_step(take_evidence(journal));
     shown["number"] = about_.at("number");
     shown["same"] =
         judgement.verdict == Verdict::pass ? 1 : ask(records_.same_failures, 1, judgement);
-    shown["scan_out"] = due ? json("due") : json();
+    shown["scan_out"] = awaits_release(journal, judgement) ? json("due") : json();
     shown["lines"] = judgement.journal_lines;
     shown["broke_off"] =
         judgement.verdict == Verdict::incomplete && !last_step.empty() ? json(last_step) : json();

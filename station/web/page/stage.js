@@ -204,14 +204,14 @@ function pass(state, t) {
   const { verdict } = state;
   const row = (top, ...content) => el('div', { class: 'at', css: { left: '24px', top: `${top}px`, display: 'flex', alignItems: 'center', gap: '12px', fontSize: t.language === 'en' ? '22px' : '25px', lineHeight: '32px' } }, stateSign('pass', 27), el('span', {}, ...content));
   const words = verdict.mark === 'reference' ? t.proofNextShort(state.proof?.state) : verdict.mark !== 'production' ? t.notRelease() : verdict.scan_out === 'due' ? t.scanOut() : t.takeOff();
-  const spooled = verdict.stored.database !== 'committed';
+  const { database, unsent } = verdict.stored;
   return [
     panel('pass', 790, true, { top: 40, height: 236, size: t.language === 'en' ? 182 : 218, sign: t.language === 'en' ? 176 : 206, gap: t.language === 'en' ? 26 : 38, text: t.verdicts.pass }, []),
     card(810, 422,
       at(24, 12, 34, t.stored(verdict.number), { css: { fontWeight: 700 } }),
       row(62, `${t.journalStored()} `, el('span', { class: 'mono', css: { fontSize: '22px' } }, shortId(verdict.id))),
       row(100, t.judged(verdict.facts.good)),
-      row(138, spooled ? el('b', { css: { background: 'var(--amber)', padding: '0 8px' } }, t.spooled(verdict.stored.unsent)) : t.committed()),
+      row(138, database === 'spooled' ? el('b', { css: { background: 'var(--amber)', padding: '0 8px' } }, t.spooled(unsent)) : database === 'committed' ? t.committed() : t.atRelease()),
       el('div', { class: 'next', css: { height: '134px', padding: '0 0 0 20px', lineHeight: '58px', fontSize: t.language === 'en' ? '44px' : '48px' } },
         sign('scan', 90, 'white'), el('div', { css: { marginLeft: '20px' } }, el('div', {}, words[0]), el('div', {}, words[1])))),
   ];
