@@ -9,6 +9,7 @@
 #include <array>
 #include <chrono>
 #include <ctime>
+#include <memory>
 #include <stdexcept>
 #include <system_error>
 
@@ -115,7 +116,9 @@ std::string sha256(std::string_view bytes) {
     unsigned char digest[EVP_MAX_MD_SIZE];
     unsigned size = 0;
     static const EVP_MD* const algorithm = EVP_MD_fetch(nullptr, "SHA256", nullptr);
-    thread_local EVP_MD_CTX* const context = EVP_MD_CTX_new();  // one a thread, until it ends
+    thread_local const std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> kept(
+        EVP_MD_CTX_new(), EVP_MD_CTX_free);
+    EVP_MD_CTX* const context = kept.get();
     if (algorithm == nullptr || context == nullptr
         || EVP_DigestInit_ex2(context, algorithm, nullptr) != 1
         || EVP_DigestUpdate(context, bytes.data(), bytes.size()) != 1
