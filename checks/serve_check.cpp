@@ -148,6 +148,7 @@ class Served {
         arguments.push_back(nullptr);
         const std::string err = path("err");
         process_ = ::fork();
+        if (process_ < 0) return "no process";
         if (process_ == 0) {
             const int log = ::open(err.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0666);
             ::dup2(ends[1], 1);
@@ -158,7 +159,7 @@ class Served {
         ::close(ends[1]);
         std::string line;
         char c = 0;
-        while (process_ > 0 && ::read(ends[0], &c, 1) == 1 && c != '\n')
+        while (::read(ends[0], &c, 1) == 1 && c != '\n')
             line += c;
         ::close(ends[0]);
         return line;
