@@ -129,8 +129,9 @@ std::map<string, string> parse_answers(const std::vector<string>& words, const P
             string known;
             for (const Question& each : plan.questions)
                 known.append(" ").append(each.name);
-            throw std::runtime_error("the plan does not ask " + question + " (it asks:" + known
-                                     + ")");
+            throw std::runtime_error(
+                string("the plan does not ask ").append(question).append(" (it asks:") + known
+                + ")");
         }
         if (answer != "yes" && answer != "no" && answer != "unsure") {
             throw std::runtime_error("an answer is yes, no or unsure: " + word);

@@ -2,10 +2,10 @@
 #pragma once
 
 #include <toml++/toml.h>
-#include <compare>
 #include <functional>
 #include <map>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "station/dictionary/kinds.h"
@@ -25,7 +25,10 @@ struct Defect {
 // A function of the system that the healthy run calls, as the event log names it.
 struct SystemCall {
     std::string function, path, request;  // request = "0x81"; empty = no ioctl
-    auto operator<=>(const SystemCall&) const = default;
+    bool operator<(const SystemCall& other) const {
+        return std::tie(function, path, request)
+               < std::tie(other.function, other.path, other.request);
+    }
 };
 using CallCounts = std::map<SystemCall, int>;  // how often each was called
 

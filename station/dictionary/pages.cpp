@@ -225,7 +225,7 @@ void add_signature(const Dictionary& dictionary, const Signature& signature, Lan
     for (const auto& [name, value] : signature.symptoms) {
         if (!weight_of(name).shown) continue;
         Entry& entry = sections[section_of(name)][entry_of(name, value, language)];
-        const auto text = dictionary.texts.find(name + "=" + value);
+        const auto text = dictionary.texts.find(std::string(name).append("=").append(value));
         if (entry.example.empty() && text != dictionary.texts.end())
             entry.example = trimmed(text->second);
         for (const KnownDefect& defect : signature.defects)

@@ -89,6 +89,23 @@ void harden(Response& response) {
     response.headers.emplace_back("Cache-Control", "no-store");
 }
 
+bool is_utf8(const std::string& text) {
+    try {
+        (void)json(text).dump();
+        return true;
+    } catch (const json::exception&) {
+        return false;
+    }
+}
+
+// What no route and no record can take, and no answer could repeat.
+bool is_malformed(const Request& request) {
+    return !request.path.starts_with('/') || !is_utf8(request.path)
+           || std::any_of(request.query.begin(), request.query.end(), [](const auto& parameter) {
+                  return !is_utf8(parameter.first) || !is_utf8(parameter.second);
+              });
+}
+
 std::string parameter(const Query& query, const std::string& name) {
     const auto found = query.find(name);
     if (found == query.end() || found->second.empty()) throw Refusal(400, "missing-" + name);
@@ -202,6 +219,7 @@ Response Server::post(const Request& request) const {
 Response Server::route(const Request& request) const {
     if (!is_own_host(request)) throw Refusal(421, "host");
     if (!is_own_origin(request)) throw Refusal(403, "origin");
+    if (is_malformed(request)) throw Refusal(400, "malformed");
     // A link with a token signs in: the token moves from the address bar into a cookie.
     if (const auto token = request.query.find("token");
         request.method == "GET" && token != request.query.end()
