@@ -476,6 +476,7 @@ class StationPage(PageCase):
         self.assert_no_errors()
 
     def test_a_locked_database_leaves_a_pass_that_is_sent_later(self):
+        self.use(Station())
         self.open()
         self.scan("45270-2648-0415")
         self.wait(lambda: self.question())
