@@ -478,6 +478,7 @@ void Controller::begin(const std::string& serial, const LoadedPlan& loaded,
     setup.identity.mark = mark;
     if (mark == "trial") setup.identity.marked_by = supervisor_;
     if (number > 0) setup.identity.attempt = number;
+    proof_read_at_.reset();  // a proof that has just been made counts
     if (const std::optional<Proof>& proof = proof_of(loaded.plan))
         setup.identity.shift = proof->number;
     if (records_.serials_of_address)
