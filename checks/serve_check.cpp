@@ -19,6 +19,7 @@
 #include "checks/postgres.h"
 #include "checks/programs.h"
 #include "gmock/gmock.h"
+#include "station/text.h"
 
 namespace checks {
 namespace {
@@ -80,11 +81,13 @@ class Served {
         add(more);
         add({"--", Q7_BINARIES "/q7-agent", "run", "--fifo", path("fifo"), "--spool", path("spool"),
              "--", Q7_BINARIES "/q7-sim", "--gbk", "--pace", "40", "--fifo", path("fifo"),
-             "--board", Q7_SOURCE "/boards/healthy.toml"});
+             "--board", Q7_SOURCE "/boards/" + board + ".toml"});
         const std::string url = first_line_of(before);
         ASSERT_THAT(url, StartsWith("http://127.0.0.1:")) << said();
         port_ = static_cast<std::uint16_t>(std::stoi(url.substr(url.rfind(':') + 1)));
     }
+
+    std::string board = "healthy";  // that is tested
 
     // Its wait status.
     int end() {
@@ -434,6 +437,28 @@ TEST_F(Serve, SendsAVerdictWhenTheBoardIsScannedOut) {
         ASSERT_TRUE(kept.is_object()) << history.out << history.err;
         ASSERT_EQ(kept.at("attempts").size(), 1u) << history.out;
         EXPECT_EQ(kept.at("attempts")[0].at("verdict"), expected);
+    }
+}
+
+TEST_F(Serve, ShowsTheCausesOfAFailure) {
+    const std::string plan = station::sha256(content_of(station_.path("plans/plan.toml")));
+    fs::create_directories(station_.path("dictionaries"));
+    std::ofstream(station_.path("dictionaries/healthy"))
+        << R"({"fault_dictionary":1,"plan":"QM-45270 DVR","revision":1,"sha256":")" << plan
+        << R"(","board":"healthy.toml","defects":1,"symptoms":)"
+        << R"([["rs485.good","0","0"],["rs485.received","none"],["rs485.result","timeout","0"]]})"
+        << '\n'
+        << R"({"s":[0,1,2],"d":[["rs485.no-echo",[],"rs485.fixture = false\n"]]})" << '\n';
+    station_.board = "rs485-silent";
+    for (const char* once_more : {"the run", "a server that was started again"}) {
+        ASSERT_NO_FATAL_FAILURE(
+            station_.start({}, {"--dictionaries", station_.path("dictionaries")}));
+        const json verdict =
+            (boards_ == 0 ? station_.test(serial()) : station_.state()).at("verdict");
+        EXPECT_EQ(verdict.at("verdict"), "fail") << once_more;
+        ASSERT_FALSE(verdict.at("causes").empty()) << once_more << station_.said();
+        EXPECT_EQ(verdict.at("causes").at(0).at("title").at("zh"), "RS-485 没有回环");
+        EXPECT_EQ(station_.end(), 0);
     }
 }
 

@@ -399,8 +399,7 @@ void Controller::scan_out(const std::string& text) {
     const Judgement judgement = judge(journal, evidence, *plan_);
     json object, stored;
     try {
-        if (judgement.verdict != Verdict::pass) fs::remove(judgement_path(journal_));
-        object = keep(journal_, journal, evidence, judgement);
+        object = keep(journal_, journal, evidence, judgement, judgement.verdict != Verdict::pass);
         stored = send(object, false);
     } catch (const std::system_error& error) {
         problem_ = storage_problem(error.code().value());
@@ -572,7 +571,7 @@ void Controller::restore(const fs::path& path) {
     run_.answers = answers_json(journal, {});
     run_.steps = judged_steps(loaded.plan, evidence, judgement, learned_);
     try {
-        const json object = keep(path, journal, evidence, judgement);
+        const json object = keep(path, journal, evidence, judgement, false);
         const bool is_due = awaits_release(journal, judgement);
         show_verdict(journal, judgement, send(object, is_due));
     } catch (const std::system_error& error) {
@@ -646,7 +645,7 @@ void Controller::finish(const Judgement& judgement) {
     changed_();
     const Journal journal = read_journal(path);
     const Evidence evidence = take_evidence(journal);
-    const json object = keep(path, journal, evidence, judgement);
+    const json object = keep(path, journal, evidence, judgement, true);
     const bool is_due = awaits_release(journal, judgement);
     json stored = send(object, is_due);
     const std::lock_guard lock(mutex_);
@@ -670,13 +669,13 @@ bool Controller::awaits_release(const Journal& journal, const Judgement& judgeme
                            [](const Remark& remark) { return remark.kind == "scan-out"; });
 }
 
-// Writes the judgement with all that the index wants of it, where it is not there yet, and returns
-// it. Throws where nothing can be written.
+// Writes the judgement of a new attempt with its causes and all that the index wants of it, and
+// returns it; of an attempt before it returns what was written. Throws where nothing can be written.
 json Controller::keep(const fs::path& path, const Journal& journal, const Evidence& evidence,
-                      const Judgement& judgement) const {
+                      const Judgement& judgement, bool is_new) const {
     const fs::path file = judgement_path(path);
     json object = fs::exists(file) ? json::parse(read_file(file.string()), nullptr, false) : json();
-    if (!object.is_object() || !object.contains("drift")) {
+    if (is_new || !object.is_object() || !object.contains("drift")) {
         object = to_json(judgement);
         object["causes"] = ask(records_.causes, json::array(), judgement, evidence);
         add_for_index(object, journal, evidence);
