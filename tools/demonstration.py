@@ -178,6 +178,7 @@ class Line:
         return name
 
     def history(self):
+        os.mkdir(self.path("journals"))  # there may be no working day to fill it
         samples, counts, serial = self.samples(), {}, 0
         now = datetime.datetime.now().astimezone()
         for back in range(self.options.days, 0, -1):
