@@ -82,13 +82,28 @@ std::vector<Candidate> pairs(const Comparison& comparison, const std::vector<Com
     return found;
 }
 
-// The signature's defects, each cause once.
-std::vector<const KnownDefect*> group_of(const Signature& signature) {
-    std::vector<const KnownDefect*> group;
-    std::set<std::string> seen;
+using Group = std::vector<const KnownDefect*>;
+
+// The signature's defects, each cause once, without causes that were named before.
+Group group_of(const Signature& signature, std::set<std::string> named = {}) {
+    Group group;
     for (const KnownDefect& defect : signature.defects)
-        if (seen.insert(defect.cause()).second) group.push_back(&defect);
+        if (named.insert(defect.cause()).second) group.push_back(&defect);
     return group;
+}
+
+// One group, or the two of a pair. A cause that shows in several ways is named once; empty = it was.
+std::vector<Group> groups_of(const Candidate& candidate, std::set<std::string>& named) {
+    if (candidate.second != nullptr) {
+        std::vector<Group> two{group_of(*candidate.first), group_of(*candidate.second)};
+        const bool is_new =
+            named.insert(two[0].front()->cause() + "\n" + two[1].front()->cause()).second;
+        return is_new ? two : std::vector<Group>{};
+    }
+    const Group group = group_of(*candidate.first, named);
+    for (const KnownDefect* defect : group)
+        named.insert(defect->cause());
+    return group.empty() ? std::vector<Group>{} : std::vector<Group>{group};
 }
 
 Symptoms expected_of(const Candidate& candidate, const Symptoms& shown) {
@@ -120,14 +135,12 @@ bool is_explained(const std::string& name, const Symptoms& expected, const Sympt
     return likeness(name, found->second, shown.at(name)) >= kExplained;
 }
 
-Cause cause_of(const Candidate& candidate, const Symptoms& shown) {
+Cause cause_of(const Candidate& candidate, const std::vector<Group>& groups,
+               const Symptoms& shown) {
     Cause cause;
-    for (const Signature* signature : {candidate.first, candidate.second}) {
-        if (signature == nullptr) continue;
-        std::vector<const KnownDefect*> group = group_of(*signature);
+    for (const Group& group : groups) {
         cause.defects.push_back(group.front());
-        group.erase(group.begin());
-        cause.alternatives.push_back(std::move(group));
+        cause.alternatives.emplace_back(group.begin() + 1, group.end());
     }
     cause.fit = candidate.fit;
     cause.exact = candidate.fit > kExact;
@@ -165,15 +178,12 @@ std::vector<Cause> causes_of(const Dictionary& dictionary, const Symptoms& shown
         candidates.insert(candidates.end(), two.begin(), two.end());
         std::stable_sort(candidates.begin(), candidates.end(), comes_before);
     }
-    std::set<std::string> named;  // a cause that shows in several ways is named once
+    std::set<std::string> named;
     for (const Candidate& candidate : candidates) {
         if (causes.size() == kCausesShown) break;
         if (candidate.fit < kLeastFit) continue;
-        Cause cause = cause_of(candidate, shown);
-        std::string name;
-        for (const KnownDefect* defect : cause.defects)
-            name += defect->cause() + "\n";
-        if (named.insert(name).second) causes.push_back(std::move(cause));
+        const std::vector<Group> groups = groups_of(candidate, named);
+        if (!groups.empty()) causes.push_back(cause_of(candidate, groups, shown));
     }
     return causes;
 }
