@@ -3,7 +3,7 @@
 #include <termios.h>
 
 #include <algorithm>
-#include <numeric>
+#include <set>
 #include <stdexcept>
 
 #include "station/dictionary/board.h"
@@ -58,13 +58,27 @@ toml::table call_named(const SystemCall& call, std::int64_t nth) {
     return named;
 }
 
-// The call fails from the `nth` on, or that one time.
-Apply failing(const SystemCall& call, bool onwards, std::int64_t nth = 1) {
-    return [=](toml::table& board) {
-        toml::table fault = call_named(call, nth);
-        if (onwards) fault.insert("onwards", true);
-        list_at(board, "faults").push_back(std::move(fault));
-    };
+Apply fault_added(const toml::table& fault) {
+    return [=](toml::table& board) { list_at(board, "faults").push_back(fault); };
+}
+
+// The call fails that one time.
+Apply failing(const SystemCall& call, std::int64_t nth) {
+    return fault_added(call_named(call, nth));
+}
+
+Apply failing_from(const SystemCall& call, std::int64_t nth) {
+    toml::table fault = call_named(call, nth);
+    fault.insert("onwards", true);
+    return fault_added(fault);
+}
+
+// The first of these transfers stops after so many bytes.
+Apply cut_short(const SystemCall& call, std::int64_t bytes) {
+    toml::table fault = call_named(call, 1);
+    fault.insert("effect", "short");
+    fault.insert("count", bytes);
+    return fault_added(fault);
 }
 
 // The change is made just before the nth of these calls.
@@ -202,11 +216,17 @@ Apply rewired(const std::function<void(Wiring&)>& change) {
 Apply inputs_shorted(std::int64_t a, std::int64_t b) {
     return rewired([=](Wiring& wiring) {
         for (auto& inputs : wiring) {
-            const auto has = [&](std::int64_t input) {
-                return std::find(inputs.begin(), inputs.end(), input) != inputs.end();
-            };
-            if (has(a) || has(b)) inputs.insert(inputs.end(), {a, b});
+            if (std::ranges::count(inputs, a) + std::ranges::count(inputs, b) != 0)
+                inputs.insert(inputs.end(), {a, b});
         }
+    });
+}
+
+// What drives the one reaches the other, and not the other way round.
+Apply input_leaks(std::int64_t from, std::int64_t to) {
+    return rewired([=](Wiring& wiring) {
+        for (auto& inputs : wiring)
+            if (std::ranges::count(inputs, from) != 0) inputs.push_back(to);
     });
 }
 
@@ -255,7 +275,9 @@ void Enumeration::alarm() {
         add("alarm.input.open", {text(a)}, numbers_added("alarm", "dead", {a}));
         add("alarm.input.stuck", {text(a)}, numbers_added("alarm", "stuck", {a}));
         for (std::int64_t b = a + 1; b <= inputs; ++b) {
-            add("alarm.inputs.shorted", {text(a), text(b)}, inputs_shorted(a, b));
+            for (const Apply& touching :
+                 {inputs_shorted(a, b), input_leaks(a, b), input_leaks(b, a)})
+                add("alarm.inputs.shorted", {text(a), text(b)}, touching);
             add("alarm.inputs.swapped", {text(a), text(b)}, inputs_swapped(a, b));
         }
         for (const std::int64_t size : {4, 8}) {
@@ -309,6 +331,8 @@ void Enumeration::add_link_drops(const std::string& port, std::int64_t place) {
     }
 }
 
+constexpr int kUnknownSpeed = 65535;  // as drivers report what they cannot tell
+
 void Enumeration::network() {
     const std::vector<std::string> ports = names("ports");
     std::map<std::string, Apply> all_down;
@@ -322,7 +346,7 @@ void Enumeration::network() {
             const Apply down = setting(link, "up", false);
             all_down[medium] = all_down[medium] ? both(all_down[medium], down) : down;
             add(kind + ".no-link", {place}, down);
-            for (const std::int64_t speed : {10, 100}) {
+            for (const std::int64_t speed : {10, 100, kUnknownSpeed}) {
                 const Apply slow = setting(link, "speed", speed);
                 add(kind + ".slow", {place}, slow);
                 add(kind + ".slow", {place}, both(slow, setting(link, "full_duplex", false)));
@@ -577,7 +601,7 @@ void Enumeration::rs485() {
     }
     for (const auto& [call, count] : calls_)
         if (call.function == "wait_readable" && count > 100)  // one for each 8 bytes of the echo
-            for (const std::int64_t nth : {count / 4, count / 2, count})
+            for (const std::int64_t nth : {1, count / 4, count / 2, count})
                 add("rs485.drops", {}, from_call(call, nth, setting({"rs485"}, "hung_up", true)));
     add_serial_line("rs485");
 }
@@ -608,8 +632,9 @@ Apply frames_sent_as(const std::string& key, const std::string& bytes) {
 void Enumeration::add_panel_failures() {
     constexpr double kLedTest_s = 3.5, kBeforePress_s = 0.5;
     std::vector<double> times{kLedTest_s};
-    for (const toml::node& frame : *board_["panel"]["frames"].as_array())
-        times.push_back((*frame.as_table())["at"].value_or(0.0) - kBeforePress_s);
+    if (const toml::array* frames = board_["panel"]["frames"].as_array())
+        for (const toml::node& frame : *frames)
+            times.push_back((*frame.as_table())["at"].value_or(0.0) - kBeforePress_s);
     for (const double at_s : times) {
         add("panel.dies", {}, from_second(at_s, setting({"panel"}, "connected", false)));
         add("panel.dies", {}, from_second(at_s, setting({"panel"}, "blocked", true)));
@@ -619,13 +644,14 @@ void Enumeration::add_panel_failures() {
 
 void Enumeration::panel() {
     const SystemCall set_line{"ioctl", "/dev/zebio", "0x1"};
-    add("buzzer.silent", {}, failing(set_line, true));
-    add("buzzer.endless", {}, failing(set_line, true, 2));  // the first call switches it on
+    add("buzzer.silent", {}, failing_from(set_line, 1));
+    add("buzzer.endless", {}, failing_from(set_line, 2));  // the first call switches it on
     if (!board_["panel"]["present"].value_or(false)) return;
     add("panel.unplugged", {}, setting({"panel"}, "connected", false));
     add("panel.blocked", {}, setting({"panel"}, "blocked", true));
     add("panel.absent", {}, setting({"panel"}, "present", false));
     add_serial_line("panel");
+    add_panel_failures();
     const toml::array* pressed = board_["panel"]["frames"].as_array();
     if (pressed == nullptr || pressed->empty()) return;
     for (const toml::node& node : *pressed) {
@@ -634,7 +660,6 @@ void Enumeration::panel() {
         add("panel.key.dead", {key}, frames(key, removed));
         add("panel.key.unknown", {key}, frames_sent_as(key, "FF 06 20 FF 01 00"));
     }
-    add_panel_failures();
     add("panel.keys.dead", {}, frames("", removed));
     add("panel.cut", {}, frames_sent_as("", "FF 06 20"));
     add("panel.noise", {}, [](toml::table& board) {
@@ -659,7 +684,7 @@ const std::vector<Field> kFields = {
     {"flash_size", {0, 1, 3}},
     {"cpld_date", {0, 0x4DD6, 0xFFFF}},
     {"channels", {0, 1, 2, 8, 15}},
-    {"sata_layout", {0, 1, 4, 5, 6, 7, 11}},
+    {"sata_layout", {0, 1, 4, 5, 6, 7, 10, 11}},
     {"usb_layout", {0, 2}},
     {"panel_type", {0, 1}},
     {"device_type", {0, 1, 2}},
@@ -738,8 +763,12 @@ void Enumeration::calls() {
             if (!word.empty()) place += " " + word;
         for (const std::int64_t nth :
              numbers_between(1, std::min<std::int64_t>(count, kMostFailures)))
-            add("call.fails", {place}, failing(call, false, nth));
-        add("call.fails", {place}, failing(call, true));
+            add("call.fails", {place}, failing(call, nth));
+        // From the last on, what is tried again fails too.
+        for (const std::int64_t nth : std::set<std::int64_t>{1, 3, 8, count})
+            if (nth <= count) add("call.fails", {place}, failing_from(call, nth));
+        if (call.function == "read" || call.function == "write")
+            add("call.fails", {place}, cut_short(call, 2));
     }
 }
 
