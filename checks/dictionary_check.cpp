@@ -742,6 +742,15 @@ TEST(DictionaryCheck, WritesWhatAnEngineerWouldWrite) {
     judgement.plan_sha256 = model.plan.sha256;
     diagnose(model.dictionary, judgement, Evidence{});
     EXPECT_THAT(cause_lines(judgement), HasSubstr("knows no defect that fits"));
+    // What is shown beside it.
+    Symptoms both = symptoms_with(
+        model.simulator, [](toml::table& board) { apply_change(board, "rtc.present = false"); });
+    both.insert(strange.begin(), strange.end());
+    judgement.causes = to_json(causes_of(model.dictionary, both));
+    EXPECT_THAT(cause_lines(judgement),
+                testing::AllOf(HasSubstr(": Clock chip not found. "), HasSubstr("时钟芯片读不到"),
+                               HasSubstr("or 或: "), HasSubstr("explains 能解释: rtc.1."),
+                               HasSubstr("leaves unexplained 未解释: text something")));
     judgement.plan_sha256 = "that of another plan";
     EXPECT_THROW(diagnose(model.dictionary, judgement, Evidence{}), DictionaryError);
 

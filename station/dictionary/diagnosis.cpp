@@ -12,7 +12,6 @@ namespace station {
 namespace {
 
 constexpr double kExact = 0.999;
-constexpr double kExplained = 0.6;        // likeness of a value of the same direction
 constexpr double kLeastFit = 0.3;         // below, a cause is none
 constexpr double kSecondDefect = 0.5;     // two defects at once are rarer than one
 constexpr double kGainOfTwo = 0.15;       // over each of them, for a pair to be worth showing
@@ -277,6 +276,34 @@ std::function<void(Judgement&, const Evidence&)> diagnosis_by(const std::string&
     };
 }
 
+namespace {
+
+constexpr std::size_t kNamesShown = 6;
+
+// A line "WORDS: A, B, C ... (9)"; empty when there is no name.
+std::string names_line(const char* words, const std::vector<std::string>& names) {
+    if (names.empty()) return {};
+    std::string line = std::string("         ") + words + ": ";
+    for (std::size_t i = 0; i < std::min(names.size(), kNamesShown); ++i)
+        line += (i == 0 ? "" : ", ") + names[i];
+    if (names.size() > kNamesShown) line += " ... (" + std::to_string(names.size()) + ")";
+    return line + "\n";
+}
+
+// The titles of defects with an equal signature, each once.
+std::vector<std::string> alternatives_of(const Json& cause) {
+    std::vector<std::string> titles;
+    for (const Json& part : cause.at("defects"))
+        for (const Json& other : part.at("alternatives")) {
+            const Json& title = other.at("title");
+            titles.push_back(title.at("en").get<std::string>() + " "
+                             + title.at("zh").get<std::string>());
+        }
+    return titles;
+}
+
+}  // namespace
+
 std::string cause_lines(const Judgement& judgement) {
     if (judgement.dictionary.is_null() || judgement.verdict == Verdict::pass) return {};
     if (judgement.causes.empty())
@@ -294,7 +321,10 @@ std::string cause_lines(const Judgement& judgement) {
                                           + std::to_string(cause.at("of").get<int>());
         text += "cause " + std::to_string(++number) + " (" + fit + "): " + words("title", "en")
                 + ". " + words("check", "en") + "\n         " + words("title", "zh") + "。"
-                + words("check", "zh") + "\n";
+                + words("check", "zh") + "\n" + names_line("or 或", alternatives_of(cause));
+        if (cause.at("exact")) continue;
+        text += names_line("explains 能解释", cause.at("explains"))
+                + names_line("leaves unexplained 未解释", cause.at("unexplained"));
     }
     return text;
 }
