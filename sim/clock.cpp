@@ -35,7 +35,7 @@ Microseconds end_of_wait(const Actor& actor) {
     Microseconds end = actor.until;
     if (actor.file >= 0) {
         const OpenFile& file = world->files[actor.file];
-        end = std::min(end, device_of(file).ready_at(file, actor.direction));
+        end = std::min(end, file.device->ready_at(file, actor.direction));
     }
     return std::max(end, world->now);
 }
@@ -69,7 +69,7 @@ std::string all_waits() {
 bool is_ready(int place, Direction direction) {
     if (place < 0) return false;
     const OpenFile& file = world->files[place];
-    return device_of(file).ready_at(file, direction) <= world->now;
+    return file.device->ready_at(file, direction) <= world->now;
 }
 
 void wait_for(Microseconds until, int file, Direction direction, bool interruptible) {
@@ -125,7 +125,9 @@ Step next_step() {
         next = {at, static_cast<int>(&actor - world->actors)};
         first = actor.order;
     }
-    const Microseconds board_at = std::min(next_act_at(), next_change_at());
+    Microseconds board_at = next_change_at();
+    for (const Device* device : all_devices())
+        board_at = std::min(board_at, device->acts_at());
     if (board_at <= next.at) next = {std::max(board_at, world->now), -1};
     return next;
 }
@@ -143,7 +145,8 @@ void run_step(const Step& step) {
     world->now = step.at;
     if (step.actor < 0) {
         make_due_changes();
-        act_devices();
+        for (const Device* device : all_devices())
+            if (device->acts_at() <= world->now) device->act();
         return;
     }
     world->running = static_cast<std::int16_t>(step.actor);

@@ -40,7 +40,7 @@ template <class Body>
 long on_file(Call& call, Body body) {
     return call.run([&]() -> long {
         OpenFile* file = call.file();
-        return file == nullptr ? -EBADF : body(*file, device_of(*file));
+        return file == nullptr ? -EBADF : body(*file, *file->device);
     });
 }
 
@@ -67,7 +67,7 @@ int select_one(const char* function, int fd, Direction direction, timeval* remai
 int control(int fd, std::uint32_t request, Argument argument) {
     Call call("ioctl", Fd{fd}, argument.value, request);
     const OpenFile* const open = call.file();
-    if (open != nullptr) call.sent(argument.block, device_of(*open).sent_size(request));
+    if (open != nullptr) call.sent(argument.block, open->device->sent_size(request));
     return static_cast<int>(on_file(call, [&](OpenFile& file, const Device& device) {
         const long result = device.ioctl(file, request, argument);
         call.got(argument.answer.data(), argument.answer.size());

@@ -48,7 +48,7 @@ void set_state(Process& process, Process::State state) {
 }
 
 void release(OpenFile& file) {
-    if (--file.users == 0) device_of(file).close(file.index);
+    if (--file.users == 0) file.device->close(file.index);
 }
 
 }  // namespace
@@ -148,8 +148,7 @@ long new_descriptor(const Device& device, int index, std::string_view path) {
     auto* const closed = std::find(std::begin(process.files), std::end(process.files), -1);
     if (closed == std::end(process.files)) return -EMFILE;
     OpenFile& file = free_slot(world->files, "open files");
-    file = {static_cast<std::uint8_t>(row_of(device)), static_cast<std::int16_t>(index), 1,
-            keep(path), 0};
+    file = {&device, static_cast<std::int16_t>(index), 1, keep(path), 0};
     *closed = static_cast<std::int16_t>(&file - world->files);
     return closed - process.files;
 }

@@ -45,10 +45,10 @@ struct Process {
 };
 
 struct OpenFile {
-    std::uint8_t device;  // row of the device table
-    std::int16_t index;   // which one of its kind
-    std::int16_t users;   // descriptors that refer to it; 0 = free
-    std::uint32_t path;   // in the text arena
+    const Device* device;  // of the device table
+    std::int16_t index;    // which one of its kind
+    std::int16_t users;    // descriptors that refer to it; 0 = free
+    std::uint32_t path;    // in the text arena
     std::int64_t offset;
 
     bool is_used() const { return users > 0; }

@@ -94,7 +94,8 @@ class Run {
         start_first_process();
         start_changes(description);
         if (description.faults.size() > kMostFaults) stop_here("more than %zu faults", kMostFaults);
-        start_devices();
+        for (const Device* device : all_devices())
+            device->start();
         if (world->stopped) throw std::length_error(world->stop_reason);
         ::prctl(PR_SET_CHILD_SUBREAPER, 1);
         const pid_t pid = ::fork();

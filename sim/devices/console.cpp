@@ -55,8 +55,7 @@ class Console final : public Device {
     void start() const override {
         world->console.typed_interrupt = kNever;
         for (std::int16_t fd = 0; fd < 3; ++fd) {
-            world->files[fd] = {static_cast<std::uint8_t>(row_of(*this)), fd, 1, keep("console"),
-                                0};
+            world->files[fd] = {this, fd, 1, keep("console"), 0};
             world->processes[0].files[fd] = fd;
         }
         for (const TypedLine& line : scenario->person.lines) {

@@ -27,7 +27,8 @@ Change to_change(const Node& node, const Board& board, const std::string& folder
         Change ignored;
         Keys keys(&node, folder, Moment::later);
         describe(keys, ignored);
-        describe_devices(keys, changed);
+        for (const Device* device : all_devices())
+            device->describe(keys, changed);
         keys.finish();
     };
     Board tried = board;
@@ -57,7 +58,8 @@ void describe_run(Keys& keys, Board& board) {
     keys.key("kernel_release", board.kernel_release, "release of the running kernel", {0, 64});
     keys.key("end", board.end, "second of virtual time after which the run is stopped");
     keys.key("root", board.root, "q7 can become the super-user");
-    describe_devices(keys, board);
+    for (const Device* device : all_devices())
+        device->describe(keys, board);
     keys.list("faults", board.faults, describe, kMostFaults);
     describe_changes(keys, board);
     keys.table("expect", [&](Keys& sub) { describe(sub, board.expect.emplace()); });
