@@ -15,7 +15,7 @@
 
 namespace sim {
 
-struct Board : Devices::Descriptions {
+struct Board : Descriptions {
     std::string file;  // that describes it, without its bases; empty for a built-in board
     std::string story;
     std::string time_zone = "UTC";

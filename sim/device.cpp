@@ -1,23 +1,11 @@
 #include "sim/device.h"
 
-#include <array>
 #include <cstring>
 
 #include "sim/devices/table.h"
 #include "sim/world.h"
 
 namespace sim {
-namespace {
-
-template <class... Row>
-std::array<const Device*, sizeof...(Row)> devices_of(DeviceTable<Row...>) {
-    return {&Row::device...};
-}
-
-const auto kDevices = devices_of(Devices{});
-
-}  // namespace
-
 long Argument::write(const void* bytes, std::size_t size) {
     std::memcpy(block, bytes, size);
     answer = {reinterpret_cast<const char*>(block), size};

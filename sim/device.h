@@ -21,12 +21,6 @@ namespace sim {
 class Keys;
 struct Board;
 
-// What a row of the device table (sim/devices/table.h) names besides the device itself.
-struct DeviceRow {
-    struct Described {};  // members that the device adds to the board
-    struct State {};      // members that it adds to the world
-};
-
 struct Argument {  // of an ioctl: by value, or a block
     std::uint32_t value;
     std::uint8_t* block;

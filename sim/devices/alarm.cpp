@@ -34,8 +34,7 @@ void describe_alarm(Keys& keys, Alarm& alarm) {
     keys.key("dead", alarm.dead, "inputs that are never active", {1, 16});
 }
 
-class AlarmPort final : public Device {
-  public:
+struct AlarmPort final : Device {
     void describe(Keys& keys, Board& board) const override {
         keys.table("alarm", board.alarm, describe_alarm);
     }
@@ -48,11 +47,9 @@ class AlarmPort final : public Device {
     }
 };
 
-const AlarmPort alarm_port;
-
 }  // namespace
 
-const Device& AlarmRow::device = alarm_port;
+const Device& alarm_device = AlarmPort{};
 
 void drive_alarm_outputs(std::uint32_t mask) {
     world->alarm.outputs = mask;

@@ -18,15 +18,7 @@ struct AlarmState {
     std::uint32_t outputs;  // as last written
 };
 
-struct AlarmRow : DeviceRow {
-    struct Described {
-        Alarm alarm;
-    };
-    struct State {
-        AlarmState alarm;
-    };
-    static const Device& device;
-};
+extern const Device& alarm_device;
 
 // What a write to the control device does.
 void drive_alarm_outputs(std::uint32_t mask);

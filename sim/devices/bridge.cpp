@@ -175,8 +175,7 @@ void describe_bridge(Keys& keys, Bridge& bridge) {
              "a file of this machine for the flash as the run leaves it");
 }
 
-class Bridges final : public Device {
-  public:
+struct Bridges final : Device {
     void describe(Keys& keys, Board& board) const override {
         keys.named("bridges", kNames, board.bridges, describe_bridge);
     }
@@ -203,11 +202,9 @@ class Bridges final : public Device {
     }
 };
 
-const Bridges bridges;
-
 }  // namespace
 
-const Device& BridgeRow::device = bridges;
+const Device& bridge_device = Bridges{};
 
 std::string firmware_image(std::uint32_t size) {
     std::string image(size, '\0');

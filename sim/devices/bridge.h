@@ -51,15 +51,7 @@ struct BridgeState {
     std::uint32_t resets, programmed_words;
 };
 
-struct BridgeRow : DeviceRow {
-    struct Described {
-        std::map<std::string, Bridge> bridges;
-    };
-    struct State {
-        BridgeState bridges[kMostBridges];
-    };
-    static const Device& device;
-};
+extern const Device& bridge_device;
 
 // The pass-through request: one register block, in and out.
 constexpr std::size_t kRegisterBlock = 16;

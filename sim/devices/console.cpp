@@ -46,8 +46,7 @@ void describe_operator(Keys& keys, Operator& person) {
         throw ScenarioError(keys.place_of("interrupts") + ": interrupts takes ascending times");
 }
 
-class Console final : public Device {
-  public:
+struct Console final : Device {
     void describe(Keys& keys, Board& board) const override {
         keys.table("operator", board.person, describe_operator);
     }
@@ -99,11 +98,9 @@ class Console final : public Device {
     }
 };
 
-const Console console;
-
 }  // namespace
 
-const Device& ConsoleRow::device = console;
+const Device& console_device = Console{};
 
 void type_line(std::string_view text) { add_input(world->now, text); }
 void type_interrupt() { world->console.typed_interrupt = world->now; }

@@ -35,15 +35,7 @@ struct ConsoleState {
     Microseconds typed_interrupt;  // by the person in front of q7-sim; kNever = none
 };
 
-struct ConsoleRow : DeviceRow {
-    struct Described {
-        Operator person;
-    };
-    struct State {
-        ConsoleState console;
-    };
-    static const Device& device;
-};
+extern const Device& console_device;
 
 // Adds what the operator types at the present instant; empty = end of input.
 void type_line(std::string_view text);

@@ -74,8 +74,7 @@ void describe_control(Keys& keys, ControlDevice& control) {
              "control lines that something outside drives high; it drives the others low");
 }
 
-class ControlNode final : public Device {
-  public:
+struct ControlNode final : Device {
     void describe(Keys& keys, Board& board) const override {
         keys.table("control", board.control, describe_control);
     }
@@ -135,10 +134,8 @@ class ControlNode final : public Device {
     }
 };
 
-const ControlNode control_node;
-
 }  // namespace
 
-const Device& ControlRow::device = control_node;
+const Device& control_device = ControlNode{};
 
 }  // namespace sim

@@ -7,17 +7,15 @@
 namespace sim {
 namespace {
 
-class Directory final : public Device {};
-
-const Directory directory;
+struct Directory final : Device {};
 
 }  // namespace
 
-const Device& DirectoryRow::device = directory;
+const Device& directory_device = Directory{};
 
 long open_directory(std::string_view path) {
     if (path != "/dev") return -ENOENT;
-    return new_descriptor(directory, 0, path);
+    return new_descriptor(directory_device, 0, path);
 }
 
 const char* next_entry(OpenFile& open) {

@@ -7,9 +7,7 @@
 
 namespace sim {
 
-struct DirectoryRow : DeviceRow {
-    static const Device& device;
-};
+extern const Device& directory_device;
 
 // Results as of a Device.
 long open_directory(std::string_view path);

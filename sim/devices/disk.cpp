@@ -81,8 +81,7 @@ void describe_disk(Keys& keys, Disk& disk, const std::map<std::string, Bridge>& 
     keys.key("bridge", bridge_of(bridges, disk), "bridge that it lies behind; \"\" = none");
 }
 
-class DiskNodes final : public Device {
-  public:
+struct DiskNodes final : Device {
     void describe(Keys& keys, Board& board) const override {
         keys.named("disks", kNames, board.disks,
                    [&](Keys& sub, Disk& disk) { describe_disk(sub, disk, board.bridges); });
@@ -129,10 +128,8 @@ class DiskNodes final : public Device {
     }
 };
 
-const DiskNodes disks;
-
 }  // namespace
 
-const Device& DiskRow::device = disks;
+const Device& disk_device = DiskNodes{};
 
 }  // namespace sim

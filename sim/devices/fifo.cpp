@@ -52,8 +52,7 @@ void describe_fifo(Keys& keys, FifoReader& fifo) {
     keys.key("unread", fifo.unread, "bytes that lie in the pipe when it does not", {0, 65'536});
 }
 
-class Fifo final : public Device {
-  public:
+struct Fifo final : Device {
     void describe(Keys& keys, Board& board) const override {
         keys.table("fifo", board.fifo, describe_fifo);
     }
@@ -82,11 +81,9 @@ class Fifo final : public Device {
     }
 };
 
-const Fifo report_fifo;
-
 }  // namespace
 
-const Device& FifoRow::device = report_fifo;
+const Device& fifo_device = Fifo{};
 
 void use_host_fifo(int fd) { host_fifo = fd; }
 

@@ -17,15 +17,7 @@ struct ReportFifo {
     std::uint32_t pages, last_page;  // in use, while nobody reads; bytes in the last of them
 };
 
-struct FifoRow : DeviceRow {
-    struct Described {
-        FifoReader fifo;
-    };
-    struct State {
-        ReportFifo fifo;
-    };
-    static const Device& device;
-};
+extern const Device& fifo_device;
 
 // Sends the records to this FIFO of the host, which is open for writing; -1 = none.
 void use_host_fifo(int fd);

@@ -36,8 +36,7 @@ void describe_file(Keys& keys, FileContent& file) {
              {-1, kMostFileBytes});
 }
 
-class Files final : public Device {
-  public:
+struct Files final : Device {
     void describe(Keys& keys, Board& board) const override {
         keys.named("files", kPaths, board.files, describe_file);
     }
@@ -70,14 +69,12 @@ class Files final : public Device {
     }
 };
 
-const Files files;
-
 }  // namespace
 
-const Device& FilesRow::device = files;
+const Device& file_device = Files{};
 
 long remove_file(const char* path) {
-    const int index = files.find(path);
+    const int index = file_device.find(path);
     if (index < 0) return -ENOENT;
     world->tree[index].removed = true;
     return 0;

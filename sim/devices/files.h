@@ -22,15 +22,7 @@ struct File {
     bool removed;  // by the product
 };
 
-struct FilesRow : DeviceRow {
-    struct Described {
-        std::map<std::string, FileContent> files;
-    };
-    struct State {
-        File tree[kMostFiles];
-    };
-    static const Device& device;
-};
+extern const Device& file_device;
 
 long remove_file(const char* path);  // result as of a Device
 

@@ -55,8 +55,7 @@ long answer(const Link& link, void* query, Argument& argument) {
     }
 }
 
-class Socket final : public Device {
-  public:
+struct Socket final : Device {
     void describe(Keys& keys, Board& board) const override {
         keys.named("ports", kNames, board.ports, describe_port);
     }
@@ -81,16 +80,14 @@ class Socket final : public Device {
     }
 };
 
-const Socket socket;
-
 }  // namespace
 
-const Device& NetworkRow::device = socket;
+const Device& network_device = Socket{};
 
 long open_socket(int domain, int type, int protocol) {
     if (domain != AF_INET) return -EAFNOSUPPORT;
     if (type != SOCK_DGRAM || protocol != 0) return -EPROTONOSUPPORT;
-    return new_descriptor(socket, 0, "socket");
+    return new_descriptor(network_device, 0, "socket");
 }
 
 }  // namespace sim

@@ -5,8 +5,6 @@
 
 namespace sim {
 
-struct NullRow : DeviceRow {
-    static const Device& device;
-};
+extern const Device& null_device;
 
 }  // namespace sim

@@ -92,8 +92,7 @@ void describe_panel(Keys& keys, Panel& panel) {
     refuse_descending(keys, "frames", panel.frames);
 }
 
-class FrontPanel final : public Device {
-  public:
+struct FrontPanel final : Device {
     void describe(Keys& keys, Board& board) const override {
         keys.table("panel", board.panel, describe_panel);
     }
@@ -110,11 +109,9 @@ class FrontPanel final : public Device {
     }
 };
 
-const FrontPanel front_panel;
-
 }  // namespace
 
-const Device& PanelRow::device = front_panel;
+const Device& panel_device = FrontPanel{};
 
 std::string key_frame(const std::string& key, bool pressed) {
     const auto* const found = std::find(std::begin(kKeys), std::end(kKeys), key);

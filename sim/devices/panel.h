@@ -33,15 +33,7 @@ struct PanelState {
     std::uint32_t sent;                             // of the scenario's frames
 };
 
-struct PanelRow : DeviceRow {
-    struct Described {
-        Panel panel;
-    };
-    struct State {
-        PanelState panel;
-    };
-    static const Device& device;
-};
+extern const Device& panel_device;
 
 void press_key(const std::string& key);  // by its name, at the present instant
 void panel_receives(std::string_view bytes);

@@ -21,8 +21,7 @@ constexpr int kReading = 0, kWriting = 1;
 // An open file's index is 2 * pipe + end.
 Pipe& pipe_of(int index) { return world->pipes[index / 2]; }
 
-class Pipes final : public Device {
-  public:
+struct Pipes final : Device {
     void close(int index) const override { pipe_of(index).open[index % 2] = false; }
 
     long read(OpenFile& file, void* data, std::size_t size) const override {
@@ -56,11 +55,9 @@ class Pipes final : public Device {
     }
 };
 
-const Pipes pipes;
-
 }  // namespace
 
-const Device& PipeRow::device = pipes;
+const Device& pipe_device = Pipes{};
 
 long open_pipe(int ends[2], int flags) {
     if (flags != O_NONBLOCK) return -EINVAL;
@@ -68,9 +65,9 @@ long open_pipe(int ends[2], int flags) {
                                     [](const Pipe& each) { return !each.is_used(); });
     if (pipe == std::end(world->pipes)) stop_here("more than %zu pipes", std::size(world->pipes));
     const auto index = static_cast<int>(2 * (pipe - world->pipes));
-    const long reading = new_descriptor(pipes, index + kReading, "pipe");
+    const long reading = new_descriptor(pipe_device, index + kReading, "pipe");
     if (reading < 0) return reading;
-    const long writing = new_descriptor(pipes, index + kWriting, "pipe");
+    const long writing = new_descriptor(pipe_device, index + kWriting, "pipe");
     if (writing < 0) {
         close_descriptor(static_cast<int>(reading));
         return writing;

@@ -15,12 +15,7 @@ struct Pipe {
     bool is_used() const { return open[0] || open[1]; }
 };
 
-struct PipeRow : DeviceRow {
-    struct State {
-        Pipe pipes[64];
-    };
-    static const Device& device;
-};
+extern const Device& pipe_device;
 
 long open_pipe(int ends[2], int flags);  // result as of a Device
 

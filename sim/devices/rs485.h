@@ -25,15 +25,7 @@ struct FixtureState {
     std::uint32_t bytes, pieces;       // so far
 };
 
-struct Rs485Row : DeviceRow {
-    struct Described {
-        Rs485 rs485;
-    };
-    struct State {
-        FixtureState rs485;
-    };
-    static const Device& device;
-};
+extern const Device& rs485_device;
 
 // Receives what the product sent, whose first byte is complete at this time.
 void fixture_receives(std::string_view bytes, Microseconds at);

@@ -23,8 +23,7 @@ void describe_rtc(Keys& keys, Rtc& rtc) {
     keys.key("isdst", rtc.isdst, "daylight-saving flag that its driver leaves");
 }
 
-class RtcNode final : public Device {
-  public:
+struct RtcNode final : Device {
     void describe(Keys& keys, Board& board) const override {
         keys.table("rtc", board.rtc, describe_rtc);
     }
@@ -52,10 +51,8 @@ class RtcNode final : public Device {
     }
 };
 
-const RtcNode rtc_node;
-
 }  // namespace
 
-const Device& RtcRow::device = rtc_node;
+const Device& rtc_device = RtcNode{};
 
 }  // namespace sim

@@ -30,8 +30,7 @@ Microseconds has_room_at(const SerialLine& line) {
     return line.sent_until - (kSendBuffer - 1) * kByteTime;
 }
 
-class SerialNode final : public Device {
-  public:
+struct SerialNode final : Device {
     void start() const override {
         for (const int line : {kRs485Line, kPanelLine}) {
             termios& attributes = world->lines[line].attributes;
@@ -95,11 +94,9 @@ class SerialNode final : public Device {
     }
 };
 
-const SerialNode serial;
-
 }  // namespace
 
-const Device& SerialRow::device = serial;
+const Device& serial_device = SerialNode{};
 
 bool is_set_up(int line) {
     const termios& attributes = world->lines[line].attributes;

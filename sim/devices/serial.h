@@ -46,11 +46,6 @@ struct SerialLine {
     Queue<ArrivingByte, 1 << 17> arriving;
 };
 
-struct SerialRow : DeviceRow {
-    struct State {
-        SerialLine lines[2];
-    };
-    static const Device& device;
-};
+extern const Device& serial_device;
 
 }  // namespace sim

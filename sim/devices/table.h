@@ -1,6 +1,6 @@
-// The devices of the board: whoever adds one adds its pair of files, a row here, and its source to
-// CMakeLists.txt. They stand in the order of their sections in `q7-sim --keys`, and of their nodes
-// in /dev.
+// The devices of the board: what a scenario says of each, its state, its behaviour. Whoever adds one
+// adds its pair of files, its rows here, and its source to CMakeLists.txt. They stand in the order of
+// their sections in `q7-sim --keys`, and of their nodes in /dev.
 #pragma once
 
 #include "sim/devices/alarm.h"
@@ -23,36 +23,56 @@
 
 namespace sim {
 
-// Joins the members that the devices add. Each has its own base class, as a device may add none.
-template <class... Row>
-class DeviceTable {
-    template <class R>
-    struct Described : R::Described {};
-    template <class R>
-    struct State : R::State {};
-
-  public:
-    struct Descriptions : Described<Row>... {};
-    struct States : State<Row>... {};
+struct Descriptions {  // members of the board
+    std::map<std::string, std::uint32_t> hardware = preset_hardware();
+    ControlDevice control;
+    FifoReader fifo;
+    Panel panel;
+    Rs485 rs485;
+    Alarm alarm;
+    Rtc rtc;
+    std::map<std::string, NetworkPort> ports;
+    Usb usb;
+    std::map<std::string, Bridge> bridges;
+    std::map<std::string, Disk> disks;
+    std::map<std::string, FileContent> files;
+    Operator person;
 };
 
-using Devices = DeviceTable<  //
-    HardwareRow,              // what the control device says of the board
-    ControlRow,               // /dev/zebio
-    FifoRow,                  // /var/q7.fifo
-    PanelRow,                 // on /dev/ttyS2
-    Rs485Row,                 // on /dev/ttyS0
-    AlarmRow,                 // behind the control device
-    SerialRow,                // /dev/ttyS0, /dev/ttyS2
-    RtcRow,                   // /dev/rtc
-    NetworkRow,               // sockets
-    UsbRow,                   // /dev/ms*, /dev/input, /sys/bus/usb/devices, /mnt
-    BridgeRow,                // behind disks
-    DiskRow,                  // /dev/sd*, /dev/esd*, /dev/sas*
-    FilesRow,                 // regular files
-    ConsoleRow,               // standard streams
-    DirectoryRow,             // /dev itself
-    PipeRow,                  // pipes
-    NullRow>;                 // /dev/null
+struct States {  // members of the world
+    Control control;
+    ReportFifo fifo;
+    PanelState panel;
+    FixtureState rs485;
+    AlarmState alarm;
+    SerialLine lines[2];
+    RtcState rtc;
+    std::uint32_t net_port;
+    UsbState usb;
+    BridgeState bridges[kMostBridges];
+    File tree[kMostFiles];
+    ConsoleState console;
+    Pipe pipes[64];
+};
+
+inline const Device* const kDevices[] = {
+    &hardware_device,   // what the control device says of the board
+    &control_device,    // /dev/zebio
+    &fifo_device,       // /var/q7.fifo
+    &panel_device,      // on /dev/ttyS2
+    &rs485_device,      // on /dev/ttyS0
+    &alarm_device,      // behind the control device
+    &serial_device,     // /dev/ttyS0, /dev/ttyS2
+    &rtc_device,        // /dev/rtc
+    &network_device,    // sockets
+    &usb_device,        // /dev/ms*, /dev/input, /sys/bus/usb/devices, /mnt
+    &bridge_device,     // behind disks
+    &disk_device,       // /dev/sd*, /dev/esd*, /dev/sas*
+    &file_device,       // regular files
+    &console_device,    // standard streams
+    &directory_device,  // /dev itself
+    &pipe_device,       // pipes
+    &null_device,       // /dev/null
+};
 
 }  // namespace sim

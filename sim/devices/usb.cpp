@@ -88,8 +88,7 @@ void describe_usb(Keys& keys, Usb& usb) {
              "free blocks, of 1 KiB, of the file system that holds /mnt");
 }
 
-class UsbNodes final : public Device {
-  public:
+struct UsbNodes final : Device {
     void describe(Keys& keys, Board& board) const override {
         keys.table("usb", board.usb, describe_usb);
     }
@@ -127,11 +126,9 @@ class UsbNodes final : public Device {
     }
 };
 
-const UsbNodes usb_nodes;
-
 }  // namespace
 
-const Device& UsbRow::device = usb_nodes;
+const Device& usb_device = UsbNodes{};
 
 long make_directory(std::string_view path) {
     if (path.substr(0, 5) != "/mnt/") return -ENOENT;

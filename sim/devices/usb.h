@@ -48,15 +48,7 @@ struct UsbState {
     MountPoint points[32];
 };
 
-struct UsbRow : DeviceRow {
-    struct Described {
-        Usb usb;
-    };
-    struct State {
-        UsbState usb;
-    };
-    static const Device& device;
-};
+extern const Device& usb_device;
 
 // Directories and mount points. Results as of a Device.
 long make_directory(std::string_view path);
