@@ -84,9 +84,7 @@ struct ControlNode final : Device {
         world->control.watchdog_expires = kNever;
     }
 
-    int find(std::string_view path) const override {
-        return scenario->control.present && path == "/dev/zebio" ? 0 : -1;
-    }
+    Paths paths() const override { return {scenario->control.present ? "/dev/zebio" : ""}; }
 
     Microseconds acts_at() const override { return world->control.watchdog_expires; }
 
@@ -95,10 +93,6 @@ struct ControlNode final : Device {
         note("watchdog", "expired: the board restarts");
         world->restarted = true;
         stop_run("the watchdog restarted the board in the middle of the run");
-    }
-
-    void list(std::vector<std::string>& names) const override {
-        if (scenario->control.present) names.push_back("zebio");
     }
 
     long write(OpenFile&, const void* data, std::size_t size) const override {

@@ -20,7 +20,7 @@ constexpr std::uint32_t kPassThrough = 0x197B;
 constexpr std::size_t kRegisters = 4;  // of a drive command, before its data
 constexpr Names kNames{"NODE", "sd[a-z] esd[a-z] sas*"};
 
-const Disk& disk_at(int index) { return std::next(scenario->disks.begin(), index)->second; }
+const Disk& disk_at(int index) { return std::next(scenario->disks.rbegin(), index)->second; }
 
 // ATA strings are padded with blanks, and the two bytes of each word are swapped.
 void put_string(std::uint8_t* words, const std::string& text, std::size_t size) {
@@ -87,21 +87,10 @@ struct DiskNodes final : Device {
                    [&](Keys& sub, Disk& disk) { describe_disk(sub, disk, board.bridges); });
     }
 
-    int find(std::string_view path) const override {
-        int index = 0;
-        for (const auto& [name, disk] : scenario->disks) {
-            if (disk.present && path == "/dev/" + name) return index;
-            ++index;
-        }
-        return -1;
-    }
-
-    void list(std::vector<std::string>& names) const override {
-        // The newest node first.
-        const auto& disks = scenario->disks;
-        for (auto disk = disks.rbegin(); disk != disks.rend(); ++disk) {
-            if (disk->second.present) names.push_back(disk->first);
-        }
+    Paths paths() const override {
+        Paths paths = paths_of("/dev/", scenario->disks);
+        std::reverse(paths.begin(), paths.end());  // the newest node first
+        return paths;
     }
 
     long ioctl(OpenFile& file, std::uint32_t request, Argument& argument) const override {

@@ -30,13 +30,7 @@ struct RtcNode final : Device {
 
     void before_change() const override { world->rtc = {counted_s(), world->now}; }
 
-    int find(std::string_view path) const override {
-        return scenario->rtc.present && path == "/dev/rtc" ? 0 : -1;
-    }
-
-    void list(std::vector<std::string>& names) const override {
-        if (scenario->rtc.present) names.push_back("rtc");
-    }
+    Paths paths() const override { return {scenario->rtc.present ? "/dev/rtc" : ""}; }
 
     long ioctl(OpenFile&, std::uint32_t request, Argument& argument) const override {
         if (request != kReadTime) return -ENOTTY;

@@ -43,15 +43,9 @@ struct SerialNode final : Device {
         }
     }
 
-    int find(std::string_view path) const override {
-        if (path == "/dev/ttyS0" && port(kRs485Line).present) return kRs485Line;
-        if (path == "/dev/ttyS2" && port(kPanelLine).present) return kPanelLine;
-        return -1;
-    }
-
-    void list(std::vector<std::string>& names) const override {
-        if (port(kRs485Line).present) names.push_back("ttyS0");
-        if (port(kPanelLine).present) names.push_back("ttyS2");
+    Paths paths() const override {
+        return {port(kRs485Line).present ? "/dev/ttyS0" : "",
+                port(kPanelLine).present ? "/dev/ttyS2" : ""};
     }
 
     termios* attributes(int line) const override { return &world->lines[line].attributes; }

@@ -7,13 +7,11 @@
 #include "sim/devices/bridge.h"
 #include "sim/devices/console.h"
 #include "sim/devices/control.h"
-#include "sim/devices/directory.h"
 #include "sim/devices/disk.h"
 #include "sim/devices/fifo.h"
 #include "sim/devices/files.h"
 #include "sim/devices/hardware.h"
 #include "sim/devices/network.h"
-#include "sim/devices/null.h"
 #include "sim/devices/panel.h"
 #include "sim/devices/pipe.h"
 #include "sim/devices/rs485.h"
@@ -50,29 +48,27 @@ struct States {  // members of the world
     std::uint32_t net_port;
     UsbState usb;
     BridgeState bridges[kMostBridges];
-    File tree[kMostFiles];
+    bool removed[kMostFiles];  // files, by the product
     ConsoleState console;
     Pipe pipes[64];
 };
 
 inline const Device* const kDevices[] = {
-    &hardware_device,   // what the control device says of the board
-    &control_device,    // /dev/zebio
-    &fifo_device,       // /var/q7.fifo
-    &panel_device,      // on /dev/ttyS2
-    &rs485_device,      // on /dev/ttyS0
-    &alarm_device,      // behind the control device
-    &serial_device,     // /dev/ttyS0, /dev/ttyS2
-    &rtc_device,        // /dev/rtc
-    &network_device,    // sockets
-    &usb_device,        // /dev/ms*, /dev/input, /sys/bus/usb/devices, /mnt
-    &bridge_device,     // behind disks
-    &disk_device,       // /dev/sd*, /dev/esd*, /dev/sas*
-    &file_device,       // regular files
-    &console_device,    // standard streams
-    &directory_device,  // /dev itself
-    &pipe_device,       // pipes
-    &null_device,       // /dev/null
+    &hardware_device,  // what the control device says of the board
+    &control_device,   // /dev/zebio
+    &fifo_device,      // /var/q7.fifo
+    &panel_device,     // on /dev/ttyS2
+    &rs485_device,     // on /dev/ttyS0
+    &alarm_device,     // behind the control device
+    &serial_device,    // /dev/ttyS0, /dev/ttyS2
+    &rtc_device,       // /dev/rtc
+    &network_device,   // sockets
+    &usb_device,       // /dev/ms*, /dev/input, /sys/bus/usb/devices, /mnt
+    &bridge_device,    // behind disks
+    &disk_device,      // /dev/sd*, /dev/esd*, /dev/sas*
+    &file_device,      // regular files, /dev, /dev/null
+    &console_device,   // standard streams
+    &pipe_device,      // pipes
 };
 
 }  // namespace sim

@@ -7,6 +7,7 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <iterator>
 
@@ -17,23 +18,8 @@
 namespace sim {
 namespace {
 
-constexpr int kFirstMouse = 1000, kFirstDevice = 2000;
-constexpr std::string_view kMouse = "/dev/input/mouse";
-constexpr std::string_view kMnt = "/mnt/";
-constexpr std::string_view kTree = "/sys/bus/usb/devices/";
-
-// The place of the present item of this name; -1 = none.
-template <class Item>
-int place_of(const std::map<std::string, Item>& items, std::string_view name) {
-    const auto found = items.find(std::string(name));
-    if (found == items.end() || !found->second.present) return -1;
-    return static_cast<int>(std::distance(items.begin(), found));
-}
-
-int disk_at(std::string_view path) {
-    constexpr std::string_view kFolder = "/dev/";
-    return path.starts_with(kFolder) ? place_of(scenario->usb.disks, path.substr(kFolder.size()))
-                                     : -1;
+int disk_at(std::string_view node) {
+    return index_of(paths_of("/dev/", scenario->usb.disks), node);
 }
 
 const UsbDisk& disk(int place) { return std::next(scenario->usb.disks.begin(), place)->second; }
@@ -103,26 +89,16 @@ struct UsbNodes final : Device {
             point_at(path)->is_file = true;
         for (const std::string& path : described.mounted)
             point_at(path)->disk =
-                static_cast<std::int16_t>(place_of(described.disks, path.substr(kMnt.size())));
+                static_cast<std::int16_t>(index_of(paths_of("/mnt/", described.disks), path));
     }
 
-    int find(std::string_view path) const override {
-        if (path.substr(0, kMouse.size()) == kMouse && path.size() == kMouse.size() + 1) {
-            const int number = path.back() - '0';
-            return number >= 0 && number < static_cast<int>(scenario->usb.mice)
-                       ? kFirstMouse + number
-                       : -1;
-        }
-        if (path.substr(0, kTree.size()) == kTree) {
-            const int place = place_of(scenario->usb.devices, path.substr(kTree.size()));
-            return place < 0 ? -1 : kFirstDevice + place;
-        }
-        return disk_at(path);
-    }
-
-    void list(std::vector<std::string>& names) const override {
-        for (const auto& [node, stick] : scenario->usb.disks)
-            if (stick.present) names.push_back(node);
+    Paths paths() const override {
+        Paths paths = paths_of("/dev/", scenario->usb.disks);
+        std::ranges::copy(paths_of("/sys/bus/usb/devices/", scenario->usb.devices),
+                          std::back_inserter(paths));
+        for (std::uint32_t i = 0; i < scenario->usb.mice; ++i)
+            paths.push_back("/dev/input/mouse" + std::to_string(i));
+        return paths;
     }
 };
 
@@ -131,7 +107,7 @@ struct UsbNodes final : Device {
 const Device& usb_device = UsbNodes{};
 
 long make_directory(std::string_view path) {
-    if (path.substr(0, 5) != "/mnt/") return -ENOENT;
+    if (!path.starts_with("/mnt/")) return -ENOENT;
     if (point_at(path) != nullptr) return -EEXIST;
     for (MountPoint& point : world->usb.points) {
         if (point.path != 0) continue;
