@@ -17,7 +17,7 @@ namespace {
 
 void add_input(Microseconds at, std::string_view text) {
     auto& queue = world->console.typed;
-    if (queue.is_full()) {
+    if (queue.room() == 0) {
         stop_run("more than %zu lines typed and not read", std::size(queue.items));
         return;
     }

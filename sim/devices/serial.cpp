@@ -105,7 +105,7 @@ bool is_set_up(int line) {
 void enqueue(int number, std::uint8_t byte, Microseconds at, std::uint32_t group_size) {
     SerialLine& line = world->lines[number];
     auto& queue = line.arriving;
-    if (queue.is_full()) stop_here("more than %zu bytes on a serial line", std::size(queue.items));
+    if (queue.room() == 0) stop_here("more than %zu bytes on a serial line", std::size(queue.items));
     at = std::max(at, line.received_until + kByteTime);
     const bool after_a_gap = at > line.received_until + 4 * kByteTime;
     if (after_a_gap || line.group >= group_size) line.group = 0;

@@ -8,7 +8,6 @@
 #include "sim/devices/console.h"
 #include "sim/devices/control.h"
 #include "sim/devices/disk.h"
-#include "sim/devices/fifo.h"
 #include "sim/devices/files.h"
 #include "sim/devices/hardware.h"
 #include "sim/devices/network.h"
@@ -39,7 +38,7 @@ struct Descriptions {  // members of the board
 
 struct States {  // members of the world
     Control control;
-    ReportFifo fifo;
+    std::uint32_t fifo_used;  // bytes, to the end of the last record
     PanelState panel;
     FixtureState rs485;
     AlarmState alarm;
