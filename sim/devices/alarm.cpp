@@ -5,6 +5,14 @@
 #include "sim/world.h"
 
 namespace sim {
+
+static void describe(Keys& keys, Alarm& alarm) {
+    keys.key("wiring", alarm.wiring, "inputs that each alarm output drives", {1, 16});
+    if (alarm.wiring.size() > 32) keys.refuse("wiring", "more than 32 outputs", 32);
+    keys.key("stuck", alarm.stuck, "inputs that are always active", {1, 16});
+    keys.key("dead", alarm.dead, "inputs that are never active", {1, 16});
+}
+
 namespace {
 
 constexpr std::uint32_t kStart = 0x40026B91;
@@ -26,17 +34,8 @@ std::uint16_t active_inputs() {
     return static_cast<std::uint16_t>(inputs & ~mask_of(alarm.dead));
 }
 
-void describe_alarm(Keys& keys, Alarm& alarm) {
-    keys.key("wiring", alarm.wiring, "inputs that each alarm output drives", {1, 16});
-    if (alarm.wiring.size() > 32) keys.refuse("wiring", "more than 32 outputs", 32);
-    keys.key("stuck", alarm.stuck, "inputs that are always active", {1, 16});
-    keys.key("dead", alarm.dead, "inputs that are never active", {1, 16});
-}
-
 struct AlarmPort final : Device {
-    void describe(Keys& keys, Board& board) const override {
-        keys.table("alarm", board.alarm, describe_alarm);
-    }
+    void describe(Keys& keys, Board& board) const override { keys.table("alarm", board.alarm); }
 
     long control(std::uint32_t request, Argument& argument) const override {
         if (request == kStart) return 0;

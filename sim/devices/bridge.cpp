@@ -21,6 +21,42 @@
 #include "sim/world.h"
 
 namespace sim {
+
+static void describe(Keys& keys, Bridge& bridge) {
+    keys.start_only({"flash", "from", "image", "protection", "save"});
+    keys.key("presence", bridge.registers.at(0xFC00), "register 0xFC00; 0x8F or 0xF8 = it answers");
+    keys.key("revision", bridge.registers.at(0xFC03), "register 0xFC03");
+    keys.key("bonding_high", bridge.registers.at(0xFAFD), "register 0xFAFD");
+    keys.key("bonding_low", bridge.registers.at(0xFAFC), "register 0xFAFC");
+    keys.key("reset_selector", bridge.reset_selector, "selector that resets it: 256 or 128");
+    keys.key("request_time", bridge.request_time, "seconds that a request takes");
+    keys.key("erase_time", bridge.erase_time, "seconds that the flash is busy after an erase");
+    keys.key("program_time", bridge.program_time, "seconds that it is busy after a word");
+    keys.key("status_time", bridge.status_time, "seconds that it is busy after a status write");
+    keys.key("protection", bridge.protection, "block protection, bits 2 to 4 of the status");
+    keys.key("unlocks", bridge.unlocks, "writing the status changes them");
+    keys.key("erases", bridge.erases, "the flash obeys the erase");
+    keys.key("programs", bridge.programs, "the flash obeys the programming");
+    keys.key("bad_cells", bridge.bad_cells, "addresses of cells that are always 0",
+             {0, kFlashSize - 1});
+    keys.key(
+        "disturbed", bridge.disturbed,
+        "addresses of cells that lose their lowest bit when a word is programmed beside them in "
+        "their page of 256 bytes",
+        {0, kFlashSize - 1});
+    keys.key("flash", hexadecimal(bridge.flash, kFlashSize), "content of the flash from address 0");
+    keys.key("from", from_file(keys.folder(), bridge.flash, kFlashSize),
+             "a file of this machine with its content");
+    describe_image(keys, bridge.flash);
+    keys.one_of({"flash", "from", "image"});
+    const auto set_save = [&bridge, folder = keys.folder()](const std::string& path) {
+        bridge.save = folder + path;
+        return true;
+    };
+    keys.key("save", word("path", "", set_save),
+             "a file of this machine for the flash as the run leaves it");
+}
+
 namespace {
 
 constexpr std::uint32_t kReset = 0x52;  // of the control device
@@ -139,44 +175,9 @@ void reset(std::uint32_t selector) {
     }
 }
 
-void describe_bridge(Keys& keys, Bridge& bridge) {
-    keys.start_only({"flash", "from", "image", "protection", "save"});
-    keys.key("presence", bridge.registers.at(0xFC00), "register 0xFC00; 0x8F or 0xF8 = it answers");
-    keys.key("revision", bridge.registers.at(0xFC03), "register 0xFC03");
-    keys.key("bonding_high", bridge.registers.at(0xFAFD), "register 0xFAFD");
-    keys.key("bonding_low", bridge.registers.at(0xFAFC), "register 0xFAFC");
-    keys.key("reset_selector", bridge.reset_selector, "selector that resets it: 256 or 128");
-    keys.key("request_time", bridge.request_time, "seconds that a request takes");
-    keys.key("erase_time", bridge.erase_time, "seconds that the flash is busy after an erase");
-    keys.key("program_time", bridge.program_time, "seconds that it is busy after a word");
-    keys.key("status_time", bridge.status_time, "seconds that it is busy after a status write");
-    keys.key("protection", bridge.protection, "block protection, bits 2 to 4 of the status");
-    keys.key("unlocks", bridge.unlocks, "writing the status changes them");
-    keys.key("erases", bridge.erases, "the flash obeys the erase");
-    keys.key("programs", bridge.programs, "the flash obeys the programming");
-    keys.key("bad_cells", bridge.bad_cells, "addresses of cells that are always 0",
-             {0, kFlashSize - 1});
-    keys.key(
-        "disturbed", bridge.disturbed,
-        "addresses of cells that lose their lowest bit when a word is programmed beside them in "
-        "their page of 256 bytes",
-        {0, kFlashSize - 1});
-    keys.key("flash", hexadecimal(bridge.flash, kFlashSize), "content of the flash from address 0");
-    keys.key("from", from_file(keys.folder(), bridge.flash, kFlashSize),
-             "a file of this machine with its content");
-    describe_image(keys, bridge.flash);
-    keys.one_of({"flash", "from", "image"});
-    const auto set_save = [&bridge, folder = keys.folder()](const std::string& path) {
-        bridge.save = folder + path;
-        return true;
-    };
-    keys.key("save", word("path", "", set_save),
-             "a file of this machine for the flash as the run leaves it");
-}
-
 struct Bridges final : Device {
     void describe(Keys& keys, Board& board) const override {
-        keys.named("bridges", kNames, board.bridges, describe_bridge);
+        keys.named("bridges", kNames, board.bridges);
     }
 
     void start() const override {

@@ -15,6 +15,18 @@
 #include "sim/world.h"
 
 namespace sim {
+
+static void describe(Keys& keys, ControlDevice& control) {
+    keys.key("present", control.present, "/dev/zebio exists");
+    keys.key("watchdog_bites", control.watchdog_bites,
+             "false: it accepts a time-out and never restarts the board");
+    keys.key("boot_device_type", control.boot_device_type,
+             "device type in the boot parameters; 0x4487, 0x448F, 0x4497 and 0x449F have no RS-485 "
+             "step, and alarm I/O by control line 25");
+    keys.key("high_lines", control.high_lines,
+             "control lines that something outside drives high; it drives the others low");
+}
+
 namespace {
 
 enum Request : std::uint32_t {
@@ -63,21 +75,8 @@ long stop_watchdog(std::uint32_t value) {
     return 0;
 }
 
-void describe_control(Keys& keys, ControlDevice& control) {
-    keys.key("present", control.present, "/dev/zebio exists");
-    keys.key("watchdog_bites", control.watchdog_bites,
-             "false: it accepts a time-out and never restarts the board");
-    keys.key("boot_device_type", control.boot_device_type,
-             "device type in the boot parameters; 0x4487, 0x448F, 0x4497 and 0x449F have no RS-485 "
-             "step, and alarm I/O by control line 25");
-    keys.key("high_lines", control.high_lines,
-             "control lines that something outside drives high; it drives the others low");
-}
-
 struct ControlNode final : Device {
-    void describe(Keys& keys, Board& board) const override {
-        keys.table("control", board.control, describe_control);
-    }
+    void describe(Keys& keys, Board& board) const override { keys.table("control", board.control); }
 
     void start() const override {
         std::memset(world->control.level, 1, sizeof world->control.level);

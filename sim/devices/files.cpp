@@ -11,13 +11,10 @@
 #include "sim/world.h"
 
 namespace sim {
-namespace {
 
-constexpr Names kPaths{"PATH", "/dav0/zeb321.bin /dav2/devCfg.bin /dav2/devCfg_backup.bin"};
 constexpr std::size_t kMostBytes = 1 << 20;
-constexpr int kNull = kMostFiles;  // index of /dev/null
 
-void describe_file(Keys& keys, FileContent& file) {
+static void describe(Keys& keys, FileContent& file) {
     keys.key("present", file.present, "false: the board does not have this file of its base");
     keys.key("bytes", hexadecimal(file.bytes), "its content");
     keys.key("text", file.bytes, "its content, as text");
@@ -31,9 +28,14 @@ void describe_file(Keys& keys, FileContent& file) {
     if (size >= 0) file.bytes.resize(static_cast<std::size_t>(size));
 }
 
+namespace {
+
+constexpr Names kPaths{"PATH", "/dav0/zeb321.bin /dav2/devCfg.bin /dav2/devCfg_backup.bin"};
+constexpr int kNull = kMostFiles;  // index of /dev/null
+
 struct Files final : Device {
     void describe(Keys& keys, Board& board) const override {
-        keys.named("files", kPaths, board.files, describe_file);
+        keys.named("files", kPaths, board.files);
     }
 
     void start() const override {

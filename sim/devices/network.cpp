@@ -11,24 +11,25 @@
 #include "sim/world.h"
 
 namespace sim {
-namespace {
 
-constexpr std::uint32_t kSelectPort = 0x81;  // of the control device
-constexpr std::uint32_t kCopper = 1, kFibre = 2;
-constexpr Names kNames{"NAME", "eth[0-3]"};
-
-void describe_link(Keys& keys, Link& link) {
+static void describe(Keys& keys, Link& link) {
     keys.key("up", link.up, "the port has a link on this side of the selector");
     keys.key("speed", link.speed, "Mbit/s");
     keys.key("full_duplex", link.full_duplex, "full duplex, else half");
 }
 
-void describe_port(Keys& keys, NetworkPort& port) {
+static void describe(Keys& keys, NetworkPort& port) {
     keys.key("present", port.present, "the interface exists");
     keys.key("ethtool", port.ethtool, "its driver answers ethtool queries");
-    keys.table("copper", port.copper, describe_link);
-    keys.table("fibre", port.fibre, describe_link);
+    keys.table("copper", port.copper);
+    keys.table("fibre", port.fibre);
 }
+
+namespace {
+
+constexpr std::uint32_t kSelectPort = 0x81;  // of the control device
+constexpr std::uint32_t kCopper = 1, kFibre = 2;
+constexpr Names kNames{"NAME", "eth[0-3]"};
 
 // The answer is where the block points to.
 template <class Query>
@@ -57,7 +58,7 @@ long answer(const Link& link, void* query, Argument& argument) {
 
 struct Socket final : Device {
     void describe(Keys& keys, Board& board) const override {
-        keys.named("ports", kNames, board.ports, describe_port);
+        keys.named("ports", kNames, board.ports);
     }
 
     void start() const override { world->net_port = kCopper; }

@@ -17,10 +17,6 @@ struct PanelFrame {
     bool whole = false;  // all become readable together, with the last one
 };
 
-// The frame that a key sends; empty when no key has this name.
-std::string key_frame(const std::string& key, bool pressed);
-std::string key_names();  // with commas
-
 struct Panel {  // on /dev/ttyS2
     SerialPort port;
     bool connected = true;
@@ -35,7 +31,7 @@ struct PanelState {
 
 extern const Device& panel_device;
 
-void press_key(const std::string& key);  // by its name, at the present instant
+void press_key(std::string_view key);  // by its name, at the present instant
 void panel_receives(std::string_view bytes);
 
 }  // namespace sim

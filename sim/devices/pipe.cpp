@@ -21,11 +21,19 @@
 #include "sim/world.h"
 
 namespace sim {
+
+constexpr std::uint32_t kPageSize = 4096, kFifoSize = 16 * kPageSize;
+
+static void describe(Keys& keys, FifoReader& fifo) {
+    keys.key("present", fifo.fifo, "/var/q7.fifo exists");
+    keys.key("reader", fifo.reader, "a service has it open for reading");
+    keys.key("reading", fifo.reading, "and reads what comes; else the pipe fills up");
+    keys.key("unread", fifo.unread, "bytes that lie in the pipe when it does not", {0, kFifoSize});
+}
+
 namespace {
 
 constexpr int kReading = 0, kWriting = 1;
-constexpr std::uint32_t kPageSize = 4096, kFifoSize = 16 * kPageSize;
-
 int host_fifo = -1;
 
 long fail_without_reader() {
@@ -84,17 +92,8 @@ bool has_room(std::uint32_t size) {
     return true;
 }
 
-void describe_fifo(Keys& keys, FifoReader& fifo) {
-    keys.key("present", fifo.fifo, "/var/q7.fifo exists");
-    keys.key("reader", fifo.reader, "a service has it open for reading");
-    keys.key("reading", fifo.reading, "and reads what comes; else the pipe fills up");
-    keys.key("unread", fifo.unread, "bytes that lie in the pipe when it does not", {0, kFifoSize});
-}
-
 struct Fifo final : Device {
-    void describe(Keys& keys, Board& board) const override {
-        keys.table("fifo", board.fifo, describe_fifo);
-    }
+    void describe(Keys& keys, Board& board) const override { keys.table("fifo", board.fifo); }
 
     Paths paths() const override { return {scenario->fifo.fifo ? "/var/q7.fifo" : ""}; }
 

@@ -21,8 +21,8 @@ struct Rs485 {  // on /dev/ttyS0
 };
 
 struct FixtureState {
-    bool first_switch, second_switch;  // of the line, at the control device
-    std::uint32_t bytes, pieces;       // so far
+    bool switches[2];             // of the line, at the control device
+    std::uint32_t bytes, pieces;  // so far
 };
 
 extern const Device& rs485_device;

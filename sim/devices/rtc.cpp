@@ -8,6 +8,14 @@
 #include "sim/world.h"
 
 namespace sim {
+
+static void describe(Keys& keys, Rtc& rtc) {
+    keys.key("present", rtc.present, "/dev/rtc exists");
+    keys.key("offset", rtc.offset_s, "seconds ahead of the system clock; negative = behind");
+    keys.key("rate", rtc.rate, "seconds that it counts in a second; 0 = it stands still");
+    keys.key("isdst", rtc.isdst, "daylight-saving flag that its driver leaves");
+}
+
 namespace {
 
 constexpr std::uint32_t kReadTime = 0x80247009;
@@ -16,17 +24,8 @@ double counted_s() {
     return world->rtc.counted_s + to_seconds(world->now - world->rtc.since) * scenario->rtc.rate;
 }
 
-void describe_rtc(Keys& keys, Rtc& rtc) {
-    keys.key("present", rtc.present, "/dev/rtc exists");
-    keys.key("offset", rtc.offset_s, "seconds ahead of the system clock; negative = behind");
-    keys.key("rate", rtc.rate, "seconds that it counts in a second; 0 = it stands still");
-    keys.key("isdst", rtc.isdst, "daylight-saving flag that its driver leaves");
-}
-
 struct RtcNode final : Device {
-    void describe(Keys& keys, Board& board) const override {
-        keys.table("rtc", board.rtc, describe_rtc);
-    }
+    void describe(Keys& keys, Board& board) const override { keys.table("rtc", board.rtc); }
 
     void before_change() const override { world->rtc = {counted_s(), world->now}; }
 
