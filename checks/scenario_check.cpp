@@ -52,7 +52,7 @@ TEST(Scenario, WhatNoBoardHasOrContradictsItselfIsRefused) {
     expect("disks.'SATA port 2' = {}", "1: disks takes sd[a-z] esd[a-z] sas* and not");
     expect("[ports.eth7]", "1: ports takes eth[0-3] and not \"eth7\"");
     expect("bridges.9 = {}", "1: bridges takes [1-4] and not \"9\"");
-    expect("disks.sda.bridge = '1'", "1: bridge takes \"\" or the name of a bridge of this board");
+    expect("disks.sda.bridge = '1'", "1: bridge takes \"\" and not \"1\"");
     expect("[files.'/dav2/devcfg.bin']", "1: files takes /dav0/zeb321.bin /dav2/devCfg.bin ");
     expect("usb.disks.stick = {}", "1: disks takes ms[a-z] ms[a-z][0-9] and not \"stick\"");
     expect("usb.devices.'4-1' = {}", "1: devices takes [0-9]-[0-9]:[0-9].[0-9] and not \"4-1\"");

@@ -29,7 +29,7 @@ std::uint16_t active_inputs() {
     const Alarm& alarm = scenario->alarm;
     std::uint32_t inputs = mask_of(alarm.stuck);
     for (std::size_t k = 0; k < alarm.wiring.size(); ++k) {
-        if (world->alarm.outputs >> k & 1) inputs |= mask_of(alarm.wiring[k]);
+        if (world->alarm_outputs >> k & 1) inputs |= mask_of(alarm.wiring[k]);
     }
     return static_cast<std::uint16_t>(inputs & ~mask_of(alarm.dead));
 }
@@ -50,7 +50,7 @@ struct AlarmPort final : Device {
 const Device& alarm_device = AlarmPort{};
 
 void drive_alarm_outputs(std::uint32_t mask) {
-    world->alarm.outputs = mask;
+    world->alarm_outputs = mask;
     note("alarm", "outputs %X", mask);
 }
 

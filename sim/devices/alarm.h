@@ -14,10 +14,6 @@ struct Alarm {  // the fixture between alarm outputs and inputs, all counted fro
     std::set<std::uint8_t> stuck, dead;          // inputs: always active, never active
 };
 
-struct AlarmState {
-    std::uint32_t outputs;  // as last written
-};
-
 extern const Device& alarm_device;
 
 // What a write to the control device does.

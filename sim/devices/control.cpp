@@ -38,41 +38,12 @@ enum Request : std::uint32_t {
     kStopWatchdog = 0x22,
 };
 
-constexpr std::size_t kBlockSize = 256;  // of the boot parameters
-
-long get_boot_parameters(Argument& argument) {
-    std::uint8_t block[kBlockSize];
-    std::memset(block, 0x5A, sizeof block);  // bytes without a meaning are not 0
-    put_half_word(block + 100, scenario->control.boot_device_type);
-    return argument.write(block, sizeof block);
-}
-
-long set_line(std::uint32_t argument) {
-    const std::uint8_t line = argument & 0xFF;
-    const std::uint8_t level = argument >> 8 & 0xFF;
-    if (world->control.level[line] != level) note("line", "%u=%u", line, level);
-    world->control.level[line] = level;
-    return 0;
-}
-
-long get_line(std::uint32_t argument) {
-    const std::uint8_t line = argument & 0xFF;
-    if (world->control.direction[line] == 1) return scenario->control.high_lines.count(line) != 0;
-    return world->control.level[line];
-}
-
-long set_watchdog_timeout(std::uint32_t seconds) {
-    if (scenario->control.watchdog_bites)
-        world->control.watchdog_expires = world->now + from_ms(1000) * seconds;
-    note("watchdog", "%u s", seconds);
-    return 0;
-}
-
-long stop_watchdog(std::uint32_t value) {
-    if (value != 0) return -EINVAL;
-    world->control.watchdog_expires = kNever;
-    note("watchdog", "stopped");
-    return 0;
+long ask_others(std::uint32_t request, Argument& argument) {
+    for (const Device* device : all_devices()) {
+        const long result = device->control(request, argument);
+        if (result != -ENOTTY) return result;
+    }
+    return -ENOTTY;
 }
 
 struct ControlNode final : Device {
@@ -103,27 +74,38 @@ struct ControlNode final : Device {
     }
 
     long ioctl(OpenFile&, std::uint32_t request, Argument& argument) const override {
+        Control& control = world->control;
+        const std::uint8_t line = argument.value & 0xFF, level = argument.value >> 8 & 0xFF;
         switch (request) {
         case kSetLine:
-            return set_line(argument.value);
+            if (control.level[line] != level) note("line", "%u=%u", line, level);
+            control.level[line] = level;
+            return 0;
         case kSetDirection:
-            world->control.direction[argument.value & 0xFF] = argument.value >> 8 & 0xFF;
+            control.direction[line] = level;
             return 0;
         case kGetLine:
-            return get_line(argument.value);
-        case kGetBootParameters:
-            return get_boot_parameters(argument);
-        case kSetWatchdog:
-            return set_watchdog_timeout(argument.value);
-        case kStopWatchdog:
-            return stop_watchdog(argument.value);
-        default:
-            break;
+            if (control.direction[line] == 1) return scenario->control.high_lines.count(line) != 0;
+            return control.level[line];
+        case kGetBootParameters: {
+            std::uint8_t block[256];
+            std::memset(block, 0x5A, sizeof block);  // bytes without a meaning are not 0
+            put_half_word(block + 100, scenario->control.boot_device_type);
+            return argument.write(block, sizeof block);
         }
-        long result = -ENOTTY;
-        for (const Device* device : all_devices())
-            if (result == -ENOTTY) result = device->control(request, argument);
-        return result;
+        case kSetWatchdog:
+            if (scenario->control.watchdog_bites)
+                control.watchdog_expires = world->now + from_ms(1000) * argument.value;
+            note("watchdog", "%u s", argument.value);
+            return 0;
+        case kStopWatchdog:
+            if (argument.value != 0) return -EINVAL;
+            control.watchdog_expires = kNever;
+            note("watchdog", "stopped");
+            return 0;
+        default:
+            return ask_others(request, argument);
+        }
     }
 };
 

@@ -7,6 +7,8 @@
 #include <net/if.h>
 #include <sys/socket.h>
 
+#include <cstring>
+
 #include "sim/scenario/keys.h"
 #include "sim/world.h"
 
@@ -31,29 +33,19 @@ constexpr std::uint32_t kSelectPort = 0x81;  // of the control device
 constexpr std::uint32_t kCopper = 1, kFibre = 2;
 constexpr Names kNames{"NAME", "eth[0-3]"};
 
-// The answer is where the block points to.
-template <class Query>
-long give(Argument& argument, Query& query) {
-    argument.answer = {reinterpret_cast<const char*>(&query), sizeof query};
-    return 0;
-}
-
-long answer(const Link& link, void* query, Argument& argument) {
-    switch (*static_cast<std::uint32_t*>(query)) {
-    case ETHTOOL_GLINK: {
-        auto& state = *static_cast<ethtool_value*>(query);
-        state.data = link.up ? 1 : 0;
-        return give(argument, state);
+// Answers the query that lies at the block.
+long answer(const Link& link, Argument& query) {
+    ethtool_cmd settings;
+    std::memcpy(&settings.cmd, query.block, sizeof settings.cmd);
+    if (settings.cmd == ETHTOOL_GLINK) {
+        const ethtool_value state{ETHTOOL_GLINK, link.up};
+        return query.write(&state, sizeof state);
     }
-    case ETHTOOL_GSET: {
-        auto& settings = *static_cast<ethtool_cmd*>(query);
-        settings.speed = link.up ? link.speed : 65535;  // modern drivers: unknown
-        settings.duplex = link.up ? link.full_duplex : 255;
-        return give(argument, settings);
-    }
-    default:
-        return -EOPNOTSUPP;
-    }
+    if (settings.cmd != ETHTOOL_GSET) return -EOPNOTSUPP;
+    std::memcpy(&settings, query.block, sizeof settings);
+    settings.speed = link.up ? link.speed : 65535;  // modern drivers: unknown
+    settings.duplex = link.up ? link.full_duplex : 255;
+    return query.write(&settings, sizeof settings);
 }
 
 struct Socket final : Device {
@@ -70,7 +62,8 @@ struct Socket final : Device {
         if (port == scenario->ports.end() || !port->second.present) return -ENODEV;
         if (!port->second.ethtool) return -EOPNOTSUPP;
         const bool fibre = world->net_port == kFibre;
-        return answer(fibre ? port->second.fibre : port->second.copper, query->ifr_data, argument);
+        argument.block = reinterpret_cast<std::uint8_t*>(query->ifr_data);
+        return answer(fibre ? port->second.fibre : port->second.copper, argument);
     }
 
     long control(std::uint32_t request, Argument& argument) const override {

@@ -41,11 +41,11 @@ struct States {  // members of the world
     std::uint32_t fifo_used;  // bytes, to the end of the last record
     PanelState panel;
     FixtureState rs485;
-    AlarmState alarm;
+    std::uint32_t alarm_outputs;  // as last written
     SerialLine lines[2];
     RtcState rtc;
     std::uint32_t net_port;
-    UsbState usb;
+    MountPoint mount_points[32];
     BridgeState bridges[kMostBridges];
     bool removed[kMostFiles];  // files, by the product
     ConsoleState console;

@@ -69,17 +69,17 @@ int disk_at(std::string_view node) {
 const UsbDisk& stick(int place) { return std::next(scenario->usb.disks.begin(), place)->second; }
 
 MountPoint* point_at(std::string_view path) {
-    for (MountPoint& point : world->usb.points) {
+    for (MountPoint& point : world->mount_points) {
         if (point.path != 0 && path == world->log.text + point.path) return &point;
     }
     return nullptr;
 }
 
 MountPoint& add_point(std::string_view path) {
-    for (MountPoint& point : world->usb.points) {
+    for (MountPoint& point : world->mount_points) {
         if (point.path == 0) return point = {keep(path), false, -1};
     }
-    stop_here("more than %zu directories under /mnt", std::size(world->usb.points));
+    stop_here("more than %zu directories under /mnt", std::size(world->mount_points));
 }
 
 struct UsbNodes final : Device {

@@ -43,10 +43,6 @@ struct MountPoint {
     std::int16_t disk;   // that is mounted there, -1 = none
 };
 
-struct UsbState {
-    MountPoint points[32];
-};
-
 extern const Device& usb_device;
 
 // Directories and mount points. Results as of a Device.
