@@ -63,24 +63,6 @@ bool is_valid(std::string_view frame) {
            && frame.back() == checksum(frame.substr(0, kFrameSize - 1));
 }
 
-void accept(std::string_view frame) {
-    PanelState& panel = world->panel;
-    const std::map<char, std::uint16_t*> leds = {{0x05, &panel.record[0]},
-                                                 {0x27, &panel.record[1]},
-                                                 {0x06, &panel.network[0]},
-                                                 {0x28, &panel.network[1]},
-                                                 {0x09, &panel.function}};
-    ++panel.frames;
-    if (frame[3] == 0x0B) note("panel", "heartbeat");
-    const auto found = leds.find(frame[3]);
-    const auto mask = static_cast<std::uint16_t>(static_cast<std::uint8_t>(frame[4]) << 8
-                                                 | static_cast<std::uint8_t>(frame[5]));
-    if (found == leds.end() || *found->second == mask) return;
-    *found->second = mask;
-    note("panel", "record %04X %04X network %04X %04X function %04X", panel.record[0],
-         panel.record[1], panel.network[0], panel.network[1], panel.function);
-}
-
 void send(std::string_view bytes, std::size_t group) {
     if (!scenario->panel.connected) return;
     for (const char byte : bytes)
@@ -111,13 +93,27 @@ void press_key(std::string_view key) {
         if (name == key) send(frame, frame.size());
 }
 
-void panel_receives(std::string_view bytes) {
+void panel_receives(std::string_view frame) {
     if (!scenario->panel.connected) return;
-    if (is_valid(bytes)) {
-        accept(bytes);
-    } else {
-        note("panel", "garbage of %zu bytes", bytes.size());
+    if (!is_valid(frame)) {
+        note("panel", "garbage of %zu bytes", frame.size());
+        return;
     }
+    PanelState& panel = world->panel;
+    const std::map<char, std::uint16_t*> leds = {{0x05, &panel.record[0]},
+                                                 {0x27, &panel.record[1]},
+                                                 {0x06, &panel.network[0]},
+                                                 {0x28, &panel.network[1]},
+                                                 {0x09, &panel.function}};
+    ++panel.frames;
+    if (frame[3] == 0x0B) note("panel", "heartbeat");
+    const auto found = leds.find(frame[3]);
+    const auto mask = static_cast<std::uint16_t>(static_cast<std::uint8_t>(frame[4]) << 8
+                                                 | static_cast<std::uint8_t>(frame[5]));
+    if (found == leds.end() || *found->second == mask) return;
+    *found->second = mask;
+    note("panel", "record %04X %04X network %04X %04X function %04X", panel.record[0],
+         panel.record[1], panel.network[0], panel.network[1], panel.function);
 }
 
 }  // namespace sim

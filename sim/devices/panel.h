@@ -32,6 +32,6 @@ struct PanelState {
 extern const Device& panel_device;
 
 void press_key(std::string_view key);  // by its name, at the present instant
-void panel_receives(std::string_view bytes);
+void panel_receives(std::string_view frame);
 
 }  // namespace sim

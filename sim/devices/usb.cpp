@@ -153,13 +153,10 @@ long unmount(std::string_view directory) {
 long statistics(std::string_view path, struct statfs& statistics) {
     const MountPoint* point = point_at(path);
     if (point == nullptr) return -ENOENT;
+    const UsbDisk* const mounted = point->disk < 0 ? nullptr : &stick(point->disk);
     statistics = {};
-    statistics.f_bsize = kHostBlockSize;
-    statistics.f_bfree = kHostFreeBlocks;
-    if (point->disk < 0) return 0;
-    const UsbDisk& mounted = stick(point->disk);
-    statistics.f_bsize = static_cast<decltype(statistics.f_bsize)>(mounted.block_size);
-    statistics.f_bfree = mounted.free_blocks;
+    statistics.f_bsize = mounted == nullptr ? kHostBlockSize : mounted->block_size;
+    statistics.f_bfree = mounted == nullptr ? kHostFreeBlocks : mounted->free_blocks;
     return 0;
 }
 
