@@ -62,7 +62,7 @@ AttemptRecord generated_attempt(std::mt19937& random, long n) {
         record.items.push_back({item, "PASS", {}});
     }
     spoil(record, random);
-    record.measurements = {{"rtc.1.difference", "s", random() % 20 == 0 ? 1 : 0}};
+    record.measurements = {{"rtc.difference", "s", random() % 20 == 0 ? 1 : 0}};
     record.addresses = {"00:11:22:" + std::to_string(board)};
     return record;
 }
@@ -108,7 +108,7 @@ AttemptRecord full_attempt() {
         {"run", "INCOMPLETE", {{"cut-off", "INCOMPLETE", "", "@now", "", "", "", "", "", 281}}}};
     record.causes = {{"alarm.dead = [6]", true, R"({"en":"input 6","zh":"输入 6"})"},
                      {"alarm.stuck = [6]", false, ""}};
-    record.measurements = {{"rtc.1.difference", "s", -3}, {"rtc.2.difference", "s", 9000000000000}};
+    record.measurements = {{"pmp.resets", "", -3}, {"rtc.difference", "s", 9000000000000}};
     record.repairs = {{"3L02-20261122-0001", "alarm.dead = [6]", "soldered", "W1032",
                        parse_time("2026-11-23T08:30:00.000Z")}};
     record.addresses = {"00:11:22:33:44:55", "00:11:22:33:44:56"};

@@ -156,7 +156,7 @@ void expect_yields(Index& index, const Expected& expected, const Filter& filter 
     for (const auto& cause : index.likely_causes(filter))
         got.causes[cause.defect] = cause.boards;
     EXPECT_EQ(got.causes, expected.causes);
-    for (const auto& cell : index.drift("rtc.1.difference", filter)) {
+    for (const auto& cell : index.drift("rtc.difference", filter)) {
         got.drift[dashes(std::to_string(cell.day)) + " " + std::to_string(cell.value)] =
             cell.boards;
     }
@@ -294,8 +294,8 @@ TEST_P(IndexOn, EveryNumberOpensTheBoardsBehindIt) {
         behind.cause_unknown = cause.defect.empty();
         EXPECT_EQ(lines(behind), cause.boards);
     }
-    for (const DriftCell& cell : index.drift("rtc.1.difference", {})) {
-        Behind behind{.fact = "rtc.1.difference", .value = cell.value, .limit = 1000};
+    for (const DriftCell& cell : index.drift("rtc.difference", {})) {
+        Behind behind{.fact = "rtc.difference", .value = cell.value, .limit = 1000};
         EXPECT_EQ(index.boards({cell.day, cell.day, "", "", ""}, behind).size(),
                   std::size_t(cell.boards));
     }

@@ -65,7 +65,7 @@ void yield_page(Index& index) {
     const auto days = index.yield_by(By::day, {});
     const auto items = index.failing_items({});
     const auto causes = index.likely_causes({});
-    const auto drift = index.drift("rtc.1.difference", {});
+    const auto drift = index.drift("rtc.difference", {});
     ASSERT_FALSE(days.empty() || items.empty() || causes.empty() || drift.empty());
     ASSERT_EQ(index.models().size(), 4u);
     ASSERT_EQ(index.stations().size(), 10u);

@@ -10,8 +10,10 @@
 #include <thread>
 
 #include "checks/http_client.h"
+#include "checks/index_attempts.h"
 #include "gmock/gmock.h"
 #include "station/web/server.h"
+#include "station/web/yield.h"
 
 namespace {
 
@@ -237,6 +239,31 @@ TEST_F(Web, RandomRequestsDoNoHarm) {
     }
     std::this_thread::sleep_for(100ms);
     EXPECT_THAT(get("/api/state"), StartsWith("HTTP/1.1 200"));
+}
+
+// A day on which boards were only tested again, or broke off, has no first-pass yield: no 0 %.
+TEST(YieldPage, DrawsDaysThatHaveAYield) {
+    station::index::AttemptRecord failed = checks::full_attempt();
+    failed.mark = "production";
+    failed.verdict = "FAIL";
+    auto repaired = failed;
+    repaired.id += "-2";
+    repaired.verdict = "PASS";
+    repaired.start.utc_ms += 24 * 3600 * 1000;
+    auto broken_off = repaired;
+    broken_off.serial = "45270-2648-9999";
+    broken_off.id += "-3";
+    broken_off.verdict = "INCOMPLETE";
+    station::index::Index index(":memory:");
+    const std::vector all{failed, repaired, broken_off};
+    index.add(all);
+    const json yield = station::web::yield_json(index, {{"date", "14"}}, to_iso(repaired.start));
+    ASSERT_EQ(yield.at("series").at("rows").size(), 1u);
+    const json row = yield.at("series").at("rows").at(0);
+    EXPECT_EQ(row.at("key"), to_iso(failed.start).substr(0, 10));
+    EXPECT_EQ(row.at("first_good"), 0);
+    EXPECT_EQ(row.at("final_good"), 1);
+    EXPECT_EQ(yield.at("totals").at("incomplete"), 1);
 }
 
 }  // namespace

@@ -240,13 +240,15 @@ pid_t fork() {
 
 pid_t waitpid(pid_t process, int* status, int options) {
     return run("waitpid", kNoPath, process, [&]() -> long {
-        if (options != WNOHANG) return -EINVAL;  // the product waits for no process
+        // The product waits for no process, and asks for none by its number.
+        if (process != -1 || options != WNOHANG) return -EINVAL;
         Process* child = nullptr;
-        const pid_t ended = ended_child(process, &child);
-        if (ended <= 0) return ended < 0 ? -ECHILD : 0;
+        if (!find_ended_child(&child)) return -ECHILD;
+        if (child == nullptr) return 0;
         if (::waitpid(child->pid, status, 0) != child->pid) return -ECHILD;
+        const pid_t pid = pid_of(*child);
         forget_process(*child);
-        return ended;
+        return pid;
     });
 }
 

@@ -10,7 +10,7 @@ namespace sim {
 namespace {
 
 iconv_t new_converter() {
-    const iconv_t converter = iconv_open("UTF-8", "GBK");
+    iconv_t converter = iconv_open("UTF-8", "GBK");
     if (converter == reinterpret_cast<iconv_t>(-1))
         throw std::runtime_error("this machine cannot convert GBK texts; use --gbk");
     return converter;
@@ -19,7 +19,7 @@ iconv_t new_converter() {
 }  // namespace
 
 std::string gbk_to_utf8(std::string_view bytes, std::string* rest) {
-    static const iconv_t converter = new_converter();
+    static iconv_t converter = new_converter();
     std::string source = rest == nullptr ? "" : std::exchange(*rest, "");
     source += bytes;
     std::string text;

@@ -224,13 +224,15 @@ std::map<std::string, Table> Keys::claim_named(
     if (node == nullptr) return {};
     const std::string takes = std::string(key) + " takes ";
     if (!node->is_table()) refuse_node(*node, takes + "tables by " + names.row + shown(*node));
+    const auto accept = [&](const toml::node& at, const std::string& name, bool is_accepted,
+                            const std::string& accepted) {
+        if (!is_accepted) refuse_node(at, takes + accepted + " and not \"" + name + "\"");
+    };
     std::map<std::string, Table> tables;
     for (const auto& [name_key, content] : *node->as_table()) {
         const std::string name(name_key.str());
-        const std::string but_not = " and not \"" + name + "\"";
-        if (!matches(names.patterns, name)) refuse_node(content, takes + names.patterns + but_not);
-        if (is_later_ && !known(name))
-            refuse_node(content, takes + "what the start describes" + but_not);
+        accept(content, name, matches(names.patterns, name), names.patterns);
+        accept(content, name, !is_later_ || known(name), "what the start describes");
         tables.emplace(name, content_of(content, key));
     }
     return tables;

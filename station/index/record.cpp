@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <limits>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <stdexcept>
 
 #include "station/judge.h"
@@ -85,12 +88,20 @@ std::vector<Cause> causes_of(const json& object) {
     return causes;
 }
 
+// The clock is read several times in an attempt; its largest difference stands for all of them.
 std::vector<Measurement> measurements_of(const json& object) {
     std::vector<Measurement> measurements;
+    std::optional<std::int64_t> clock_s;
     for (const json& each : list(object, "drift")) {
-        measurements.push_back(
-            {each.at("fact"), field<std::string>(each, "unit"), each.at("value")});
+        Measurement one{each.at("fact"), field<std::string>(each, "unit"), each.at("value")};
+        if (one.fact.starts_with("rtc.") || one.fact.find(".rtc.") != std::string::npos) {
+            constexpr std::int64_t kLargest = std::numeric_limits<std::int64_t>::max();
+            clock_s = std::max(clock_s.value_or(0), std::abs(std::max(one.value, -kLargest)));
+        } else {
+            measurements.push_back(std::move(one));
+        }
     }
+    if (clock_s) measurements.push_back({kClockDifference, "s", *clock_s});
     return measurements;
 }
 

@@ -48,6 +48,7 @@ struct Cause {
 };
 
 // A measured value whose drift is drawn.
+inline constexpr const char* kClockDifference = "rtc.difference";  // s, the largest of an attempt
 struct Measurement {
     std::string fact, unit;
     std::int64_t value = 0;

@@ -65,28 +65,6 @@ fs::path latest_journal(const fs::path& folder, const std::string& station) {
     return latest;
 }
 
-// What the index keeps beside the verdict: the clock's largest difference, addresses, versions.
-void add_for_index(json& object, const Journal& journal, const Evidence& evidence) {
-    object["drift"] = json::array();
-    std::optional<std::int64_t> largest_s;
-    for (const Fact& fact : evidence.facts) {
-        const auto* value = std::get_if<std::int64_t>(&fact.value);
-        if (value == nullptr || !fact.name.starts_with("rtc.") || fact.unit != "s") continue;
-        largest_s = std::max(largest_s.value_or(0), std::abs(*value));
-    }
-    if (largest_s)
-        object["drift"].push_back(
-            {{"fact", "rtc.difference"}, {"value", *largest_s}, {"unit", "s"}});
-    if (!journal.identity.shift.empty()) object["shift"] = journal.identity.shift;
-    for (const BoardEvent& event : journal.events) {
-        if (event.kind != BoardEvent::Kind::start) continue;
-        object["agent"] = event.fields.value("agent", "");
-        const json program = event.fields.value("program", json::object());
-        object["q7"] = program.value("sha256", "");
-        break;
-    }
-}
-
 template <typename Function, typename... Arguments>
 auto ask(const Function& function, decltype(function(std::declval<Arguments>()...)) otherwise,
          const Arguments&... arguments) {
@@ -399,7 +377,7 @@ void Controller::scan_out(const std::string& text) {
     const Judgement judgement = judge(journal, evidence, *plan_);
     json object, stored;
     try {
-        object = keep(journal_, journal, evidence, judgement, judgement.verdict != Verdict::pass);
+        object = keep(journal_, evidence, judgement, true, false);
         stored = send(object, false);
     } catch (const std::system_error& error) {
         problem_ = storage_problem(error.code().value());
@@ -571,8 +549,8 @@ void Controller::restore(const fs::path& path) {
     run_.answers = answers_json(journal, {});
     run_.steps = judged_steps(loaded.plan, evidence, judgement, learned_);
     try {
-        const json object = keep(path, journal, evidence, judgement, false);
         const bool is_due = awaits_release(journal, judgement);
+        const json object = keep(path, evidence, judgement, false, is_due);
         show_verdict(journal, judgement, send(object, is_due));
     } catch (const std::system_error& error) {
         problem_ = storage_problem(error.code().value());
@@ -645,8 +623,8 @@ void Controller::finish(const Judgement& judgement) {
     changed_();
     const Journal journal = read_journal(path);
     const Evidence evidence = take_evidence(journal);
-    const json object = keep(path, journal, evidence, judgement, true);
     const bool is_due = awaits_release(journal, judgement);
+    const json object = keep(path, evidence, judgement, true, is_due);
     json stored = send(object, is_due);
     const std::lock_guard lock(mutex_);
     if (judgement.verdict == Verdict::pass && judgement.identity.mark == "production")
@@ -669,16 +647,18 @@ bool Controller::awaits_release(const Journal& journal, const Judgement& judgeme
                            [](const Remark& remark) { return remark.kind == "scan-out"; });
 }
 
-// Writes the judgement of a new attempt with its causes and all that the index wants of it, and
-// returns it; of an attempt before it returns what was written. Throws where nothing can be written.
-json Controller::keep(const fs::path& path, const Journal& journal, const Evidence& evidence,
-                      const Judgement& judgement, bool is_new) const {
+// Writes the judgement of a new attempt with its causes, and returns it; of an attempt before it
+// returns what was written, unless the server was killed before it had looked up the causes. A board
+// that awaits its release is marked: no index takes it yet. Throws where nothing can be written.
+json Controller::keep(const fs::path& path, const Evidence& evidence, const Judgement& judgement,
+                      bool is_new, bool awaits_release) const {
     const fs::path file = judgement_path(path);
     json object = fs::exists(file) ? json::parse(read_file(file.string()), nullptr, false) : json();
-    if (is_new || !object.is_object() || !object.contains("drift")) {
+    const bool has_causes = object.is_object() && !object.value("causes", json::array()).empty();
+    if (is_new || !object.is_object() || (judgement.verdict != Verdict::pass && !has_causes)) {
         object = to_json(judgement);
         object["causes"] = ask(records_.causes, json::array(), judgement, evidence);
-        add_for_index(object, journal, evidence);
+        if (awaits_release) object["release"] = "due";
         write_file(file, object.dump() + "\n");
     }
     return object;

@@ -121,11 +121,13 @@ json series_json(index::Index& index, const Query& query, const index::Filter& f
                                                        : index::By::model,
                                      filter);
     json series{{"by", by_day ? "day" : by}, {"rows", json::array()}};
-    for (const index::Yield& row : rows)
+    for (const index::Yield& row : rows) {
+        if (row.boards == 0) continue;  // retests alone: no yield
         series["rows"].push_back({{"key", by_day ? iso_day(std::stoi(row.key)) : row.key},
                                   {"first", row.boards},
                                   {"first_good", row.first_pass},
                                   {"final_good", row.final_pass}});
+    }
     if (by_day) series["low"] = low_day(index, filter, rows);
     return series;
 }
@@ -134,7 +136,7 @@ json series_json(index::Index& index, const Query& query, const index::Filter& f
 json drift_json(index::Index& index, const index::Filter& filter) {
     std::set<int> days;
     std::map<std::pair<int, int>, std::int64_t> boards;
-    for (const index::DriftCell& cell : index.drift(std::string(kDriftFact), filter)) {
+    for (const index::DriftCell& cell : index.drift(index::kClockDifference, filter)) {
         days.insert(cell.day);
         const int value =
             static_cast<int>(std::min<std::int64_t>(std::abs(cell.value), kDriftLimit_s + 1));
@@ -293,7 +295,7 @@ json list_json(index::Index& index, const Query& query, const std::string& now) 
     const auto kind = std::find_if(kKinds.begin(), kKinds.end(),
                                    [&](const Kind& one) { return which == one.name; });
     if (which == "drift") {
-        behind.fact = kDriftFact;
+        behind.fact = index::kClockDifference;
         behind.value = number_of(query, "value", 0);
     } else if (kind == kKinds.end()) {
         throw Refusal(400, "missing-list");

@@ -3,15 +3,11 @@
 
 #include <nlohmann/json.hpp>
 #include <string>
-#include <string_view>
 
 #include "station/index/index.h"
 #include "station/web/server.h"
 
 namespace station::web {
-
-// The fact whose drift is drawn: the largest difference of an attempt's clock.
-constexpr std::string_view kDriftFact = "rtc.difference";
 
 // `now` is an ISO time; the pages' filters are as docs/api.md describes them.
 nlohmann::json yield_json(index::Index& index, const Query& query, const std::string& now);
