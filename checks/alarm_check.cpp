@@ -94,7 +94,7 @@ TEST(AlarmTest, DrivesTheOutputsInThisOrder) {
                          "6.100 ioctl 0x80026B90(0)\n6.100 write(4)\n8.100 ioctl 0x80026B90(0)\n"
                          "8.100 write(4)\n10.100 ioctl 0x80026B90(0)\n10.100 write(4)\n"
                          "12.100 ioctl 0x80026B90(0)\n12.100 close(5)\n"));
-    EXPECT_EQ(got.world->alarm.outputs, 8u);  // the last one stays on
+    EXPECT_EQ(got.world->alarm_outputs, 8u);  // the last one stays on
 }
 
 std::string said(const std::string& changes) { return run("-o 5", changes).said(); }
