@@ -30,6 +30,8 @@ Outcome run_on(const char* board, const std::function<void()>& program) {
     return run_piece(sim::parse_board(board, "board"), program);
 }
 
+int open_control() { return platform::open("/dev/zebio", O_RDWR); }
+
 // A result, such as "3 " or "-1 EBADF ".
 void show(long result) {
     std::printf("%ld ", result);
@@ -105,7 +107,7 @@ TEST(Simulation, SpinningAndOverrunAreStoppedAndExplained) {
 
 TEST(Simulation, WatchdogRestartsTheBoardInTheMiddleOfARun) {
     const Outcome got = run_on("control.present = true", [] {
-        const int control = platform::open("/dev/zebio", O_RDWR);
+        const int control = open_control();
         platform::ioctl_value(control, 0x20, 7);
         platform::sleep_ms(6'999);
         platform::ioctl_value(control, 0x20, 5);  // starts anew
@@ -157,50 +159,29 @@ TEST(Simulation, ForkThatTheHostRefusesStopsTheRunAndHarmsNobody) {
     EXPECT_EQ(got.stopped, "the host refused a process: Resource temporarily unavailable");
 }
 
-void* end_at_once(void*) { return nullptr; }
-void* sleep_for_ever(void*) {
-    for (;;)
-        platform::sleep_ms(1000);
+template <class Call>
+void repeat(int count, Call call) {
+    while (count-- > 0)
+        call();
 }
 
-void start_threads(int count, void* (*body)(void*)) {
-    for (int i = 0; i < count; ++i) {
-        pthread_t thread;
-        platform::create_thread(&thread, body);
-        platform::sleep_ms(1);
+void start_thread(void* (*body)(void*)) {
+    pthread_t thread;
+    platform::create_thread(&thread, body);
+    platform::sleep_ms(1);
+}
+
+void fork_child(const std::function<void()>& body) {
+    if (platform::fork() == 0) {
+        body();
+        platform::exit_at_once(0);
     }
-}
-
-void fork_children(int count, const std::function<void()>& body) {
-    for (int i = 0; i < count; ++i) {
-        if (platform::fork() == 0) {
-            body();
-            platform::exit_at_once(0);
-        }
-        platform::sleep_ms(1);
-    }
-}
-
-void open_files(int count) {
-    for (int i = 0; i < count; ++i)
-        platform::open("/dev/zebio", O_RDWR);
-}
-
-void open_pipes(int count) {
-    int ends[2];
-    for (int i = 0; i < 100; ++i) {
-        platform::open_pipe(ends, O_NONBLOCK);
-        platform::close(ends[0]);
-        platform::close(ends[1]);
-    }
-    for (int i = 0; i < count; ++i)
-        platform::open_pipe(ends, O_NONBLOCK);
+    platform::sleep_ms(1);
 }
 
 void feed_serial_line(int bytes) {
-    const int control = platform::open("/dev/zebio", O_RDWR);
-    platform::ioctl_value(control, 0x07, 1);
-    platform::ioctl_value(control, 0x08, 1);
+    for (const std::uint32_t request : {0x07u, 0x08u})
+        platform::ioctl_value(open_control(), request, 1);
     const int line = platform::open("/dev/ttyS0", O_RDWR);
     const std::string block(1024, 'x');
     for (; bytes > 0; bytes -= 1024) {
@@ -209,85 +190,86 @@ void feed_serial_line(int bytes) {
     }
 }
 
-// Each capacity of the simulated board: at its limit, and one beyond. Slots are reused.
+// What ends and is closed again gives its slots back.
+void use_and_release_slots() {
+    repeat(200, [] {
+        int ends[2];
+        start_thread([](void*) -> void* { return nullptr; });
+        fork_child([] { repeat(100, open_control); });
+        platform::waitpid(-1, nullptr, 1);
+        platform::open_pipe(ends, O_NONBLOCK);
+        platform::close(ends[0]);
+        platform::close(ends[1]);
+    });
+}
+
+// Each capacity of the simulated board: at its limit, and one beyond.
 TEST(Simulation, CapacityThatARunExceedsEndsItWithAMessage) {
-    const auto stopped = [](const std::function<void()>& program) {
-        return run_on("control.present = true\nrs485.present = true", program).stopped;
+    const auto sleep = [] { platform::sleep_ms(100'000); };
+    const auto open_all = [&] { repeat(1021, open_control), sleep(); };
+    const auto open_pipe = [] {
+        int ends[2];
+        platform::open_pipe(ends, O_NONBLOCK);
     };
-    const auto sleeps = [] { platform::sleep_ms(100'000); };
-    EXPECT_EQ(stopped([] { start_threads(200, end_at_once); }), "");
-    EXPECT_EQ(stopped([] { start_threads(63, sleep_for_ever); }), "");
-    const char* actors = "more than 64 threads and processes";
-    EXPECT_EQ(stopped([] { start_threads(64, sleep_for_ever); }), actors);
-    EXPECT_EQ(stopped([] {
-                  for (int i = 0; i < 200; ++i) {
-                      fork_children(1, [] { open_files(100); });
-                      platform::waitpid(-1, nullptr, 1);
-                  }
-              }),
-              "");
-    EXPECT_EQ(stopped([&] { fork_children(63, sleeps); }), "");
-    EXPECT_EQ(stopped([&] { fork_children(64, sleeps); }), "more than 64 processes");
-    const auto opens_all = [&] {
-        open_files(1021);
-        sleeps();
+    const auto fork_eight = [&] { repeat(8, [&] { fork_child(open_all); }); };
+    const struct {
+        int most;
+        std::function<void(int)> use;
+        const char* error;
+    } rows[] = {
+        {63, [](int n) { repeat(n, [] { start_thread(tick); }); }, "64 threads and processes"},
+        {63, [&](int n) { repeat(n, [&] { fork_child(sleep); }); }, "64 processes"},
+        {21, [&](int n) { fork_eight(), repeat(n, open_control); }, "8192 open files"},
+        {64, [&](int n) { repeat(n, open_pipe); }, "64 pipes"},
+        {131'072, feed_serial_line, "131072 bytes on a serial line"},
+        {399'999, [](int n) { repeat(n, [] { platform::sleep_ms(1); }); }, "400000 events"},
     };
-    EXPECT_EQ(stopped([&] {
-                  fork_children(8, opens_all);
-                  open_files(21);
-              }),
-              "");
-    EXPECT_EQ(stopped([&] {
-                  fork_children(8, opens_all);
-                  open_files(22);
-              }),
-              "more than 8192 open files");
-    EXPECT_EQ(stopped([] { open_pipes(64); }), "");
-    EXPECT_EQ(stopped([] { open_pipes(65); }), "more than 64 pipes");
-    EXPECT_EQ(stopped([] { feed_serial_line(131'072); }), "");
-    EXPECT_EQ(stopped([] { feed_serial_line(131'073); }),
-              "more than 131072 bytes on a serial line");
-    const auto sleep_often = [](int count) {
-        for (int i = 0; i < count; ++i)
-            platform::sleep_ms(1);
-    };
-    EXPECT_EQ(stopped([&] { sleep_often(399'999); }), "");
-    EXPECT_EQ(stopped([&] { sleep_often(400'000); }), "more than 400000 events");
+    for (const auto& row : rows) {
+        for (const int beyond : {0, 1}) {
+            const Outcome got = run_on("control.present = true\nrs485.present = true", [&] {
+                if (row.most <= 64) use_and_release_slots();
+                row.use(row.most + beyond);
+            });
+            EXPECT_EQ(got.stopped, beyond == 0 ? "" : std::string("more than ") + row.error);
+        }
+    }
 }
 
 // Described by a check, beyond what a scenario file can describe.
 TEST(Simulation, DescriptionBeyondACapacityIsRefused) {
-    const auto refused = [](const Board& board) -> std::string {
-        try {
-            run_piece(board, [] {});
-            return "";
-        } catch (const std::length_error& error) {
-            return error.what();
-        }
+    const struct {
+        void (*describe)(Board& board, int count);
+        int most;
+        const char* error;
+    } rows[] = {
+        {[](Board& board, int count) {
+             while (count > 0)
+                 board.files[std::to_string(count--)];
+         },
+         8, "more than 8 files"},
+        {[](Board& board, int count) {
+             while (count > 0)
+                 board.bridges[std::to_string(count--)];
+         },
+         4, "more than 4 bridges"},
+        {[](Board& board, int count) { board.faults.resize(static_cast<std::size_t>(count)); }, 64,
+         "more than 64 faults"},
     };
-    Board board;
-    for (int i = 0; i < 8; ++i)
-        board.files[std::to_string(i)] = {};
-    board.faults.resize(64);
-    for (int i = 0; i < 4; ++i)
-        board.bridges[std::to_string(i)] = {};
-    EXPECT_EQ(refused(board), "");
-    Board more = board;
-    more.files["more"] = {};
-    EXPECT_EQ(refused(more), "more than 8 files");
-    more = board;
-    more.faults.resize(65);
-    EXPECT_EQ(refused(more), "more than 64 faults");
-    more = board;
-    more.bridges["more"] = {};
-    EXPECT_EQ(refused(more), "more than 4 bridges");
+    for (const auto& row : rows) {
+        Board board;
+        row.describe(board, row.most);
+        EXPECT_NO_THROW(run_piece(board, [] {})) << row.error;
+        row.describe(board, row.most + 1);
+        EXPECT_THAT([&] { run_piece(board, [] {}); },
+                    testing::ThrowsMessage<std::length_error>(row.error));
+    }
 }
 
 TEST(Simulation, ProcessHasAsManyDescriptorsAsOnARealKernel) {
     const Outcome got = run_on("control.present = true", [] {
-        open_files(1020);
-        show(platform::open("/dev/zebio", O_RDWR));
-        show(platform::open("/dev/zebio", O_RDWR));
+        repeat(1020, open_control);
+        show(open_control());
+        show(open_control());
     });
     EXPECT_EQ(got.console, "1023 -1 EMFILE ");
 }
@@ -304,10 +286,10 @@ TEST(Simulation, WorldIsClosedAndDescriptorsAreHandedOutLowestFirst) {
         show(platform::close(3));
         show(platform::write(9, "x", 1));
         show(platform::ioctl_value(1, 0x20, 7));
-        show(platform::open("/dev/zebio", O_RDWR));
-        show(platform::open("/dev/zebio", O_RDWR));
+        show(open_control());
+        show(open_control());
         show(platform::close(3));
-        show(platform::open("/dev/zebio", O_RDWR));
+        show(open_control());
         show(platform::ioctl_value(4, 0x99, 0));  // an unknown request
     });
     EXPECT_EQ(got.console,
@@ -350,7 +332,7 @@ request = 0x1260
 nth = 2
 disks.sda.present = false)";
     const Outcome got = run_on(board, [] {
-        const int control = platform::open("/dev/zebio", O_RDWR);
+        const int control = open_control();
         const int disk = platform::open("/dev/sda", O_RDONLY);
         platform::ioctl_value(control, 0x03, 7 | 1 << 8);
         unsigned long sectors = 0;
@@ -415,7 +397,7 @@ rs485 = {present = true, iflag = 1, oflag = 2, cflag = 0xB2, lflag = 3})";
 // Each setting that the other end does not expect garbles the bytes in both directions.
 TEST(Simulation, SerialLineThatIsNotSetUpCarriesGarbage) {
     const Outcome got = run_on("control.present = true\nrs485.present = true", [] {
-        const int control = platform::open("/dev/zebio", O_RDWR);
+        const int control = open_control();
         const int fd = platform::open("/dev/ttyS0", O_RDWR);
         for (const std::uint32_t request : {0x07u, 0x08u})
             platform::ioctl_value(control, request, 1);
@@ -427,13 +409,12 @@ TEST(Simulation, SerialLineThatIsNotSetUpCarriesGarbage) {
         others[1].c_cflag |= CSTOPB;
         others[2].c_cflag |= PARENB;
         others[3].c_cflag &= ~static_cast<tcflag_t>(CSIZE);
-        others[4].c_lflag |= ISIG;
-        others[5].c_lflag |= ICANON;
-        others[6].c_lflag |= ECHO;
-        others[7].c_iflag |= ICRNL;
-        others[8].c_iflag |= INLCR;
-        others[9].c_iflag |= IXON;
-        others[10].c_oflag |= OPOST;
+        std::size_t next = 4;
+        for (const tcflag_t flag : {ISIG, ICANON, ECHO})
+            others[next++].c_lflag |= flag;
+        for (const tcflag_t flag : {ICRNL, INLCR, IXON})
+            others[next++].c_iflag |= flag;
+        others[next].c_oflag |= OPOST;
         const auto echo = [fd](const termios& sending, const termios& receiving) {
             char byte = 'A';
             platform::tcsetattr(fd, 0, &sending);
@@ -493,7 +474,7 @@ control.present = true
 disks.sda = {}
 faults = [{request = 0x81, effect = "value", value = 3}, {opcode = 0xC7, errno = "EBUSY"}])",
                [] {
-                   const int control = platform::open("/dev/zebio", O_RDWR);
+                   const int control = open_control();
                    show(platform::ioctl_value(control, 0x81, 2));
                    const int disk = platform::open("/dev/sda", O_RDONLY);
                    for (const int opcode : {6, 0xC7, 5}) {
@@ -511,7 +492,7 @@ control = {present = true, boot_device_type = 0x1234}
 ports.eth0.copper.up = true)";
     const Outcome got = run_on(board, [] {
         std::uint8_t block[256];
-        const int control = platform::open("/dev/zebio", O_RDWR);
+        const int control = open_control();
         for (const std::uint32_t request : {0x04u, 0x10u, 0x80026B90u})
             platform::ioctl(control, request, block);
         ethtool_value link{ETHTOOL_GLINK, 0};
