@@ -20,27 +20,6 @@ TEST(Rs485, LineIsOpenedOnceSwitchedAndUsedWithoutSpinning) {
     EXPECT_EQ(got.count("exit"), 1);
 }
 
-// However the verdict is passed on, a good line has no fault and a bad line has one.
-TEST(Rs485, VerdictReachesTheSummaryWhateverFailsOnItsWay) {
-    for (const char* fault :
-         {"call = 'pipe'", "call = 'pipe', onwards = true", "call = 'write', path = 'pipe'",
-          "call = 'waitpid'", "call = 'waitpid', nth = 2"}) {
-        SCOPED_TRACE(fault);
-        const std::string faults = "faults = [{" + std::string(fault) + "}]\n";
-        const Outcome good = run("", faults), bad = run("", faults + "rs485.corrupt = [500]");
-        EXPECT_THAT(good.console, HasSubstr("测试结果:  OK!\n"));
-        EXPECT_THAT(bad.console, HasSubstr("485口       : error occured!  \n"));
-    }
-    EXPECT_EQ(run("-o 4", "faults = [{call = 'read', path = 'pipe'}]").results.rs485, 1u);
-}
-
-TEST(Rs485, AfterTheTestInterruptHasItsDefaultActionAgain) {
-    const double in_the_summary = run("").end_s - 5;
-    const Outcome got = run("", "operator.interrupts = [" + std::to_string(in_the_summary) + "]");
-    EXPECT_THAT(got.console, EndsWith("测试结果:  OK!\n"));  // and nothing of an earlier handler
-    EXPECT_EQ(got.signal, SIGINT);
-}
-
 int sleeps_before_sending() {
     const Outcome got = run("");
     int sleeps = 0;
