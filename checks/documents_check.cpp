@@ -185,7 +185,7 @@ std::string masked(std::string session) {
 }
 
 // Writes each board of the page next to a folder named build, and runs each command there.
-TEST(Documents, SessionsGoAsTheyAreShown) {
+TEST(Sessions, GoAsTheyAreShown) {
     const std::string place = scratch("session");
     std::filesystem::create_directory(place);
     std::filesystem::create_directory_symlink(Q7_BINARIES, place + "/build");

@@ -238,6 +238,8 @@ TEST(PmpTest, EachLayoutUpdatesItsChipsAndResetsThem) {
         {16, "", "1:a 2:e 3:i 4:m reset reset 1 正常 2 正常 3 正常 4 正常 | 256| 128"},
         {16, "bridges.1" + same + "bridges.2" + same + "bridges.3" + same,
          "1:a 2:e 3:i 4:m reset 1 正常 2 正常 3 正常 4 正常 | 128"},
+        {16, "bridges.2" + same + "bridges.3" + same + "bridges.4" + same,
+         "1:a 2:e 3:i 4:m reset 1 正常 2 正常 3 正常 4 正常 | 256"},
         {16, "bridges.1" + same + "bridges.3" + same + "bridges.4" + fails + without("ij"),
          "1:a 2:e 3:k 4:m reset 1 正常 2 正常 3 正常 4 发生错误 | 256"},
     };
