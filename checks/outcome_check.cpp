@@ -1,6 +1,7 @@
 // The cases of checks/outcomes: a command on the healthy board, and everything that it shows, sends
 // and concludes; on a board with changes, the lines that come (+) and go (-) by them. With Q7_UPDATE
 // in the environment the files are written anew.
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -37,20 +38,25 @@ std::string end_of(const Outcome& got) {
                   got.signal != 0 ? "signal" : "status", got.signal != 0 ? got.signal : got.status,
                   got.end_s, got.changes("line", "4=0").size(), calls);
     std::string text = end;
+    const sim::World& world = *got.world;
+    const auto watchdog = world.control.watchdog_expires;
     const Results& slots = got.results;
-    const std::pair<const char*, std::int64_t> values[] = {{"network", slots.network},
-                                                           {"rs485", slots.rs485},
-                                                           {"alarm", slots.alarm},
-                                                           {"rtc", slots.rtc},
-                                                           {"minisas", slots.minisas},
-                                                           {"usb ports", slots.usb_ports_found},
-                                                           {"disks", slots.sata_disks_found},
-                                                           {"disk faults", slots.sata_fault_mask},
-                                                           {"removed", got.count("remove")},
-                                                           {"side", got.world->net_port},
-                                                           {"outputs", got.world->alarm.outputs},
-                                                           {"resets", got.world->bridges[0].resets},
-                                                           {"mounted", !got.nothing_is_mounted()}};
+    const std::pair<const char*, std::int64_t> values[] = {
+        {"network", slots.network},
+        {"rs485", slots.rs485},
+        {"alarm", slots.alarm},
+        {"rtc", slots.rtc},
+        {"minisas", slots.minisas},
+        {"usb ports", slots.usb_ports_found},
+        {"disks", slots.sata_disks_found},
+        {"disk faults", slots.sata_fault_mask},
+        {"removed", got.count("remove")},
+        {"side", world.net_port},
+        {"outputs", world.alarm.outputs},
+        {"resets", world.bridges[0].resets},
+        {"seconds to the restart",
+         watchdog == sim::kNever ? 0 : (watchdog - world.now) / 1'000'000},
+        {"mounted", !got.nothing_is_mounted()}};
     for (const auto& [name, value] : values)
         if (value != 0) text += std::string(", ") + name + " " + std::to_string(value);
     text += "\n";
@@ -132,5 +138,15 @@ Lines areas() {
 
 INSTANTIATE_TEST_SUITE_P(Of, Outcomes, testing::ValuesIn(areas()),
                          [](const auto& area) { return area.param; });
+
+TEST(Sequence, CostsLittleRealTime) {
+    auto best = std::chrono::steady_clock::duration::max();
+    for (int i = 0; i < 20; ++i) {
+        const auto start = std::chrono::steady_clock::now();
+        run("");
+        best = std::min(best, std::chrono::steady_clock::now() - start);
+    }
+    EXPECT_LT(best, std::chrono::milliseconds(20));
+}
 
 }  // namespace
