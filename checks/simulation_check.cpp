@@ -1,20 +1,15 @@
 // The simulation itself, checked with small programs unrelated to q7.
 #include <fcntl.h>
-#include <linux/ethtool.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
-#include <linux/sockios.h>
-#include <net/if.h>
 #include <pthread.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <termios.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstring>
 
 #include "checks/harness.h"
 #include "platform/platform.h"
@@ -24,7 +19,6 @@
 namespace {
 
 using namespace checks;
-using namespace std::string_view_literals;
 
 Outcome run_on(const char* board, const std::function<void()>& program) {
     return run_piece(sim::parse_board(board, "board"), program);
@@ -404,27 +398,6 @@ TEST(Simulation, SerialLineThatIsNotSetUpCarriesGarbage) {
     EXPECT_EQ(got.console, "A" + std::string(22, '\x27') + "-1 EAGAIN 4000 96 -1 EAGAIN ");
 }
 
-TEST(Simulation, PanelSendsThatAKeyIsPressedOrReleased) {
-    const char* board = R"(
-[panel]
-present = true
-iflag = 0
-oflag = 0
-lflag = 0
-frames = [{at = 1, key = "UP", whole = true}, {at = 2, release = "UP", whole = true}])";
-    const Outcome got = run_on(board, [] {
-        const int fd = platform::open("/dev/ttyS2", O_RDWR);
-        for (int i = 0; i < 2; ++i) {
-            std::uint8_t bytes[6] = {};
-            platform::sleep_ms(1500);
-            platform::read(fd, bytes, sizeof bytes);
-            for (const unsigned byte : bytes)
-                std::printf("%02X ", byte);
-        }
-    });
-    EXPECT_EQ(got.console, "FF 06 20 14 01 3A FF 06 20 14 00 39 ");
-}
-
 TEST(Simulation, StatusReadOfTheFlashAnswersOneByte) {
     const Outcome got = run_on("bridges.1 = {protection = 0x1C}\ndisks.sda.bridge = '1'", [] {
         std::uint8_t block[16] = {0, 5, 0xA1, 0xA2, 0xA3, 0xA4, 0x80, 0xF7, 0, 8};
@@ -432,53 +405,6 @@ TEST(Simulation, StatusReadOfTheFlashAnswersOneByte) {
         std::printf("%x %x %x %x", block[2], block[3], block[4], block[5]);
     });
     EXPECT_EQ(got.console, "1c a2 a3 a4");
-}
-
-TEST(Simulation, RequestSucceedsWithAValueAndIsChosenByItsOpcode) {
-    const Outcome got =
-        run_on(R"(
-control.present = true
-disks.sda = {}
-faults = [{request = 0x81, effect = "value", value = 3}, {opcode = 0xC7, errno = "EBUSY"}])",
-               [] {
-                   const int control = open_control();
-                   show(platform::ioctl_value(control, 0x81, 2));
-                   const int disk = platform::open("/dev/sda", O_RDONLY);
-                   for (const int opcode : {6, 0xC7, 5}) {
-                       std::uint8_t block[16] = {0, static_cast<std::uint8_t>(opcode)};
-                       show(platform::ioctl(disk, 0x197B, block));
-                   }
-               });
-    EXPECT_EQ(got.console, "3 0 -1 EBUSY 0 ");
-    EXPECT_EQ(got.world->net_port, 2u);
-}
-
-TEST(Simulation, EventLogKeepsAnswersAndUnreadBytesAreNotZero) {
-    const char* board = R"(
-control = {present = true, boot_device_type = 0x1234}
-ports.eth0.copper.up = true)";
-    const Outcome got = run_on(board, [] {
-        std::uint8_t block[256];
-        const int control = open_control();
-        for (const std::uint32_t request : {0x04u, 0x10u, 0x80026B90u})
-            platform::ioctl(control, request, block);
-        ethtool_value link{ETHTOOL_GLINK, 0};
-        ifreq query{};
-        std::memcpy(query.ifr_name, "eth0", 5);
-        query.ifr_data = reinterpret_cast<char*>(&link);
-        platform::ioctl(platform::open_socket(AF_INET, SOCK_DGRAM, 0), SIOCETHTOOL, &query);
-    });
-    std::vector<std::size_t> sizes;
-    std::string_view last;
-    for (const sim::Event& event : got.world->log.all()) {
-        const std::string_view answer = got.world->log.got(event);
-        if (event.request == 0) continue;
-        sizes.push_back(answer.size());
-        last = answer;
-        EXPECT_TRUE(answer.size() != 256 || answer.find('\0', 36) == std::string_view::npos);
-    }
-    EXPECT_THAT(sizes, ElementsAre(256, 256, 2, 8));
-    EXPECT_EQ(last, "\x0A\0\0\0\1\0\0\0"sv);  // the link is up
 }
 
 TEST(Simulation, PipesAndMountPointsAnswerAsThoseOfAKernel) {
