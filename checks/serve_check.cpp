@@ -424,6 +424,9 @@ TEST_F(Serve, SendsAVerdictWhenTheBoardIsScannedOut) {
     EXPECT_THAT(station_.post("/api/scan", {{"text", released}}), StartsWith("HTTP/1.1 200"));
     EXPECT_EQ(station_.state().at("last").at("released"), true);
     expect_pass(station_.test(swapped), "at-release");
+    // An index that is made meanwhile leaves the board out: its verdict can still change.
+    EXPECT_EQ(shell(std::string(kStation) + " index --journals " + station_.path("journals")).out,
+              "0 new, 1 known, 1 running, 0 not indexed, 0 unsent\n");
     EXPECT_THAT(station_.post("/api/scan", {{"text", other}}), HasSubstr("\"swapped\""));
     const json verdict = station_.state().at("verdict");
     EXPECT_EQ(verdict.at("verdict"), "not-proven");

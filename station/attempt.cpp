@@ -22,7 +22,7 @@ using std::chrono::seconds;
 
 constexpr int kReleaseTimeout_ms = 10'000, kStopTimeout_ms = 30'000, kEndAfterStop_ms = 5'000;
 constexpr int kFirstPause_ms = 100, kLongestPause_ms = 2'000;
-constexpr std::size_t kLongestLine = 65'536;  // of a connection; what is longer is noise
+constexpr std::size_t kLongestNoise = 65'536;  // of a connection; what is longer is noise
 
 // Statuses of q7-agent that no retry changes, and those of a shell that finds no agent.
 bool is_final(int status) {
@@ -258,7 +258,7 @@ bool Attempt::connect() {
 // Without the end of the run: to be tried again, unless the agent said that there is no use.
 void Attempt::connection_ended() {
     const int status = events_missing_ ? -1 : child_->wait(1000).value_or(-1);
-    for (std::size_t before = kLongestLine; child_->errors() >= 0 && before != errors_.size();) {
+    for (std::size_t before = kLongestNoise; child_->errors() >= 0 && before != errors_.size();) {
         before = errors_.size();
         child_->read_errors(errors_);
     }
@@ -314,7 +314,7 @@ void Attempt::take_lines() {
         take_line(line);
     }
     received_.erase(0, from);
-    if (received_.size() > kLongestLine) received_.clear();
+    if (received_.size() > kLongestNoise) received_.clear();
 }
 
 // Whatever is no whole line of the agent is noise of the connection.

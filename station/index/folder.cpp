@@ -18,6 +18,7 @@ namespace fs = std::filesystem;
 
 // Other writers wait for a commit: it is due after so many attempts or so much time.
 constexpr std::size_t kAtOnce = 500;
+constexpr std::chrono::hours kLongestRun{1}, kLongestRelease{24};
 constexpr auto kAtLongest = std::chrono::milliseconds(200);
 
 // Collects attempts until a commit is due.
@@ -79,16 +80,21 @@ AttemptRecord read_record(const fs::path& path) {
     return from_json(nlohmann::json::parse(read_file(path)));
 }
 
-bool is_recent(const fs::path& path) {
-    return fs::file_time_type::clock::now() - fs::last_write_time(path) < std::chrono::hours(1);
+bool is_younger(const fs::path& path, std::chrono::hours age) {
+    return fs::file_time_type::clock::now() - fs::last_write_time(path) < age;
 }
 
-// What became of an attempt; nothing while it runs.
+// What became of an attempt; nothing while it runs, or its verdict can change at the release.
 std::optional<AttemptRecord> read_attempt(const fs::path& journal_path) {
     const fs::path judgement = judgement_path(journal_path);
-    if (fs::exists(judgement)) return read_record(judgement);
+    if (fs::exists(judgement)) {
+        const auto object = nlohmann::json::parse(read_file(judgement));
+        const bool is_due = object.is_object() && object.value("release", "") == "due";
+        if (is_due && is_younger(judgement, kLongestRelease)) return {};
+        return from_json(object);
+    }
     const Journal journal = read_journal(journal_path);
-    if (!journal.ended && is_recent(journal_path)) return {};
+    if (!journal.ended && is_younger(journal_path, kLongestRun)) return {};
     return record_of(judge(journal));
 }
 

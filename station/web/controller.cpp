@@ -377,7 +377,7 @@ void Controller::scan_out(const std::string& text) {
     const Judgement judgement = judge(journal, evidence, *plan_);
     json object, stored;
     try {
-        object = keep(journal_, evidence, judgement, judgement.verdict != Verdict::pass);
+        object = keep(journal_, evidence, judgement, true, false);
         stored = send(object, false);
     } catch (const std::system_error& error) {
         problem_ = storage_problem(error.code().value());
@@ -549,8 +549,8 @@ void Controller::restore(const fs::path& path) {
     run_.answers = answers_json(journal, {});
     run_.steps = judged_steps(loaded.plan, evidence, judgement, learned_);
     try {
-        const json object = keep(path, evidence, judgement, false);
         const bool is_due = awaits_release(journal, judgement);
+        const json object = keep(path, evidence, judgement, false, is_due);
         show_verdict(journal, judgement, send(object, is_due));
     } catch (const std::system_error& error) {
         problem_ = storage_problem(error.code().value());
@@ -623,8 +623,8 @@ void Controller::finish(const Judgement& judgement) {
     changed_();
     const Journal journal = read_journal(path);
     const Evidence evidence = take_evidence(journal);
-    const json object = keep(path, evidence, judgement, true);
     const bool is_due = awaits_release(journal, judgement);
+    const json object = keep(path, evidence, judgement, true, is_due);
     json stored = send(object, is_due);
     const std::lock_guard lock(mutex_);
     if (judgement.verdict == Verdict::pass && judgement.identity.mark == "production")
@@ -648,16 +648,17 @@ bool Controller::awaits_release(const Journal& journal, const Judgement& judgeme
 }
 
 // Writes the judgement of a new attempt with its causes, and returns it; of an attempt before it
-// returns what was written, unless the server was killed before it had looked up the causes. Throws
-// where nothing can be written.
+// returns what was written, unless the server was killed before it had looked up the causes. A board
+// that awaits its release is marked: no index takes it yet. Throws where nothing can be written.
 json Controller::keep(const fs::path& path, const Evidence& evidence, const Judgement& judgement,
-                      bool is_new) const {
+                      bool is_new, bool awaits_release) const {
     const fs::path file = judgement_path(path);
     json object = fs::exists(file) ? json::parse(read_file(file.string()), nullptr, false) : json();
     const bool has_causes = object.is_object() && !object.value("causes", json::array()).empty();
     if (is_new || !object.is_object() || (judgement.verdict != Verdict::pass && !has_causes)) {
         object = to_json(judgement);
         object["causes"] = ask(records_.causes, json::array(), judgement, evidence);
+        if (awaits_release) object["release"] = "due";
         write_file(file, object.dump() + "\n");
     }
     return object;
