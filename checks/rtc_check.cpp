@@ -1,4 +1,5 @@
 #include "checks/harness.h"
+#include "tests/nic.h"
 #include "tests/rtc_test.h"
 
 namespace {
@@ -27,6 +28,16 @@ TEST(RtcTest, TwoSecondsApartPassAndThreeFailInBothDirectionsAtAnyTime) {
             }
         }
     }
+}
+
+// Nothing in q7 uses them.
+TEST(Results, OfClockAndNetworkTest) {
+    const auto rtc = [] { std::printf("%d", rtc_test()); };
+    const auto nic = [] { std::printf("%d", nic_test()); };
+    EXPECT_THAT(run_piece(healthy(), rtc).console, EndsWith("\n0"));
+    EXPECT_THAT(run_piece(healthy("rtc.offset = 9"), rtc).console, EndsWith("\n1"));
+    EXPECT_THAT(run_piece(healthy(), nic).console, EndsWith("\n0"));
+    EXPECT_THAT(run_piece(healthy("faults = [{call = 'socket'}]"), nic).console, EndsWith("\n-1"));
 }
 
 }  // namespace
