@@ -1,6 +1,5 @@
 #include "sim/device.h"
 
-#include <algorithm>
 #include <cstring>
 
 #include "sim/devices/table.h"
@@ -15,16 +14,17 @@ long Argument::write(const void* bytes, std::size_t size) {
 
 Microseconds Device::ready_at(const OpenFile&, Direction) const { return world->now; }
 
-int index_of(const Paths& paths, std::string_view path) {
-    const auto found = std::find(paths.begin(), paths.end(), path);
-    return path.empty() || found == paths.end() ? -1 : static_cast<int>(found - paths.begin());
+int index_of(const Device& device, std::string_view path) {
+    PlaceSearch search{path};
+    device.places(std::ref(search));
+    return search.found;
 }
 
 std::span<const Device* const> all_devices() { return kDevices; }
 
 const Device* find_device(std::string_view path, int* index) {
     for (const Device* device : kDevices) {
-        *index = index_of(device->paths(), path);
+        *index = index_of(*device, path);
         if (*index >= 0) return device;
     }
     return nullptr;

@@ -6,11 +6,11 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "sim/process.h"
 #include "sim/time.h"
@@ -31,19 +31,30 @@ struct Argument {  // of an ioctl: by value, or a block
     long write(const void* bytes, std::size_t size);
 };
 
-// Paths on the board. The place of each is its index: which one of its kind lies there. Empty = none.
-using Paths = std::vector<std::string>;
+// Is told the places of a device in the order of their indexes, as the two parts of a path: a node in
+// /dev has "/dev/" and its name. No name = nothing lies there.
+using Places = std::function<void(std::string_view folder, std::string_view name)>;
 
-// The paths of named items, those that are present, in a folder that ends with "/".
 template <class Item>
-Paths paths_of(const std::string& folder, const std::map<std::string, Item>& items) {
-    Paths paths;
+void tell_places(const Places& tell, std::string_view folder,
+                 const std::map<std::string, Item>& items) {
     for (const auto& [name, item] : items)
-        paths.push_back(item.present ? folder + name : "");
-    return paths;
+        tell(folder, item.present ? std::string_view(name) : std::string_view());
 }
 
-int index_of(const Paths& paths, std::string_view path);  // -1 = nothing lies there
+// Finds the index of a path. It allocates nothing: a process that was forked beside threads searches,
+// too, and the lock of an allocator that cannot follow a fork may have been held.
+struct PlaceSearch {
+    std::string_view path;
+    int found = -1, next = 0;
+
+    void operator()(std::string_view folder, std::string_view name) {
+        const bool is_here = !name.empty() && path.size() == folder.size() + name.size()
+                             && path.starts_with(folder) && path.ends_with(name);
+        if (is_here && found < 0) found = next;
+        ++next;
+    }
+};
 
 class Device {
   public:
@@ -55,7 +66,7 @@ class Device {
     // The description is about to change; it is still the old one.
     virtual void before_change() const {}
 
-    virtual Paths paths() const { return {}; }
+    virtual void places(const Places& /*tell*/) const {}
 
     virtual long open(int, int /*flags*/) const { return 0; }
     virtual void close(int) const {}
@@ -81,7 +92,8 @@ class Device {
     ~Device() = default;
 };
 
-std::span<const Device* const> all_devices();  // in the order of the device table
+int index_of(const Device& device, std::string_view path);  // -1 = nothing lies there
+std::span<const Device* const> all_devices();               // in the order of the device table
 
 // The device with this path, and which one of its kind lies there; null: the board has no such path.
 const Device* find_device(std::string_view path, int* index);

@@ -54,7 +54,9 @@ struct ControlNode final : Device {
         world->control.watchdog_expires = kNever;
     }
 
-    Paths paths() const override { return {scenario->control.present ? "/dev/zebio" : ""}; }
+    void places(const Places& tell) const override {
+        tell("/dev/", scenario->control.present ? "zebio" : "");
+    }
 
     Microseconds acts_at() const override { return world->control.watchdog_expires; }
 

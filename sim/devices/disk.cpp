@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <ranges>
 
 #include "sim/clock.h"
 #include "sim/devices/bridge.h"
@@ -75,10 +76,9 @@ struct DiskNodes final : Device {
                    [&](Keys& sub, Disk& disk) { describe_disk(sub, disk, board.bridges); });
     }
 
-    Paths paths() const override {
-        Paths paths = paths_of("/dev/", scenario->disks);
-        std::reverse(paths.begin(), paths.end());  // the newest node first
-        return paths;
+    void places(const Places& tell) const override {
+        for (const auto& [name, disk] : std::views::reverse(scenario->disks))  // newest node first
+            tell("/dev/", disk.present ? std::string_view(name) : std::string_view());
     }
 
     long ioctl(OpenFile& file, std::uint32_t request, Argument& argument) const override {

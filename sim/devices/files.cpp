@@ -3,8 +3,9 @@
 #include "sim/devices/files.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <iterator>
+#include <string>
+#include <vector>
 
 #include "sim/devices/bridge.h"
 #include "sim/scenario/keys.h"
@@ -42,13 +43,16 @@ struct Files final : Device {
         if (scenario->files.size() > kMostFiles) stop_here("more than %zu files", kMostFiles);
     }
 
-    Paths paths() const override {
-        Paths paths = paths_of("", scenario->files);
-        for (std::size_t i = 0; i < paths.size(); ++i)
-            if (world->removed[i]) paths[i].clear();
-        paths.resize(kNull);
-        paths.push_back("/dev/null");
-        return paths;
+    void places(const Places& tell) const override {
+        int index = 0;
+        for (const auto& [path, file] : scenario->files) {
+            const bool is_here = file.present && !world->removed[index];
+            tell("", is_here ? std::string_view(path) : std::string_view());
+            ++index;
+        }
+        for (; index < kNull; ++index)
+            tell("", "");
+        tell("/dev/", "null");
     }
 
     long read(OpenFile& file, void* data, std::size_t size) const override {
@@ -75,7 +79,7 @@ struct Files final : Device {
 const Device& file_device = Files{};
 
 long remove_file(std::string_view path) {
-    const int index = index_of(file_device.paths(), path);
+    const int index = index_of(file_device, path);
     if (index < 0 || index == kNull) return -ENOENT;
     world->removed[index] = true;
     return 0;
@@ -87,11 +91,12 @@ long open_directory(std::string_view path) {
 
 const char* next_entry(OpenFile& directory) {
     static std::string entry;
-    Paths names{".", ".."};
+    std::vector<std::string> names{".", ".."};
     for (const Device* device : all_devices()) {
-        for (const std::filesystem::path path : device->paths())
-            if (path.parent_path() == "/dev" && device != &file_device)
-                names.push_back(path.filename());
+        if (device == &file_device) continue;
+        device->places([&names](std::string_view folder, std::string_view name) {
+            if (folder == "/dev/" && !name.empty()) names.emplace_back(name);
+        });
     }
     const auto place = static_cast<std::size_t>(directory.offset++);
     if (place >= names.size()) return nullptr;

@@ -95,7 +95,9 @@ bool has_room(std::uint32_t size) {
 struct Fifo final : Device {
     void describe(Keys& keys, Board& board) const override { keys.table("fifo", board.fifo); }
 
-    Paths paths() const override { return {scenario->fifo.fifo ? "/var/q7.fifo" : ""}; }
+    void places(const Places& tell) const override {
+        tell("/var/", scenario->fifo.fifo ? "q7.fifo" : "");
+    }
 
     long open(int, int flags) const override {
         if ((flags & O_ACCMODE) != O_WRONLY) return -EACCES;

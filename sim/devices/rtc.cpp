@@ -29,7 +29,9 @@ struct RtcNode final : Device {
 
     void before_change() const override { world->rtc = {counted_s(), world->now}; }
 
-    Paths paths() const override { return {scenario->rtc.present ? "/dev/rtc" : ""}; }
+    void places(const Places& tell) const override {
+        tell("/dev/", scenario->rtc.present ? "rtc" : "");
+    }
 
     long ioctl(OpenFile&, std::uint32_t request, Argument& argument) const override {
         if (request != kReadTime) return -ENOTTY;

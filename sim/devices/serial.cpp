@@ -54,9 +54,9 @@ struct SerialNode final : Device {
         }
     }
 
-    Paths paths() const override {
-        return {port(kRs485Line).present ? "/dev/ttyS0" : "",
-                port(kPanelLine).present ? "/dev/ttyS2" : ""};
+    void places(const Places& tell) const override {
+        tell("/dev/", port(kRs485Line).present ? "ttyS0" : "");
+        tell("/dev/", port(kPanelLine).present ? "ttyS2" : "");
     }
 
     termios* attributes(int line) const override { return &world->lines[line].attributes; }

@@ -62,8 +62,11 @@ namespace {
 
 constexpr std::uint32_t kHostBlockSize = 1024, kHostFreeBlocks = 100'000;
 
-int disk_at(std::string_view node) {
-    return index_of(paths_of("/dev/", scenario->usb.disks), node);
+// The disk of this name in the folder; -1 = none.
+int disk_at(std::string_view folder, std::string_view path) {
+    PlaceSearch search{path};
+    tell_places(std::ref(search), folder, scenario->usb.disks);
+    return search.found;
 }
 
 const UsbDisk& stick(int place) { return std::next(scenario->usb.disks.begin(), place)->second; }
@@ -88,21 +91,18 @@ struct UsbNodes final : Device {
     void start() const override {
         const Usb& usb = scenario->usb;
         for (const std::string& path : usb.mounted)
-            add_point(path).disk =
-                static_cast<std::int16_t>(index_of(paths_of("/mnt/", usb.disks), path));
+            add_point(path).disk = static_cast<std::int16_t>(disk_at("/mnt/", path));
         for (const std::string& path : usb.files)
             add_point(path).is_file = true;
         for (const std::string& path : usb.directories)
             add_point(path);
     }
 
-    Paths paths() const override {
-        Paths paths = paths_of("/dev/", scenario->usb.disks);
-        std::ranges::copy(paths_of("/sys/bus/usb/devices/", scenario->usb.devices),
-                          std::back_inserter(paths));
+    void places(const Places& tell) const override {
+        tell_places(tell, "/dev/", scenario->usb.disks);
+        tell_places(tell, "/sys/bus/usb/devices/", scenario->usb.devices);
         for (std::uint32_t i = 0; i < scenario->usb.mice; ++i)
-            paths.push_back("/dev/input/mouse" + std::to_string(i));
-        return paths;
+            tell("/dev/input/mouse", std::string_view("0123456789").substr(i, 1));
     }
 };
 
@@ -129,7 +129,7 @@ long remove_directory(std::string_view path) {
 long mount_disk(std::string_view device, std::string_view directory, std::string_view type,
                 bool by_shell) {
     MountPoint* point = point_at(directory);
-    const int place = disk_at(device);
+    const int place = disk_at("/dev/", device);
     if (point == nullptr || place < 0) return -ENOENT;
     if (point->is_file) return -ENOTDIR;
     if (point->disk >= 0) return -EBUSY;
