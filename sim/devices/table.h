@@ -1,6 +1,5 @@
-// The devices of the board: whoever adds one adds its pair of files, a row here, and its source to
-// CMakeLists.txt. They stand in the order of their sections in `q7-sim --keys`, and of their nodes
-// in /dev.
+// The devices of the board: whoever adds one adds its pair of files and a row here. They stand in the
+// order of their sections in `q7-sim --keys`, and of their nodes in /dev.
 #pragma once
 
 #include "sim/devices/alarm.h"
