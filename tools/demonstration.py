@@ -169,6 +169,7 @@ class Line:
                          start=start.isoformat(timespec="milliseconds"), end=stamp(judgement["end"]), journal={"lines": len(lines) + bool(repair), "sha256": judged},
                          repairs=[{**repair, "at": repair["entered"]}] if repair else [],
                          drift=[{"fact": "rtc.difference", "value": 1 if self.random.random() < 0.02 + 0.01 * (start.day % 7) else 0, "unit": "s"}])
+        judgement.pop("release", None)  # what passed in that week has left the station
         folder = self.path("journals", day)
         os.makedirs(folder, exist_ok=True)
         with open(os.path.join(folder, name + ".journal"), "w", encoding="utf-8") as file:

@@ -96,14 +96,15 @@ function attempts(t) {
   const { attempts: all, stations } = board;
   const first = all.at(-1);
   const [count, rest] = t.historyHead(all.length, stations);
+  const several = all.length > 1;
   const check = (good, words) => el('div', { class: 'with-sign' }, stateSign(good ? 'pass' : 'not-proven', 22), words);
   return el('aside', {},
     el('div', { class: 'summary' }, el('b', {}, count), rest, el('b', {}, t.verdicts[first.verdict])),
     el('div', { class: 'attempts' }, all.map((attempt) => card(attempt, t))),
-    el('div', { class: 'checks' },
-      check(board.checks.address_same, board.checks.address_same ? t.checks.addressSame(all.length) : t.checks.addressDiffers()),
+    !several && board.checks.scanned === null ? '' : el('div', { class: 'checks' },
+      !several ? '' : check(board.checks.address_same, board.checks.address_same ? t.checks.addressSame(all.length) : t.checks.addressDiffers()),
       board.checks.scanned === null ? '' : check(board.checks.scanned, board.checks.scanned ? t.checks.scanned(all.length) : t.checks.notScanned()),
-      check(board.checks.plan_same, board.checks.plan_same ? t.checks.planSame(all.length) : t.checks.planDiffers())));
+      !several ? '' : check(board.checks.plan_same, board.checks.plan_same ? t.checks.planSame(all.length) : t.checks.planDiffers())));
 }
 
 // What changed from attempt to attempt: at most the three newest, oldest first.
@@ -124,7 +125,7 @@ function changes(t) {
     el('thead', {}, el('tr', {}, el('th', {}, t.changed()), columns.map((attempt) => el('th', { class: 'column' }, t.attempt(attempt.number, attempt.provisional))))),
     el('tbody', {}, shown.map((change) => el('tr', { class: change.ignored ? 'ignored' : '' },
       el('td', {}, name(change), el('span', { class: 'mono fact' }, change.fact)), columns.map((attempt, i) => cell(change, attempt, i)))),
-      columns.length < 2 ? el('tr', { class: 'ignored' }, el('td', { colspan: 2 }, t.oneAttempt())) : '',
+      shown.length ? '' : el('tr', { class: 'ignored' }, el('td', { colspan: columns.length + 1 }, columns.length < 2 ? t.oneAttempt() : t.noChanges())),
       shown.length < board.changes.length ? el('tr', {}, el('td', { class: 'lesser', colspan: 4 }, t.moreChanges(board.changes.length - shown.length))) : '')));
 }
 
