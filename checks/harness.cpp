@@ -1,7 +1,5 @@
 #include "checks/harness.h"
 
-#include <sys/mman.h>
-
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -24,17 +22,18 @@ struct Remains {
 };
 
 Outcome run_program(const Board& board, const std::function<int()>& program) {
-    void* page =
-        ::mmap(nullptr, sizeof(Remains), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    auto* remains = static_cast<Remains*>(page);
     std::fflush(stdout);  // or the new process would print it again
     sim::Outcome got = sim::simulate(
-        board, {program, [&] {
-                    remains->results = results;
-                    remains->capability = {g_bSupFrontPanel, g_iUsbNum,     g_iCordNo,
-                                           g_iAlarmOutNum,   g_iAlarmInNum, g_sata_port_num,
-                                           g_cESataNum,      g_cMiniSASNum, g_cSataNewRule};
+        board, {program, [] {
+                    const Remains remains{
+                        results,
+                        {g_bSupFrontPanel, g_iUsbNum, g_iCordNo, g_iAlarmOutNum, g_iAlarmInNum,
+                         g_sata_port_num, g_cESataNum, g_cMiniSASNum, g_cSataNewRule}};
+                    static_assert(sizeof remains <= sizeof sim::world->left);
+                    std::memcpy(sim::world->left, &remains, sizeof remains);
                 }});
+    Remains remains;
+    std::memcpy(&remains, got.world->left, sizeof remains);
     Outcome outcome;
     outcome.status = got.status;
     outcome.signal = got.signal;
@@ -45,12 +44,11 @@ Outcome run_program(const Board& board, const std::function<int()>& program) {
     for (const char* sanitizer : {"runtime error:", "AddressSanitizer", "ThreadSanitizer"}) {
         EXPECT_EQ(outcome.errors.find(sanitizer), std::string::npos) << outcome.errors;
     }
-    outcome.results = remains->results;
-    outcome.capability = remains->capability;
+    outcome.results = remains.results;
+    outcome.capability = remains.capability;
     outcome.stopped = got.reason;
     outcome.end_s = static_cast<double>(got.world->now) / 1e6;
     outcome.world = std::move(got.world);
-    ::munmap(page, sizeof(Remains));
     for (const sim::Event& event : outcome.world->log.all()) {
         if (!outcome.world->log.is_report(event)) continue;
         const std::string_view bytes = outcome.world->log.sent(event);

@@ -31,9 +31,9 @@ TEST(Scenario, MistakesAreNamedWithFileLineAndWhatIsAccepted) {
     expect("hardware = 1", "x.toml:1: hardware takes a table");
     expect("files = 1", "x.toml:1: files takes tables by PATH");
     expect("faults = {}", "x.toml:1: faults takes a list of tables");
-    expect("[[faults]]\nerrno = \"EWHAT\"", "x.toml:2: errno takes one of EPERM, ENOENT, ");
+    expect("[[faults]]\nerrno = \"EWHAT\"", "x.toml:2: errno takes \"EPERM\", \"ENOENT\", ");
     expect("[[faults]]\neffect = \"fail\"", "x.toml:2: effect takes \"error\", \"short\",");
-    expect("[[faults]]\ncall = \"opne\"", "x.toml:2: call takes one of _exit, access, close");
+    expect("[[faults]]\ncall = \"opne\"", "x.toml:2: call takes \"_exit\", \"access\", \"close");
     expect("[[faults]]\nnth = 0", "x.toml:2: nth takes 1 to 4294967295");
     expect("files.'/dav0/zeb321.bin'.bytes = \"FF 0\"",
            "x.toml:1: bytes takes bytes in hexadecimal");

@@ -609,12 +609,12 @@ TEST(ThreadSanitizer, ReportsAPlantedRace) {
 }
 #endif
 
-TEST(GbkDecoder, HoldsHalfACharacterBackAndReplacesWhatIsNone) {
-    sim::GbkDecoder decoder;
-    EXPECT_EQ(decoder.decode("a\xB2"), "a");
-    EXPECT_EQ(decoder.decode("\xE2\xCA\xD4!"), "测试!");
-    EXPECT_EQ(decoder.decode("\xFF z\xB2"), "\uFFFD z");
-    EXPECT_EQ(decoder.finish(), "\uFFFD");
+TEST(GbkText, KeepsHalfACharacterForTheNextPieceAndReplacesWhatIsNone) {
+    std::string rest;
+    EXPECT_EQ(sim::gbk_to_utf8("a\xB2", &rest), "a");
+    EXPECT_EQ(sim::gbk_to_utf8("\xE2\xCA\xD4!", &rest), "测试!");
+    EXPECT_EQ(sim::gbk_to_utf8("\xFF z\xB2", &rest), "\uFFFD z");
+    EXPECT_EQ(sim::gbk_to_utf8(rest), "\uFFFD");
 }
 
 }  // namespace

@@ -4,16 +4,22 @@
 #pragma once
 
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "sim/change.h"
 #include "sim/devices/table.h"
 #include "sim/fault.h"
-#include "sim/scenario/expect.h"
-#include "sim/scenario/node.h"
 
 namespace sim {
+
+struct Expect {                                     // what its run must show, for q7-sim --check
+    std::vector<std::string> arguments;             // of q7
+    std::optional<int> status;                      // with which it ends by itself
+    std::optional<std::set<std::string>> verdicts;  // the result slots that show a fault
+    std::vector<std::string> texts, no_texts;       // on the console or in a record, in UTF-8
+};
 
 struct Board : Devices::Descriptions {
     std::string file;  // that describes it, without its bases; empty for a built-in board

@@ -58,25 +58,23 @@ Call::Call(const char* function, std::string_view path, std::int64_t argument) {
     if (!path.empty()) event_->path = keep(path);
 }
 
-Call::Call(const char* function, Fd fd, std::int64_t argument, std::uint32_t request) {
-    stop_if_spinning(function);
-    event_ = &new_event(function);
-    event_->argument = argument;
+Call::Call(const char* function, Fd fd, std::int64_t argument, std::uint32_t request)
+    : Call(function, kNoPath, argument) {
     event_->request = request;
     event_->fd = fd.number;
     file_ = open_file(fd.number);
     if (file_ != nullptr) event_->path = file_->path;
 }
 
-void Call::begin() {
+int Call::begin() {
     make_changes_of_call(*event_);
     fault_ = matching_fault(*event_);
-    if (fault_ == nullptr) return;
-    if (fault_->effect == Fault::Effect::interrupt) interrupt_all();
-    if (fault_->effect == Fault::Effect::power_cut) {
+    if (has(Fault::Effect::interrupt)) interrupt_all();
+    if (has(Fault::Effect::power_cut)) {
         world->power_cut = true;
         stop_here("the power failed");
     }
+    return has(Fault::Effect::error) ? fault_->error : 0;
 }
 
 void Call::sent(const void* bytes, std::size_t size) {
@@ -92,18 +90,13 @@ void Call::got(const void* bytes, std::size_t size) {
 }
 
 std::size_t Call::shortened(std::size_t size) const {
-    if (fault_ == nullptr || fault_->effect != Fault::Effect::shorten) return size;
-    return std::min<std::size_t>(size, fault_->count);
-}
-
-int Call::fails_with() {
-    return fault_ != nullptr && fault_->effect == Fault::Effect::error ? fault_->error : 0;
+    return has(Fault::Effect::shorten) ? std::min<std::size_t>(size, fault_->count) : size;
 }
 
 long Call::finish(long result) {
     if (event_ == nullptr) return result;
-    if (fault_ != nullptr && fault_->effect == Fault::Effect::interrupt) deliver_interrupt();
-    if (fault_ != nullptr && fault_->effect == Fault::Effect::value) result = fault_->value;
+    if (has(Fault::Effect::interrupt)) deliver_interrupt();
+    if (has(Fault::Effect::value)) result = fault_->value;
     event_->ended = world->now;
     event_->error = result < 0 ? static_cast<std::int32_t>(-result) : 0;
     event_->result = result < 0 ? -1 : result;

@@ -45,17 +45,16 @@ class Call {
     // result to that of a system call: -1 and errno on failure, errno unchanged on success.
     template <class Body>
     long run(Body body) {
-        begin();
-        const int fault = fails_with();
+        const int fault = begin();
         return finish(fault != 0 ? -fault : body());
     }
 
     void abandon() { event_ = nullptr; }  // in a forked process: the call is the parent's
 
   private:
-    void begin();
-    int fails_with();  // errno of a fault; 0 = none
+    int begin();  // errno of a fault; 0 = none
     long finish(long result);
+    bool has(Fault::Effect effect) const { return fault_ != nullptr && fault_->effect == effect; }
 
     HiddenFromThreadSanitizer hidden_;
     Event* event_ = nullptr;

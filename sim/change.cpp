@@ -22,7 +22,8 @@ void make(std::size_t place) {
         stop_here("more than %zu changes", std::size(world->made));
     ++world->changes[place].came;
     note("change", "%s", present.changes[place].place.c_str());
-    prepare_devices_for_change();
+    for (const Device* device : all_devices())
+        device->before_change();
     world->made[world->changes_made++] = static_cast<std::uint8_t>(place);
     follow_changes();
 }

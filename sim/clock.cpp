@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
-#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -35,33 +34,27 @@ Microseconds end_of_wait(const Actor& actor) {
     Microseconds end = actor.until;
     if (actor.file >= 0) {
         const OpenFile& file = world->files[actor.file];
-        end = std::min(end, device_of(file).ready_at(file, actor.direction));
+        end = std::min(end, file.device->ready_at(file, actor.direction));
     }
     return std::max(end, world->now);
 }
 
-std::string wait_of(const Actor& actor) {
-    char text[160];
-    const double until = to_seconds(actor.until);
-    if (actor.file < 0) {
-        std::snprintf(text, sizeof text, "\n  %s: until %.6f s", world->name_of(actor), until);
-        return text;
-    }
-    int length =
-        std::snprintf(text, sizeof text, "\n  %s: for %s to become %s", world->name_of(actor),
-                      world->log.text + world->files[actor.file].path,
-                      actor.direction == Direction::read ? "readable" : "writable");
-    if (actor.until != kNever && length < static_cast<int>(sizeof text)) {
-        std::snprintf(text + length, sizeof text - static_cast<std::size_t>(length),
-                      ", until %.6f s", until);
-    }
-    return text;
-}
-
+// What each actor waits for, on a line of its own.
 std::string all_waits() {
     std::string text;
     for (const Actor& actor : world->actors) {
-        if (actor.state == Actor::State::alive) text += wait_of(actor);
+        if (actor.state != Actor::State::alive) continue;
+        text += std::string("\n  ") + world->name_of(actor) + ": ";
+        if (actor.file >= 0) {
+            text += std::string("for ") + world->log.text_at(world->files[actor.file].path)
+                    + " to become "
+                    + (actor.direction == Direction::read ? "readable" : "writable");
+            if (actor.until == kNever) continue;
+            text += ", ";
+        }
+        char until[40];
+        std::snprintf(until, sizeof until, "until %.6f s", to_seconds(actor.until));
+        text += until;
     }
     return text;
 }
@@ -69,7 +62,7 @@ std::string all_waits() {
 bool is_ready(int place, Direction direction) {
     if (place < 0) return false;
     const OpenFile& file = world->files[place];
-    return device_of(file).ready_at(file, direction) <= world->now;
+    return file.device->ready_at(file, direction) <= world->now;
 }
 
 void wait_for(Microseconds until, int file, Direction direction, bool interruptible) {
@@ -110,8 +103,8 @@ void stop_here(const char* format, ...) {
 }
 
 bool anyone_alive() {
-    return std::any_of(std::begin(world->actors), std::end(world->actors),
-                       [](const Actor& actor) { return actor.state == Actor::State::alive; });
+    return std::ranges::any_of(
+        world->actors, [](const Actor& actor) { return actor.state == Actor::State::alive; });
 }
 
 Step next_step() {
@@ -125,7 +118,9 @@ Step next_step() {
         next = {at, static_cast<int>(&actor - world->actors)};
         first = actor.order;
     }
-    const Microseconds board_at = std::min(next_act_at(), next_change_at());
+    Microseconds board_at = next_change_at();
+    for (const Device* device : all_devices())
+        board_at = std::min(board_at, device->acts_at());
     if (board_at <= next.at) next = {std::max(board_at, world->now), -1};
     return next;
 }
@@ -143,7 +138,8 @@ void run_step(const Step& step) {
     world->now = step.at;
     if (step.actor < 0) {
         make_due_changes();
-        act_devices();
+        for (const Device* device : all_devices())
+            if (device->acts_at() <= world->now) device->act();
         return;
     }
     world->running = static_cast<std::int16_t>(step.actor);
@@ -182,22 +178,19 @@ void await_turn() {
     follow_changes();
 }
 
-void deliver_interrupt() {
+bool deliver_interrupt() {
     const Actor& actor = world->actors[self];
-    if (!is_interrupted(actor)) return;
+    if (!is_interrupted(actor)) return false;
     world->processes[actor.process].interrupt_pending = false;
     save_coverage();
     ::raise(SIGINT);
+    return true;
 }
 
 Wake wait_until(Microseconds until, int file, Direction direction) {
-    const Actor& actor = world->actors[self];
     const bool is_over = is_ready(file, direction) || until <= world->now;
     if (!is_over) wait_for(until, file, direction, true);
-    if (is_interrupted(actor)) {
-        deliver_interrupt();
-        return Wake::interrupt;
-    }
+    if (deliver_interrupt()) return Wake::interrupt;
     return is_ready(file, direction) ? Wake::ready : Wake::time_up;
 }
 

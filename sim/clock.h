@@ -22,7 +22,7 @@ void spend_time(Microseconds duration);
 bool spend_time_in_shell(Microseconds duration);
 
 void await_turn();         // blocks until this actor holds the turn
-void deliver_interrupt();  // runs the handler, if an interrupt is pending for this actor
+bool deliver_interrupt();  // runs the handler if an interrupt is pending for this actor; false = none
 void interrupt_all();      // Ctrl-C at the console: to every process
 void pass_turn();          // called by an actor that waits or has ended
 

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -75,16 +76,9 @@ class Device {
     ~Device() = default;
 };
 
-// The device table.
-void describe_devices(Keys& keys, Board& board);
-void start_devices();
-void prepare_devices_for_change();
-Microseconds next_act_at();
-void act_devices();  // those that are due
-long control_devices(std::uint32_t request, Argument& argument);
-std::vector<std::string> list_nodes();                         // of /dev
-const Device* find_device(std::string_view path, int* index);  // null: the board has no such path
-const Device& device_of(const OpenFile& file);
-int row_of(const Device& device);
+std::span<const Device* const> all_devices();  // in the order of the device table
+
+// The device with this path, and which one of its kind lies there; null: the board has no such path.
+const Device* find_device(std::string_view path, int* index);
 
 }  // namespace sim

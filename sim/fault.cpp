@@ -1,7 +1,9 @@
 #include "sim/fault.h"
 
 #include <cstring>
-#include <set>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "sim/board.h"
 #include "sim/scenario/keys.h"
@@ -10,39 +12,25 @@
 namespace sim {
 namespace {
 
-constexpr int kLastErrno = 133;
-
-std::string errno_names() {
-    std::string names = "one of ";
-    for (int number = 1; number <= kLastErrno; ++number) {
-        const char* known = strerrorname_np(number);
-        if (known != nullptr) names += (number == 1 ? "" : ", ") + std::string(known);
-    }
+std::vector<std::pair<std::string, int>> errors() {
+    constexpr int kLastErrno = 133;
+    std::vector<std::pair<std::string, int>> names;
+    for (int number = 1; number <= kLastErrno; ++number)
+        if (const char* name = strerrorname_np(number)) names.emplace_back(name, number);
     return names;
 }
 
-bool set_errno(int& error, const std::string& name) {
-    for (int number = 1; number <= kLastErrno; ++number) {
-        const char* known = strerrorname_np(number);
-        if (known != nullptr && name == known) error = number;
-        if (known != nullptr && name == known) return true;
-    }
-    return false;
-}
-
 // The platform calls, as the event log names them.
-const std::set<std::string> kCalls = {
-    "_exit",  "access",        "close",          "closedir",  "exit",  "fork",
-    "ioctl",  "lseek",         "mkdir",          "mount",     "open",  "opendir",
-    "pipe",   "pread",         "pthread_create", "raise",     "read",  "readdir",
-    "remove", "rmdir",         "setuid",         "signal",    "sleep", "socket",
-    "statfs", "system",        "tcgetattr",      "tcsetattr", "time",  "umount",
-    "uname",  "wait_readable", "wait_writable",  "waitpid",   "write"};
-
-std::string call_names() {
-    std::string names;
-    for (const std::string& call : kCalls)
-        names += (names.empty() ? "one of " : ", ") + call;
+std::vector<std::pair<std::string, std::string>> calls() {
+    std::vector<std::pair<std::string, std::string>> names;
+    for (const char* name :
+         {"_exit",  "access",        "close",          "closedir",  "exit",  "fork",
+          "ioctl",  "lseek",         "mkdir",          "mount",     "open",  "opendir",
+          "pipe",   "pread",         "pthread_create", "raise",     "read",  "readdir",
+          "remove", "rmdir",         "setuid",         "signal",    "sleep", "socket",
+          "statfs", "system",        "tcgetattr",      "tcsetattr", "time",  "umount",
+          "uname",  "wait_readable", "wait_writable",  "waitpid",   "write"})
+        names.emplace_back(name, name);
     return names;
 }
 
@@ -63,13 +51,7 @@ bool Match::concerns(const Event& event) const {
 
 void describe(Keys& keys, Match& match) {
     match.place = keys.place();
-    keys.key("call",
-             word(call_names(), "any",
-                  [&](const std::string& name) {
-                      match.call = name;
-                      return kCalls.count(name) != 0;
-                  }),
-             "which call it is, as the event log names it");
+    keys.key("call", choice(match.call, calls()), "which call it is; any without this key");
     keys.key("path", match.path, "path that the call works on; \"\" = any");
     keys.key("actor", match.actor, "\"main\", \"thread1\", \"child1\" ...; \"\" = any");
     keys.key("request", match.request, "request of an ioctl; 0 = any");
@@ -90,10 +72,7 @@ void describe(Keys& keys, Fault& fault) {
                               {"power cut", Fault::Effect::power_cut}}),
         "what happens: it fails, transfers `count` bytes at most, returns `value`, Ctrl-C comes, "
         "the power goes");
-    keys.key("errno",
-             word(errno_names(), "\"EIO\"",
-                  [&](const std::string& name) { return set_errno(fault.error, name); }),
-             "with which it fails");
+    keys.key("errno", choice(fault.error, errors()), "with which it fails");
     keys.key("value", fault.value, "that it returns, once it is carried out", {0, INT32_MAX});
     keys.key("count", fault.count, "bytes that a short transfer takes at most");
     const bool transfers = fault.call.empty() || fault.call == "read" || fault.call == "pread"

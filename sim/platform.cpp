@@ -40,13 +40,15 @@ template <class Body>
 long on_file(Call& call, Body body) {
     return call.run([&]() -> long {
         OpenFile* file = call.file();
-        return file == nullptr ? -EBADF : body(*file, device_of(*file));
+        return file == nullptr ? -EBADF : body(*file);
     });
 }
 
-// Runs the body of a call without a descriptor.
-template <class Body>
-int run(const char* function, std::string_view path, std::int64_t argument, Body body) {
+// Runs the body of a call without a descriptor; without a body it succeeds.
+template <class Body = long (*)()>
+int run(
+    const char* function, std::string_view path, std::int64_t argument,
+    Body body = [] { return 0L; }) {
     Call call(function, path, argument);
     return static_cast<int>(call.run(body));
 }
@@ -54,7 +56,7 @@ int run(const char* function, std::string_view path, std::int64_t argument, Body
 int select_one(const char* function, int fd, Direction direction, timeval* remaining) {
     const Microseconds budget = remaining->tv_sec * 1'000'000 + Microseconds{remaining->tv_usec};
     Call call(function, Fd{fd}, budget);
-    return static_cast<int>(on_file(call, [&](OpenFile& file, const Device&) -> long {
+    return static_cast<int>(on_file(call, [&](OpenFile& file) -> long {
         const Microseconds until = world->now + budget;
         const Wake wake = wait_until(until, static_cast<int>(&file - world->files), direction);
         const Microseconds rest = until - world->now;
@@ -67,9 +69,9 @@ int select_one(const char* function, int fd, Direction direction, timeval* remai
 int control(int fd, std::uint32_t request, Argument argument) {
     Call call("ioctl", Fd{fd}, argument.value, request);
     const OpenFile* const open = call.file();
-    if (open != nullptr) call.sent(argument.block, device_of(*open).sent_size(request));
-    return static_cast<int>(on_file(call, [&](OpenFile& file, const Device& device) {
-        const long result = device.ioctl(file, request, argument);
+    if (open != nullptr) call.sent(argument.block, open->device->sent_size(request));
+    return static_cast<int>(on_file(call, [&](OpenFile& file) {
+        const long result = file.device->ioctl(file, request, argument);
         call.got(argument.answer.data(), argument.answer.size());
         return result;
     }));
@@ -98,10 +100,7 @@ void* run_thread(void* argument) {
 }
 
 [[noreturn]] void leave(const char* function, int status) {
-    {
-        Call call(function, kNoPath, status);
-        call.run([] { return 0L; });
-    }
+    run(function, kNoPath, status);
     leave_process(status);
 }
 
@@ -125,8 +124,8 @@ int close(int fd) {
 
 ssize_t read(int fd, void* data, std::size_t size) {
     Call call("read", Fd{fd}, static_cast<std::int64_t>(size));
-    return on_file(call, [&](OpenFile& file, const Device& device) {
-        const long count = device.read(file, data, call.shortened(size));
+    return on_file(call, [&](OpenFile& file) {
+        const long count = file.device->read(file, data, call.shortened(size));
         if (count > 0) call.got(data, static_cast<std::size_t>(count));
         return count;
     });
@@ -134,19 +133,18 @@ ssize_t read(int fd, void* data, std::size_t size) {
 
 ssize_t pread(int fd, void* data, std::size_t size, off_t offset) {
     Call call("pread", Fd{fd}, offset);
-    return on_file(call, [&](OpenFile& file, const Device& device) {
+    return on_file(call, [&](OpenFile& file) {
         OpenFile place = file;
         place.offset = offset;
-        return device.read(place, data, call.shortened(size));
+        return file.device->read(place, data, call.shortened(size));
     });
 }
 
 ssize_t write(int fd, const void* data, std::size_t size) {
     Call call("write", Fd{fd}, static_cast<std::int64_t>(size));
     call.sent(data, size);
-    return on_file(call, [&](OpenFile& file, const Device& device) {
-        return device.write(file, data, call.shortened(size));
-    });
+    return on_file(
+        call, [&](OpenFile& file) { return file.device->write(file, data, call.shortened(size)); });
 }
 
 // Not an event: each event counts the bytes printed before it.
@@ -154,8 +152,8 @@ ssize_t write_text(int fd, const void* text, std::size_t size) { return ::write(
 
 off_t lseek(int fd, off_t offset, int whence) {
     Call call("lseek", Fd{fd}, offset);
-    return on_file(call, [&](OpenFile& file, const Device& device) -> long {
-        const std::int64_t size = device.size(file.index);
+    return on_file(call, [&](OpenFile& file) -> long {
+        const std::int64_t size = file.device->size(file.index);
         const std::int64_t from = whence == SEEK_SET ? 0 : whence == SEEK_END ? size : file.offset;
         if (size < 0) return -ESPIPE;
         if (from + offset < 0) return -EINVAL;
@@ -190,8 +188,8 @@ int wait_writable(int fd, timeval* remaining) {
 
 int tcgetattr(int fd, termios* attributes) {
     Call call("tcgetattr", Fd{fd});
-    return static_cast<int>(on_file(call, [&](OpenFile& file, const Device& device) -> long {
-        const termios* line = device.attributes(file.index);
+    return static_cast<int>(on_file(call, [&](OpenFile& file) -> long {
+        const termios* line = file.device->attributes(file.index);
         if (line != nullptr) *attributes = *line;
         return line == nullptr ? -ENOTTY : 0;
     }));
@@ -199,8 +197,8 @@ int tcgetattr(int fd, termios* attributes) {
 
 int tcsetattr(int fd, int when, const termios* attributes) {
     Call call("tcsetattr", Fd{fd}, when);
-    return static_cast<int>(on_file(call, [&](OpenFile& file, const Device& device) -> long {
-        termios* line = device.attributes(file.index);
+    return static_cast<int>(on_file(call, [&](OpenFile& file) -> long {
+        termios* line = file.device->attributes(file.index);
         if (line != nullptr) *line = *attributes;
         return line == nullptr ? -ENOTTY : 0;
     }));
@@ -243,27 +241,26 @@ pid_t fork() {
 
 pid_t waitpid(pid_t process, int* status, int options) {
     return run("waitpid", kNoPath, process, [&]() -> long {
-        if (options != WNOHANG) return -EINVAL;  // the product waits for no process
+        // The product waits for no process, and asks for none by its number.
+        if (process != -1 || options != WNOHANG) return -EINVAL;
         Process* child = nullptr;
-        const pid_t ended = ended_child(process, &child);
-        if (ended <= 0) return ended < 0 ? -ECHILD : 0;
+        if (!find_ended_child(&child)) return -ECHILD;
+        if (child == nullptr) return 0;
         if (::waitpid(child->pid, status, 0) != child->pid) return -ECHILD;
+        const pid_t pid = pid_of(*child);
         forget_process(*child);
-        return ended;
+        return pid;
     });
 }
 
 int create_thread(pthread_t* thread, void* (*body)(void*)) {
+    const int saved_errno = errno;
     int actor = -1;
-    {
-        Call call("pthread_create", kNoPath, 0);
-        const int saved_errno = errno;
-        const long result = call.run([&] {
-            actor = add_thread();
-            return 0L;
-        });
-        if (result != 0) return std::exchange(errno, saved_errno);
-    }
+    const int result = run("pthread_create", kNoPath, 0, [&] {
+        actor = add_thread();
+        return 0L;
+    });
+    if (result != 0) return std::exchange(errno, saved_errno);
     const int error = ::pthread_create(thread, nullptr, run_thread, new Thread{actor, body});
     if (error != 0) stop_here("the host refused a thread: %s", std::strerror(error));
     return 0;
@@ -274,14 +271,11 @@ void exit(int status) { leave("exit", status); }
 void exit_at_once(int status) { leave("_exit", status); }
 
 SignalHandler signal(int number, SignalHandler handler) {
-    Call call("signal", kNoPath, number);
-    if (call.run([] { return 0L; }) != 0) return SIG_ERR;
-    return ::signal(number, handler);
+    return run("signal", kNoPath, number) == 0 ? ::signal(number, handler) : SIG_ERR;
 }
 
 int raise(int number) {
-    Call call("raise", kNoPath, number);
-    if (call.run([] { return 0L; }) != 0) return -1;
+    if (run("raise", kNoPath, number) != 0) return -1;
     save_coverage();
     return ::raise(number);
 }
@@ -289,9 +283,8 @@ int raise(int number) {
 int uname(utsname* names) {
     return run("uname", kNoPath, 0, [&] {
         *names = {};
-        std::snprintf(names->sysname, sizeof names->sysname, "Linux");
-        std::snprintf(names->release, sizeof names->release, "%s",
-                      scenario->kernel_release.c_str());
+        std::string_view("Linux").copy(names->sysname, sizeof names->sysname);
+        scenario->kernel_release.copy(names->release, sizeof names->release - 1);
         return 0L;
     });
 }
@@ -346,7 +339,7 @@ Directory* opendir(const char* path) {
 const char* readdir(Directory* directory) {
     Call call("readdir", Fd{descriptor_of(directory)});
     const char* name = nullptr;
-    on_file(call, [&](OpenFile& file, const Device&) -> long {
+    on_file(call, [&](OpenFile& file) -> long {
         name = next_entry(file);
         if (name != nullptr) call.got(name, std::strlen(name));
         return name != nullptr ? 1 : 0;

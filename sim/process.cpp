@@ -48,7 +48,7 @@ void set_state(Process& process, Process::State state) {
 }
 
 void release(OpenFile& file) {
-    if (--file.users == 0) device_of(file).close(file.index);
+    if (--file.users == 0) file.device->close(file.index);
 }
 
 }  // namespace
@@ -112,19 +112,16 @@ int add_thread() {
 
 void end_thread() { world->actors[self].state = Actor::State::unused; }
 
-pid_t ended_child(pid_t pid, Process** process) {
-    const int parent = world->actors[self].process;
+bool find_ended_child(Process** ended) {
     bool any = false;
-    *process = nullptr;
+    *ended = nullptr;
     for (Process& child : world->processes) {
-        if (!child.is_used() || child.parent != parent) continue;
-        if (pid != kAny && pid != pid_of(child)) continue;
+        if (!child.is_used() || child.parent != world->actors[self].process) continue;
         any = true;
-        const bool first = *process == nullptr || child.number < (*process)->number;
-        if (child.state == Process::State::ended && first) *process = &child;
+        const bool first = *ended == nullptr || child.number < (*ended)->number;
+        if (child.state == Process::State::ended && first) *ended = &child;
     }
-    if (!any) return -1;
-    return *process == nullptr ? 0 : pid_of(**process);
+    return any;
 }
 
 // Safe now: no thread of the process is left to wait for a turn.
@@ -148,8 +145,7 @@ long new_descriptor(const Device& device, int index, std::string_view path) {
     auto* const closed = std::find(std::begin(process.files), std::end(process.files), -1);
     if (closed == std::end(process.files)) return -EMFILE;
     OpenFile& file = free_slot(world->files, "open files");
-    file = {static_cast<std::uint8_t>(row_of(device)), static_cast<std::int16_t>(index), 1,
-            keep(path), 0};
+    file = {&device, static_cast<std::int16_t>(index), 1, keep(path), 0};
     *closed = static_cast<std::int16_t>(&file - world->files);
     return closed - process.files;
 }

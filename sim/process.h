@@ -45,10 +45,10 @@ struct Process {
 };
 
 struct OpenFile {
-    std::uint8_t device;  // row of the device table
-    std::int16_t index;   // which one of its kind
-    std::int16_t users;   // descriptors that refer to it; 0 = free
-    std::uint32_t path;   // in the text arena
+    const Device* device;  // of the device table
+    std::int16_t index;    // which one of its kind
+    std::int16_t users;    // descriptors that refer to it; 0 = free
+    std::uint32_t path;    // in the text arena
     std::int64_t offset;
 
     bool is_used() const { return users > 0; }
@@ -71,10 +71,9 @@ pid_t pid_of(const Process& process);  // as the product sees it
 void end_process(int process);
 void end_thread();  // the running one; frees its slot
 
-// The ended child of the running process that waitpid would reap; kAny = any child. Returns its pid,
-// 0 when no such child has ended, -1 when there is no such child.
-constexpr pid_t kAny = -1;
-pid_t ended_child(pid_t pid, Process** process);
+// The child of the running process that waitpid(-1) would reap: of those that have ended, the first
+// that was started; null = none. False when the process has no child.
+bool find_ended_child(Process** child);
 void forget_process(Process& process);  // reaped: frees its slots
 
 // Descriptors of the running process.

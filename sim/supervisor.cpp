@@ -43,18 +43,12 @@ std::function<void()> at_exit_of_main;
 
 class RealFile {  // owns a descriptor of the host
   public:
-    explicit RealFile(int fd) : fd_(fd) {}
     RealFile(int fd, const char* what) : fd_(fd) {
         if (fd < 0) fail(what);
     }
-    RealFile(RealFile&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-    RealFile& operator=(RealFile&& other) noexcept {
-        std::swap(fd_, other.fd_);
-        return *this;
-    }
-    ~RealFile() {
-        if (fd_ >= 0) ::close(fd_);
-    }
+    ~RealFile() { ::close(fd_); }
+    RealFile(const RealFile&) = delete;
+    RealFile& operator=(const RealFile&) = delete;
     int get() const { return fd_; }
 
   private:
@@ -94,7 +88,8 @@ class Run {
         start_first_process();
         start_changes(description);
         if (description.faults.size() > kMostFaults) stop_here("more than %zu faults", kMostFaults);
-        start_devices();
+        for (const Device* device : all_devices())
+            device->start();
         if (world->stopped) throw std::length_error(world->stop_reason);
         ::prctl(PR_SET_CHILD_SUBREAPER, 1);
         const pid_t pid = ::fork();
@@ -122,9 +117,9 @@ class Run {
 
   private:
     struct Watched {
-        std::size_t place;
+        Process* process;
         std::uint32_t number;
-        RealFile handle;
+        std::unique_ptr<RealFile> handle;
     };
 
     [[noreturn]] void become_product(const Program& program) {
@@ -147,28 +142,27 @@ class Run {
 
     void watch_new_processes() {
         std::uint32_t next = next_number_;
-        for (const Process& process : world->processes) {
+        for (Process& process : world->processes) {
             const bool forked = process.is_used() && process.pid > 0;
             if (!forked || process.number < next_number_) continue;
             next = std::max(next, process.number + 1);
             const int handle = static_cast<int>(::syscall(SYS_pidfd_open, process.pid, 0));
-            if (handle < 0 && errno != ESRCH) fail("pidfd_open");
-            if (handle < 0) continue;  // exited and reaped already
-            const auto place = static_cast<std::size_t>(&process - world->processes);
-            watched_.push_back({place, process.number, RealFile(handle)});
+            if (handle < 0 && errno == ESRCH) continue;  // exited and reaped already
+            watched_.push_back(
+                {&process, process.number, std::make_unique<RealFile>(handle, "pidfd_open")});
         }
         next_number_ = next;
     }
 
     // Passes on the turn of a process that died without doing so.
     void reap(const Watched& dead) {
-        const bool crashed = is_alive(world->processes[dead.place], dead.number);
+        const bool crashed = is_alive(*dead.process, dead.number);
         if (dead.number == 0 && !crashed) exited_ = true;
         if (!crashed) return;
+        const auto place = static_cast<int>(dead.process - world->processes);
         const bool held_turn =
-            world->running >= 0
-            && world->actors[world->running].process == static_cast<int>(dead.place);
-        end_process(static_cast<int>(dead.place));
+            world->running >= 0 && world->actors[world->running].process == place;
+        end_process(place);
         if (held_turn) pass_turn();
     }
 
@@ -210,7 +204,7 @@ class Run {
         for (const auto& [fd, typed] : live_.inputs)
             files.push_back({fd, POLLIN, 0});
         for (const Watched& process : watched_)
-            files.push_back({process.handle.get(), POLLIN, 0});
+            files.push_back({process.handle->get(), POLLIN, 0});
         if (::poll(files.data(), files.size(), timeout_ms) < 0 && errno != EINTR) fail("poll");
 
         std::uint64_t wakes = 0;

@@ -7,6 +7,10 @@
 namespace sim {
 
 using Microseconds = std::int64_t;  // since the start of the run
+struct UnixTime {
+    std::int64_t seconds;  // since 1970 UTC
+};
+
 constexpr Microseconds kNever = INT64_MAX;
 
 inline Microseconds from_seconds(double seconds) { return std::llround(seconds * 1e6); }

@@ -22,6 +22,7 @@ struct World : Devices::States {
     bool paced;           // the supervisor moves the clock
     bool stopped, power_cut, restarted;
     char stop_reason[4096];
+    std::uint8_t left[256];  // by the program at its exit, for whoever reads the world
 
     std::uint32_t fault_matches[kMostFaults];
     ChangeState changes[kMostChanges];

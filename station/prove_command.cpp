@@ -12,6 +12,7 @@
 #include "station/commands.h"
 #include "station/dictionary/attempt.h"
 #include "station/dictionary/board.h"
+#include "station/dictionary/command.h"
 #include "station/dictionary/defects.h"
 #include "station/index/outbox.h"
 #include "station/proof.h"
@@ -24,8 +25,8 @@ namespace fs = std::filesystem;
 using std::string;
 
 struct ProveOptions {
-    string plan, board, simulator, agent, serial, operator_id = "prove", station = "1",
-                                                  journals = "journals", index;
+    ModelFiles model;
+    string agent, serial, operator_id = "prove", station = "1", journals = "journals", index;
 };
 
 // The defect that shows whether a step is looked at.
@@ -94,9 +95,9 @@ class Prover {
   public:
     explicit Prover(const ProveOptions& options)
         : options_(options),
-          plan_text_(read_file(options.plan)),
-          plan_(Plan::parse(plan_text_, options.plan)),
-          boards_(options.simulator, options.board, plan_, plan_text_) {
+          plan_text_(read_file(options.model.plan)),
+          plan_(Plan::parse(plan_text_, options.model.plan)),
+          boards_(options.model.simulator, options.model.board, plan_, plan_text_) {
         proof_.station = options.station;
         proof_.operator_id = options.operator_id;
         proof_.plan_name = plan_.name;
@@ -182,7 +183,8 @@ class Prover {
 
     // A flash keeps its content from one command of the attempt to the next.
     void write_simulator(const Workshop& workshop, const string& change) const {
-        const string base = "base = '" + fs::absolute(options_.board).string() + "'\n" + change;
+        const string base =
+            "base = '" + fs::absolute(options_.model.board).string() + "'\n" + change;
         string saved, kept;
         if (const toml::table* bridges = boards_.board()["bridges"].as_table();
             bridges != nullptr && plan_.commands.size() > 1) {
@@ -200,7 +202,7 @@ class Prover {
         write_text(script, "#!/bin/sh\ncd '" + workshop.path("")
                                + "'\nset -- --gbk --fifo fifo --board \"$([ -e ran ] && echo "
                                  "later.toml || echo first.toml)\" \"$@\"\n: >ran\nexec '"
-                               + fs::absolute(options_.simulator).string() + "' \"$@\"\n");
+                               + fs::absolute(options_.model.simulator).string() + "' \"$@\"\n");
         fs::permissions(script, fs::perms::owner_all);
     }
 
@@ -233,15 +235,7 @@ void add_prove(CLI::App& app, int& status) {
     auto options = std::make_shared<ProveOptions>();
     CLI::App* command = app.add_subcommand(
         "prove", "Begin the proof of a shift: simulated faults, then the plan's reference boards");
-    command->add_option("--plan", options->plan, "Plan to prove")
-        ->required()
-        ->check(CLI::ExistingFile);
-    command->add_option("--board", options->board, "Scenario of the healthy board")
-        ->required()
-        ->check(CLI::ExistingFile);
-    command->add_option("--simulator", options->simulator, "q7-sim")
-        ->required()
-        ->check(CLI::ExistingFile);
+    add_model_files(*command, options->model);
     command->add_option("--agent", options->agent, "q7-agent of this computer");
     command->add_option("--serial", options->serial,
                         "Serial number of the simulated boards; by default the first reference "

@@ -28,8 +28,7 @@ std::uint16_t active_inputs() {
 
 void describe_alarm(Keys& keys, Alarm& alarm) {
     keys.key("wiring", alarm.wiring, "inputs that each alarm output drives", {1, 16});
-    if (alarm.wiring.size() > 32)
-        throw ScenarioError(keys.place_of("wiring", 32) + ": more than 32 outputs");
+    if (alarm.wiring.size() > 32) keys.refuse("wiring", "more than 32 outputs", 32);
     keys.key("stuck", alarm.stuck, "inputs that are always active", {1, 16});
     keys.key("dead", alarm.dead, "inputs that are never active", {1, 16});
 }

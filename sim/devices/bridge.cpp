@@ -18,7 +18,6 @@
 #include "sim/clock.h"
 #include "sim/little_endian.h"
 #include "sim/scenario/keys.h"
-#include "sim/scenario/words.h"
 #include "sim/world.h"
 
 namespace sim {
@@ -163,7 +162,7 @@ void describe_bridge(Keys& keys, Bridge& bridge) {
         "their page of 256 bytes",
         {0, kFlashSize - 1});
     keys.key("flash", hexadecimal(bridge.flash, kFlashSize), "content of the flash from address 0");
-    keys.key("from", from_file(keys, bridge.flash, kFlashSize),
+    keys.key("from", from_file(keys.folder(), bridge.flash, kFlashSize),
              "a file of this machine with its content");
     describe_image(keys, bridge.flash);
     keys.one_of({"flash", "from", "image"});

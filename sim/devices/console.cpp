@@ -9,7 +9,6 @@
 
 #include "sim/clock.h"
 #include "sim/scenario/keys.h"
-#include "sim/scenario/words.h"
 #include "sim/world.h"
 
 namespace sim {
@@ -40,10 +39,10 @@ void describe_line(Keys& keys, TypedLine& line) {
 void describe_operator(Keys& keys, Operator& person) {
     keys.start_only({"lines", "interrupts"});
     keys.list("lines", person.lines, describe_line, kMostLines);
-    refuse_descending(keys, "lines", person.lines);
+    keys.ascending("lines", person.lines);
     keys.key("interrupts", person.interrupts, "seconds at which Ctrl-C is pressed, in order");
     if (!std::is_sorted(person.interrupts.begin(), person.interrupts.end()))
-        throw ScenarioError(keys.place_of("interrupts") + ": interrupts takes ascending times");
+        keys.refuse("interrupts", "interrupts takes ascending times");
 }
 
 class Console final : public Device {
@@ -55,8 +54,7 @@ class Console final : public Device {
     void start() const override {
         world->console.typed_interrupt = kNever;
         for (std::int16_t fd = 0; fd < 3; ++fd) {
-            world->files[fd] = {static_cast<std::uint8_t>(row_of(*this)), fd, 1, keep("console"),
-                                0};
+            world->files[fd] = {this, fd, 1, keep("console"), 0};
             world->processes[0].files[fd] = fd;
         }
         for (const TypedLine& line : scenario->person.lines) {

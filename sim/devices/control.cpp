@@ -126,8 +126,12 @@ class ControlNode final : public Device {
         case kStopWatchdog:
             return stop_watchdog(argument.value);
         default:
-            return control_devices(request, argument);
+            break;
         }
+        long result = -ENOTTY;
+        for (const Device* device : all_devices())
+            if (result == -ENOTTY) result = device->control(request, argument);
+        return result;
     }
 };
 

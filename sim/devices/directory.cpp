@@ -22,7 +22,9 @@ long open_directory(std::string_view path) {
 
 const char* next_entry(OpenFile& open) {
     static std::string entry;
-    const std::vector<std::string> names = list_nodes();
+    std::vector<std::string> names{".", ".."};
+    for (const Device* device : all_devices())
+        device->list(names);
     const auto place = static_cast<std::size_t>(open.offset++);
     if (place >= names.size()) return nullptr;
     entry = names[place];

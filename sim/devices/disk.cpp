@@ -7,7 +7,6 @@
 #include "sim/clock.h"
 #include "sim/devices/bridge.h"
 #include "sim/scenario/keys.h"
-#include "sim/scenario/words.h"
 #include "sim/world.h"
 
 namespace sim {

@@ -7,7 +7,6 @@
 
 #include "sim/devices/bridge.h"
 #include "sim/scenario/keys.h"
-#include "sim/scenario/words.h"
 #include "sim/world.h"
 
 namespace sim {
@@ -28,7 +27,7 @@ void describe_file(Keys& keys, FileContent& file) {
     keys.key("present", file.present, "false: the board does not have this file of its base");
     keys.key("bytes", hexadecimal(file.bytes), "its content");
     keys.key("text", file.bytes, "its content, as text");
-    keys.key("from", from_file(keys, file.bytes, kMostFileBytes),
+    keys.key("from", from_file(keys.folder(), file.bytes, kMostFileBytes),
              "a file of this machine with its content");
     describe_image(keys, file.bytes);
     keys.one_of({"bytes", "text", "from", "image"});

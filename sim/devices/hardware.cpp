@@ -48,9 +48,9 @@ constexpr std::uint32_t kGetHardware = 0x04;
 class HardwareBlock final : public Device {
   public:
     void describe(Keys& keys, Board& board) const override {
-        keys.table("hardware", [&](Keys& sub) {
+        keys.table("hardware", board.hardware, [](Keys& sub, auto& hardware) {
             for (const HardwareField& field : kHardwareFields)
-                sub.key(field.key, board.hardware.at(field.key), field.meaning, {0, field.most()});
+                sub.key(field.key, hardware.at(field.key), field.meaning, {0, field.most()});
         });
     }
 

@@ -11,7 +11,6 @@
 #include <utility>
 
 #include "sim/scenario/keys.h"
-#include "sim/scenario/words.h"
 #include "sim/world.h"
 
 namespace sim {
@@ -89,7 +88,7 @@ void describe_panel(Keys& keys, Panel& panel) {
     keys.key("connected", panel.connected, "false: the panel neither sends nor receives");
     keys.start_only({"frames"});
     keys.list("frames", panel.frames, describe_frame, kMostFrames);
-    refuse_descending(keys, "frames", panel.frames);
+    keys.ascending("frames", panel.frames);
 }
 
 class FrontPanel final : public Device {

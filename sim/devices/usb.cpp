@@ -11,7 +11,6 @@
 #include <iterator>
 
 #include "sim/scenario/keys.h"
-#include "sim/scenario/words.h"
 #include "sim/world.h"
 
 namespace sim {
@@ -65,9 +64,8 @@ void describe_left(Keys& keys, const char* key, std::set<std::string>& paths, co
     keys.key(key, paths, meaning);
     for (const std::string& path : paths) {
         if (!matches("/mnt/*", path) || paths.size() > kMostDirectories)
-            throw ScenarioError(keys.place_of(key) + ": " + key + " takes at most "
-                                + std::to_string(kMostDirectories) + " paths /mnt/NAME and not \""
-                                + path + "\"");
+            keys.refuse(key, key + (" takes at most " + std::to_string(kMostDirectories))
+                                 + " paths /mnt/NAME and not \"" + path + "\"");
     }
 }
 

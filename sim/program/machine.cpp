@@ -1,6 +1,5 @@
 #include "sim/program/machine.h"
 
-#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -8,8 +7,8 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <nlohmann/json.hpp>
-#include <optional>
 #include <system_error>
 #include <thread>
 
@@ -21,73 +20,83 @@
 namespace sim {
 namespace {
 
-struct Finished {
-    Outcome outcome;
-    std::optional<Results> results;  // none if q7 did not exit by itself
-    std::string console;             // UTF-8
-    std::vector<std::string> records;
-};
+using Json = nlohmann::ordered_json;
 
-// The result slots at the exit of q7, in a page shared with its process.
-struct Remains {
-    bool written;
-    Results results;
-};
-
-Finished run(const Board& board, const std::vector<std::string>& words, const Product& q7) {
-    void* const page =
-        ::mmap(nullptr, sizeof(Remains), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    if (page == MAP_FAILED) throw std::system_error(errno, std::generic_category(), "mmap");
-    auto* const remains = static_cast<Remains*>(page);
-    Finished finished;
-    finished.outcome = simulate(board, {[&] { return q7(words); },
-                                        [&] {
-                                            *remains = {true, results};
-                                        }});
-    if (remains->written) finished.results = remains->results;
-    ::munmap(page, sizeof(Remains));
-    finished.console = gbk_to_utf8(finished.outcome.console);
-    const EventLog& log = finished.outcome.world->log;
-    for (const Event& event : log.all()) {
-        if (log.is_report(event))
-            finished.records.push_back(gbk_to_utf8(log.sent(event).substr(8)));
-    }
-    return finished;
-}
-
-std::map<std::string, std::uint32_t> verdicts_of(const Results& slots) {
+Json verdicts_of(const Results& slots) {
     return {{"alarm", slots.alarm}, {"minisas", slots.minisas}, {"network", slots.network},
             {"rs485", slots.rs485}, {"rtc", slots.rtc},         {"sata", slots.sata_fault_mask}};
 }
 
-bool shows(const Finished& finished, const std::string& text) {
-    return finished.console.find(text) != std::string::npos
-           || std::any_of(
-               finished.records.begin(), finished.records.end(),
-               [&](const std::string& record) { return record.find(text) != std::string::npos; });
+// What came of one run, silent.
+Json run(const Board& board, const std::vector<std::string>& words, const Product& q7) {
+    const Outcome outcome =
+        simulate(board, {[&] { return q7(words); },
+                         [] {
+                             static_assert(sizeof results <= sizeof world->left);
+                             std::memcpy(world->left, &results, sizeof results);
+                         }});
+    const World& state = *outcome.world;
+    const bool exited = !outcome.stopped && outcome.signal == 0;
+    Json summary;
+    summary["arguments"] = words;
+    summary["status"] = exited ? Json(outcome.status) : Json();
+    summary["signal"] = !outcome.stopped && !exited ? Json(outcome.signal) : Json();
+    summary["stopped"] = outcome.stopped ? Json(outcome.reason) : Json();
+    summary["seconds"] = to_seconds(state.now);
+    summary["verdicts"] = nullptr;
+    if (outcome.status >= 0) {  // q7 itself exited
+        Results slots;
+        std::memcpy(&slots, state.left, sizeof slots);
+        summary["verdicts"] = verdicts_of(slots);
+        summary["usb_ports_found"] = slots.usb_ports_found;
+        summary["sata_disks_found"] = slots.sata_disks_found;
+    }
+    summary["faults"] = Json::array();
+    for (std::size_t i = 0; i < board.faults.size(); ++i) {
+        const Fault& fault = board.faults[i];
+        const bool came = state.fault_matches[i] >= fault.nth;
+        summary["faults"].push_back({{"place", fault.place}, {"came", came}});
+    }
+    summary["changes"] = Json::array();
+    for (std::size_t i = 0; i < board.changes.size(); ++i)
+        summary["changes"].push_back(
+            {{"place", board.changes[i].place}, {"came", state.changes[i].came}});
+    summary["console"] = gbk_to_utf8(outcome.console);
+    summary["errors"] = gbk_to_utf8(outcome.errors);
+    summary["records"] = Json::array();
+    for (const Event& event : state.log.all())
+        if (state.log.is_report(event))
+            summary["records"].push_back(gbk_to_utf8(state.log.sent(event).substr(8)));
+    return summary;
 }
 
 // The expectations that the run did not meet; empty = it holds.
-std::string broken_promises(const Expect& expect, const Finished& finished) {
+std::string broken_promises(const Expect& expect, const Json& summary) {
     std::string broken;
     const auto add = [&](const std::string& what) {
         broken += (broken.empty() ? "" : "; ") + what;
     };
-    const Outcome& outcome = finished.outcome;
-    if (outcome.stopped) add("stopped: " + outcome.reason);
-    if (outcome.signal != 0 && expect.status) add("signal " + std::to_string(outcome.signal));
-    if (expect.status && outcome.signal == 0 && outcome.status != *expect.status)
-        add("status " + std::to_string(outcome.status));
-    if (expect.verdicts && !finished.results) add("no verdicts");
-    if (expect.verdicts && finished.results) {
-        for (const auto& [slot, value] : verdicts_of(*finished.results))
+    const auto shows = [&](const std::string& text) {
+        const auto has_text = [&](const Json& where) {
+            return where.get_ref<const std::string&>().find(text) != std::string::npos;
+        };
+        return has_text(summary["console"])
+               || std::any_of(summary["records"].begin(), summary["records"].end(), has_text);
+    };
+    if (summary["stopped"].is_string()) add("stopped: " + summary["stopped"].get<std::string>());
+    if (expect.status && summary["signal"].is_number()) add("signal " + summary["signal"].dump());
+    if (expect.status && summary["status"].is_number() && summary["status"] != *expect.status)
+        add("status " + summary["status"].dump());
+    if (expect.verdicts && summary["verdicts"].is_null()) add("no verdicts");
+    if (expect.verdicts) {
+        for (const auto& [slot, value] : summary["verdicts"].items())
             if ((value != 0) != (expect.verdicts->count(slot) != 0))
                 add(slot + (value != 0 ? " shows a fault" : " shows no fault"));
     }
     for (const std::string& text : expect.texts)
-        if (!shows(finished, text)) add("no \"" + text + "\"");
+        if (!shows(text)) add("no \"" + text + "\"");
     for (const std::string& text : expect.no_texts)
-        if (shows(finished, text)) add("\"" + text + "\"");
+        if (shows(text)) add("\"" + text + "\"");
     return broken;
 }
 
@@ -143,42 +152,7 @@ std::string next_line(const Worker& worker) {
 
 std::string summary_json(const Board& board, const std::vector<std::string>& words,
                          const Product& q7) {
-    const Finished finished = run(board, words, q7);
-    const Outcome& outcome = finished.outcome;
-    nlohmann::ordered_json line;
-    line["arguments"] = words;
-    line["status"] = nullptr;
-    line["signal"] = nullptr;
-    line["stopped"] = nullptr;
-    if (outcome.stopped) {
-        line["stopped"] = outcome.reason;
-    } else if (outcome.signal != 0) {
-        line["signal"] = outcome.signal;
-    } else {
-        line["status"] = outcome.status;
-    }
-    line["seconds"] = to_seconds(outcome.world->now);
-    line["verdicts"] = nullptr;
-    if (finished.results) {
-        line["verdicts"] = verdicts_of(*finished.results);
-        line["usb_ports_found"] = finished.results->usb_ports_found;
-        line["sata_disks_found"] = finished.results->sata_disks_found;
-    }
-    line["faults"] = nlohmann::json::array();
-    for (std::size_t i = 0; i < board.faults.size(); ++i) {
-        const Fault& fault = board.faults[i];
-        const bool came = outcome.world->fault_matches[i] >= fault.nth;
-        line["faults"].push_back({{"place", fault.place}, {"came", came}});
-    }
-    line["changes"] = nlohmann::json::array();
-    for (std::size_t i = 0; i < board.changes.size(); ++i) {
-        line["changes"].push_back(
-            {{"place", board.changes[i].place}, {"came", outcome.world->changes[i].came}});
-    }
-    line["console"] = finished.console;
-    line["errors"] = gbk_to_utf8(outcome.errors);
-    line["records"] = finished.records;
-    return line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    return run(board, words, q7).dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
 int check_scenarios(const std::vector<std::string>& names, const Product& q7) {

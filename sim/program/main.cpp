@@ -132,23 +132,6 @@ std::ofstream open_output(const std::string& path) {
     return file;
 }
 
-// Destination of the report records: none, a file, or a FIFO whose reader is then that of the run.
-struct Records {
-    std::ofstream file;
-    int fifo = -1;
-};
-
-int open_fifo(const std::string& path) {
-    int fifo = ::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-    if (fifo < 0 && errno == ENXIO) {
-        std::cerr << "q7-sim: waiting for a reader of " << path << std::endl;
-        fifo = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
-    }
-    if (fifo < 0 || ::fcntl(fifo, F_SETFL, O_WRONLY | O_NONBLOCK) < 0)
-        refuse(path + ": cannot be written: " + std::strerror(errno));
-    return fifo;
-}
-
 bool changes_the_reader(sim::Board board) {
     const sim::FifoReader before = board.fifo;
     return std::any_of(board.changes.begin(), board.changes.end(), [&](const sim::Change& change) {
@@ -157,18 +140,20 @@ bool changes_the_reader(sim::Board board) {
     });
 }
 
-Records open_records(const std::string& path, const sim::Board& board) {
-    Records records;
-    if (!std::filesystem::is_fifo(path)) {
-        records.file = open_output(path);
-        return records;
-    }
+// Opens a FIFO of the host, whose reader is then that of the run.
+int open_fifo(const std::string& path, const sim::Board& board) {
     const sim::FifoReader& reader = board.fifo;
     if (!reader.reader || !reader.reading || changes_the_reader(board))
         refuse(path
                + " is a FIFO with a reader of its own, and the scenario describes one as well");
-    records.fifo = open_fifo(path);
-    return records;
+    int fifo = ::open(path.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    if (fifo < 0 && errno == ENXIO) {
+        std::cerr << "q7-sim: waiting for a reader of " << path << std::endl;
+        fifo = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+    }
+    if (fifo < 0 || ::fcntl(fifo, F_SETFL, O_WRONLY | O_NONBLOCK) < 0)
+        refuse(path + ": cannot be written: " + std::strerror(errno));
+    return fifo;
 }
 
 // Receives Ctrl-C through a descriptor, to make it the operator's interrupt.
@@ -249,49 +234,50 @@ int end_like(const sim::Outcome& outcome) {
 // of a base or of a built-in board may be meant for another command.
 bool report_what_never_came(const sim::Board& board, const sim::World& state) {
     bool any = false;
-    const auto print = [&](const sim::Match& what, const char* kind, std::uint32_t matches,
-                           bool waits_for_calls) {
+    const auto report = [&](const sim::Match& what, const char* kind, const std::string& why) {
         if (board.file.empty() || !what.place.starts_with(board.file + ":")) return;
         any = true;
-        std::fprintf(stderr, "q7-sim: %s: this %s never came", what.place.c_str(), kind);
-        if (waits_for_calls)
-            std::fprintf(stderr, ": %u calls matched, it waits for %u", matches, what.nth);
-        std::fputc('\n', stderr);
+        std::cerr << "q7-sim: " << what.place << ": this " << kind << " never came" << why << "\n";
+    };
+    const auto waits = [](std::uint32_t matches, std::uint32_t nth) {
+        return ": " + std::to_string(matches) + " calls matched, it waits for "
+               + std::to_string(nth);
     };
     for (std::size_t i = 0; i < board.faults.size(); ++i) {
-        const std::uint32_t matches = state.fault_matches[i];
-        if (matches < board.faults[i].nth) print(board.faults[i], "fault", matches, true);
+        const std::uint32_t matches = state.fault_matches[i], nth = board.faults[i].nth;
+        if (matches < nth) report(board.faults[i], "fault", waits(matches, nth));
     }
     for (std::size_t i = 0; i < board.changes.size(); ++i) {
         const sim::Change& change = board.changes[i];
-        if (state.changes[i].came > 0) continue;
-        print(change, "change", state.changes[i].matches,
-              change.trigger == sim::Change::Trigger::call);
+        const bool of_call = change.trigger == sim::Change::Trigger::call;
+        if (state.changes[i].came == 0)
+            report(change, "change", of_call ? waits(state.changes[i].matches, change.nth) : "");
     }
     return any;
 }
 
 // The whole run, with all requested output.
 sim::Outcome simulate(sim::Board& board, const Options& options) {
-    std::ofstream trace;
-    Records records;
+    std::ofstream trace, records;
     if (options.trace) trace = open_output(*options.trace);
-    if (options.fifo) records = open_records(*options.fifo, board);
-    sim::use_host_fifo(records.fifo);
+    const bool has_reader = options.fifo && std::filesystem::is_fifo(*options.fifo);
+    if (has_reader) sim::use_host_fifo(open_fifo(*options.fifo, board));
+    if (options.fifo && !has_reader) records = open_output(*options.fifo);
     const bool paced = options.pace > 0;
     sim::Keyboard keyboard(paced);
     if (keyboard.is_terminal() && !options.script) board.panel.frames.clear();
-    sim::Screen screen(records.file, records.fifo < 0 ? sim::Records::shown : sim::Records::sent,
+    sim::Screen screen(records, has_reader ? sim::Records::sent : sim::Records::shown,
                        options.gbk ? sim::Texts::gbk : sim::Texts::utf8, paced);
     sim::Outcome outcome = sim::simulate(board, {[&] { return run_q7(options.q7_arguments); }},
                                          live(options, screen, keyboard));
     screen.finish();
-    for (const sim::Event& event : outcome.world->log.all()) {
-        if (trace.is_open()) trace << sim::to_json(outcome.world->log, event) << '\n';
+    if (options.trace) {
+        for (const sim::Event& event : outcome.world->log.all())
+            trace << sim::to_json(outcome.world->log, event) << '\n';
+        close_output(trace, *options.trace);
     }
     save_flashes(board, *outcome.world);
-    if (options.trace) close_output(trace, *options.trace);
-    if (records.file.is_open()) close_output(records.file, *options.fifo);
+    if (records.is_open()) close_output(records, *options.fifo);
     return outcome;
 }
 

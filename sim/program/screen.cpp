@@ -6,21 +6,10 @@
 #include <cerrno>
 #include <fstream>
 
+#include "sim/program/text.h"
+
 namespace sim {
 namespace {
-
-std::string read_from(int fd, std::size_t& position, std::size_t limit) {
-    std::string text;
-    char buffer[4096];
-    while (position < limit) {
-        const ssize_t count = ::pread(fd, buffer, std::min(sizeof buffer, limit - position),
-                                      static_cast<off_t>(position));
-        if (count <= 0) break;
-        text.append(buffer, static_cast<std::size_t>(count));
-        position += static_cast<std::size_t>(count);
-    }
-    return text;
-}
 
 // An LED or buzzer change as a line; empty for other events.
 std::string announcement(const Event& event) {
@@ -48,9 +37,12 @@ void write_all(int fd, std::string_view bytes) {
 Screen::Screen(std::ofstream& file, Records records, Texts texts, bool announces_devices)
     : file_(file),
       records_(records),
+      texts_(texts),
       announces_devices_(announces_devices),
-      leds_(announces_devices) {
-    if (texts == Texts::utf8) decoders_.emplace();
+      leds_(announces_devices),
+      console_{STDOUT_FILENO},
+      errors_{STDERR_FILENO} {
+    if (texts_ == Texts::utf8) gbk_to_utf8("x");  // throws before the run, or never
 }
 
 void Screen::show(int console, int errors) {
@@ -59,35 +51,42 @@ void Screen::show(int console, int errors) {
         const std::string announced = announces_devices_ ? announcement(event) : "";
         const bool is_report = world->log.is_report(event);
         if (announced.empty() && !is_report) continue;
-        print(console, event.printed);
+        print(console_, console, event.printed);
         if (!leds_.is_shown()) write_all(STDERR_FILENO, announced);
         if (is_report) show_record(world->log.sent(event));
     }
-    print(console, SIZE_MAX);
+    print(console_, console, SIZE_MAX);
     if (leds_.is_shown()) leds_.draw(world->panel, world->control.level[4] == 0);
-    const std::string text = read_from(errors, errors_shown_, SIZE_MAX);
-    write_all(STDERR_FILENO, decoders_ ? decoders_->errors.decode(text) : text);
+    print(errors_, errors, SIZE_MAX);
 }
 
 void Screen::finish() {
-    if (!decoders_) return;
-    write_all(STDOUT_FILENO, decoders_->console.finish());
-    write_all(STDERR_FILENO, decoders_->errors.finish());
+    if (texts_ == Texts::gbk) return;
+    for (const Stream* stream : {&console_, &errors_})
+        write_all(stream->shown_on, gbk_to_utf8(stream->rest));
 }
 
-void Screen::print(int console, std::size_t limit) {
-    const std::string text = read_from(console, console_shown_, limit);
-    write_all(STDOUT_FILENO, decoders_ ? decoders_->console.decode(text) : text);
+void Screen::print(Stream& stream, int fd, std::size_t limit) {
+    char buffer[4096];
+    while (stream.position < limit) {
+        const ssize_t count = ::pread(fd, buffer, std::min(sizeof buffer, limit - stream.position),
+                                      static_cast<off_t>(stream.position));
+        if (count <= 0) return;
+        const std::string_view bytes(buffer, static_cast<std::size_t>(count));
+        stream.position += bytes.size();
+        write_all(stream.shown_on,
+                  texts_ == Texts::gbk ? std::string(bytes) : gbk_to_utf8(bytes, &stream.rest));
+    }
 }
 
-void Screen::show_record(std::string_view record) {
+void Screen::show_record(std::string_view record) const {
     if (records_ == Records::sent) return;
     if (file_.is_open()) {
         file_ << record << std::flush;
         return;
     }
     const std::string_view bytes = record.substr(8);
-    std::string text = decoders_ ? gbk_to_utf8(bytes) : std::string(bytes);
+    std::string text = texts_ == Texts::gbk ? std::string(bytes) : gbk_to_utf8(bytes);
     for (std::size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at += 2) {
         text.replace(at, 1, "\\n");
     }

@@ -5,11 +5,10 @@
 
 #include <cstddef>
 #include <iosfwd>
-#include <optional>
+#include <string>
 #include <string_view>
 
 #include "sim/program/led_view.h"
-#include "sim/program/text.h"
 #include "sim/world.h"
 
 namespace sim {
@@ -30,19 +29,22 @@ class Screen {
     void finish();  // shows an incomplete character
 
   private:
-    struct Decoders {
-        GbkDecoder console, errors;
+    struct Stream {  // of the product
+        int shown_on;
+        std::size_t position = 0;  // bytes read
+        std::string rest{};        // an incomplete character
     };
 
-    void print(int console, std::size_t limit);
-    void show_record(std::string_view record);
+    void print(Stream& stream, int fd, std::size_t limit);
+    void show_record(std::string_view record) const;
 
     std::ofstream& file_;
     Records records_;
-    std::optional<Decoders> decoders_;
+    Texts texts_;
     bool announces_devices_;
     LedView leds_;
-    std::size_t next_event_ = 0, console_shown_ = 0, errors_shown_ = 0;
+    std::size_t next_event_ = 0;
+    Stream console_, errors_;
 };
 
 }  // namespace sim

@@ -1,214 +1,267 @@
 #include "sim/scenario/keys.h"
 
 #include <fnmatch.h>
+#include <toml++/toml.h>
 
-#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <iterator>
 #include <sstream>
 
 namespace sim {
 namespace {
 
+std::string place_of(const toml::node& node) {
+    return *node.source().path + ":" + std::to_string(node.source().begin.line);
+}
+
+[[noreturn]] void refuse_node(const toml::node& node, const std::string& why) {
+    throw ScenarioError(place_of(node) + ": " + why);
+}
+
 // The value in the file, for a message.
-std::string shown(const Node& node) {
-    if (const auto* text = node.as<std::string>()) return " and not \"" + *text + "\"";
-    if (const auto* whole = node.as<std::int64_t>()) return " and not " + std::to_string(*whole);
+std::string shown(const toml::node& node) {
+    if (const auto text = node.value_exact<std::string>()) return " and not \"" + *text + "\"";
+    if (const auto whole = node.value_exact<std::int64_t>())
+        return " and not " + std::to_string(*whole);
     return "";
+}
+
+template <class T>
+bool assign(T& field, const std::optional<T>& value) {
+    if (value) field = *value;
+    return value.has_value();
+}
+
+UnixTime to_unix_time(const toml::date_time& time) {
+    using namespace std::chrono;
+    const sys_days day(year(time.date.year) / time.date.month / time.date.day);
+    const minutes offset(time.offset ? time.offset->minutes : 0);
+    return {(day.time_since_epoch() + hours(time.time.hour) + minutes(time.time.minute)
+             + seconds(time.time.second) - offset)
+                .count()};
+}
+
+bool set_bytes(std::string& bytes, std::string digits) {
+    std::erase(digits, ' ');
+    if (digits.size() % 2 != 0
+        || digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
+        return false;
+    }
+    bytes.clear();
+    for (std::size_t i = 0; i < digits.size(); i += 2)
+        bytes += static_cast<char>(std::stoi(digits.substr(i, 2), nullptr, 16));
+    return true;
 }
 
 }  // namespace
 
+Table parse_toml(const std::string& text, const std::string& file) {
+    try {
+        return std::make_shared<const toml::table>(toml::parse(text, file));
+    } catch (const toml::parse_error& error) {
+        throw ScenarioError(file + ":" + std::to_string(error.source().begin.line) + ": "
+                            + std::string(error.description()));
+    }
+}
+
 Codec word(std::string accepts, std::string preset, std::function<bool(const std::string&)> set) {
-    return {std::move(accepts), std::move(preset), [set = std::move(set)](const Node& node) {
-                const auto* text = node.as<std::string>();
-                return text != nullptr && set(*text);
+    return {std::move(accepts), std::move(preset), [set = std::move(set)](const toml::node& node) {
+                const auto text = node.value_exact<std::string>();
+                return text && set(*text);
             }};
 }
 
+Codec hexadecimal(std::string& bytes, std::size_t most) {
+    std::string accepts = "bytes in hexadecimal, such as \"FF 07\"";
+    if (most != SIZE_MAX) accepts += ", at most " + std::to_string(most);
+    return word(accepts, "\"\"", [&bytes, most](const std::string& text) {
+        return set_bytes(bytes, text) && bytes.size() <= most;
+    });
+}
+
+Codec from_file(const std::string& folder, std::string& bytes, std::size_t most) {
+    return word("path of a file that can be read, of at most " + std::to_string(most) + " bytes",
+                "", [&bytes, folder, most](const std::string& path) {
+                    std::ifstream file(folder + path, std::ios::binary);
+                    bytes.assign(std::istreambuf_iterator<char>(file), {});
+                    return file.is_open() && !file.bad() && bytes.size() <= most;
+                });
+}
+
 Codec codec(bool& field, Range) {
-    return {"true or false", field ? "true" : "false", [&field](const Node& node) {
-                const auto* value = node.as<bool>();
-                if (value != nullptr) field = *value;
-                return value != nullptr;
-            }};
+    return {"true or false", field ? "true" : "false",
+            [&field](const toml::node& node) { return assign(field, node.value_exact<bool>()); }};
 }
 
 Codec codec(double& field, Range) {
     std::ostringstream preset;
     preset << field;
-    return {"0 to 1e9", preset.str(), [&field](const Node& node) {
-                const auto* whole = node.as<std::int64_t>();
-                const auto* value = node.as<double>();
-                if (whole == nullptr && value == nullptr) return false;
-                field = whole != nullptr ? static_cast<double>(*whole) : *value;
-                return field >= 0 && field <= 1e9;
+    return {"0 to 1e9", preset.str(), [&field](const toml::node& node) {
+                return node.is_number() && assign(field, node.value<double>()) && field >= 0
+                       && field <= 1e9;
             }};
 }
 
 Codec codec(std::string& field, Range range) {
     const bool limited = range.most != INT64_MAX;
     return {limited ? "text of at most " + std::to_string(range.most) + " bytes" : "text",
-            "\"" + field + "\"", [&field, range](const Node& node) {
-                const auto* text = node.as<std::string>();
-                if (text == nullptr || std::cmp_greater(text->size(), range.most)) return false;
-                field = *text;
-                return true;
+            "\"" + field + "\"", [&field, range](const toml::node& node) {
+                return assign(field, node.value_exact<std::string>())
+                       && std::cmp_less_equal(field.size(), range.most);
             }};
 }
 
 Codec codec(UnixTime& field, Range) {
-    return {"date and time, such as 2026-11-23T08:00:00Z", "", [&field](const Node& node) {
-                const auto* time = node.as<UnixTime>();
-                if (time != nullptr) field = *time;
-                return time != nullptr;
+    return {"date and time, such as 2026-11-23T08:00:00Z", "", [&field](const toml::node& node) {
+                const auto time = node.value_exact<toml::date_time>();
+                if (time) field = to_unix_time(*time);
+                return time.has_value();
             }};
 }
 
 Codec whole_number(Range range, std::int64_t preset, std::function<void(std::int64_t)> set) {
     return {std::to_string(range.least) + " to " + std::to_string(range.most),
-            std::to_string(preset), [range, set = std::move(set)](const Node& node) {
-                const auto* value = node.as<std::int64_t>();
-                if (value == nullptr || *value < range.least || *value > range.most) return false;
+            std::to_string(preset), [range, set = std::move(set)](const toml::node& node) {
+                const auto value = node.value_exact<std::int64_t>();
+                if (!value || *value < range.least || *value > range.most) return false;
                 set(*value);
                 return true;
             }};
 }
 
+std::vector<const toml::node*> items_of(const toml::node& node) {
+    std::vector<const toml::node*> items;
+    if (!node.is_array()) return {&node};
+    for (const toml::node& item : *node.as_array())
+        items.push_back(&item);
+    return items;
+}
+
 bool matches(std::string_view patterns, const std::string& name) {
-    while (!patterns.empty()) {
-        const std::string pattern(patterns.substr(0, patterns.find(' ')));
+    std::istringstream each{std::string(patterns)};
+    for (std::string pattern; each >> pattern;)
         if (::fnmatch(pattern.c_str(), name.c_str(), FNM_PATHNAME) == 0) return true;
-        patterns.remove_prefix(std::min(patterns.size(), pattern.size() + 1));
-    }
     return false;
 }
 
-Keys::Keys(const Node* table, std::string folder, Moment moment)
-    : table_(table), folder_(std::move(folder)), moment_(moment) {}
-
 void Keys::key(const char* name, const Codec& codec, const char* meaning) {
-    if (table_ == nullptr)
+    if (is_reference())
         rows_ += std::string("| `") + name + "` | " + codec.accepts + " | " + codec.preset + " | "
                  + meaning + " |\n";
-    const Node* node = claim(name);
-    if (node != nullptr && !codec.read(*node)) refuse(*node, name, codec.accepts);
+    const toml::node* node = claim(name);
+    if (node != nullptr && !codec.read(*node))
+        refuse_node(*node, std::string(name) + " takes " + codec.accepts + shown(*node));
+}
+
+void Keys::start_only(std::initializer_list<const char*> keys) const {
+    for (const char* key : keys)
+        if (is_later_ && says(key)) refuse(key, std::string(key) + " cannot change");
 }
 
 void Keys::one_of(std::initializer_list<const char*> keys) const {
     const char* said = nullptr;
     for (const char* key : keys) {
-        const Node* node = find(key);
-        if (node == nullptr) continue;
-        if (said != nullptr) throw ScenarioError(node->place + ": " + key + " contradicts " + said);
+        if (!says(key)) continue;
+        if (said != nullptr) refuse(key, std::string(key) + " contradicts " + said);
         said = key;
     }
 }
 
-void Keys::start_only(std::initializer_list<const char*> keys) const {
-    for (const char* key : keys) {
-        const Node* node = moment_ == Moment::later ? find(key) : nullptr;
-        if (node != nullptr) throw ScenarioError(node->place + ": " + key + " cannot change");
-    }
-}
-
 void Keys::only_if(bool says_so, std::initializer_list<const char*> keys, const char* why) const {
-    for (const char* key : keys) {
-        const Node* node = find(key);
-        if (!says_so && node != nullptr)
-            throw ScenarioError(node->place + ": " + key + " has no meaning without " + why);
+    for (const char* key : keys)
+        if (!says_so && says(key)) refuse(key, std::string(key) + " has no meaning without " + why);
+}
+
+void Keys::refuse(const char* key, const std::string& why, std::ptrdiff_t item) const {
+    const toml::node& node = *find(key);
+    const auto items = items_of(node);
+    const bool has_item = item >= 0 && item < std::ssize(items);
+    refuse_node(has_item ? *items[static_cast<std::size_t>(item)] : node, why);
+}
+
+void Keys::finish() const {
+    for (const auto& [key, node] : *table_) {
+        if (claimed_.count(std::string(key.str())) != 0) continue;
+        std::string text = "unknown key \"" + std::string(key.str()) + "\"; accepted here";
+        const char* separator = ": ";
+        for (const std::string& known : claimed_)
+            text.append(std::exchange(separator, ", ")).append(known);
+        refuse_node(node, text);
     }
 }
 
-std::string Keys::place_of(const char* key, std::ptrdiff_t item) const {
-    const Node* node = find(key);
-    if (node == nullptr) return place();
-    const auto* items = node->as<Node::List>();
-    const bool has_item = items != nullptr && item < std::ssize(*items);
-    return has_item ? (*items)[static_cast<std::size_t>(item)].place : node->place;
-}
-
-void Keys::table(const char* key, const Section& describe) {
-    add_section("[" + path_ + key + "]", key, describe);
-    const Node* node = claim(key);
-    if (node != nullptr) read(key, *node, describe);
-}
-
-Node::List Keys::nodes(const char* key, std::size_t most, const Section& describe) {
-    add_section("[[" + path_ + key + "]]", key, describe);
-    const Node* node = claim(key);
-    if (node == nullptr) return {};
-    const auto* contents = node->as<Node::List>();
-    if (contents == nullptr) refuse(*node, key, "a list of tables");
-    for (const Node& content : *contents)
-        if (content.as<Node::Table>() == nullptr) refuse(content, key, "a table");
-    if (contents->size() > most)
-        throw ScenarioError((*contents)[most].place + ": more than " + std::to_string(most) + " "
-                            + key);
-    return *contents;
-}
-
-Node::Table Keys::named_tables(const char* key, const Names& names) {
-    const Node* node = claim(key);
-    if (node == nullptr) return {};
-    const auto* entries = node->as<Node::Table>();
-    if (entries == nullptr) refuse(*node, key, std::string("tables by ") + names.row);
-    for (const auto& [name, content] : *entries)
-        if (!matches(names.patterns, name)) refuse_name(content, key, name, names.patterns);
-    return *entries;
-}
+std::string Keys::place() const { return is_reference() ? "" : place_of(*table_); }
 
 std::string Keys::reference() const {
     return "\n| key | takes | preset | meaning |\n|---|---|---|---|\n" + rows_ + sections_;
 }
 
-void Keys::finish() const {
-    for (const auto& [key, node] : *table_->as<Node::Table>()) {
-        if (claimed_.count(key) != 0) continue;
-        std::string text = "unknown key \"" + key + "\"; accepted here";
-        const char* separator = ": ";
-        for (const std::string& known : claimed_) {
-            text.append(separator).append(known);
-            separator = ", ";
-        }
-        throw ScenarioError(node.place + ": " + text);
-    }
+const toml::node* Keys::find(const char* key) const {
+    return is_reference() ? nullptr : table_->get(key);
 }
 
-const Node* Keys::find(const char* key) const {
-    if (table_ == nullptr) return nullptr;
-    const auto* entries = table_->as<Node::Table>();
-    const auto found = entries->find(key);
-    return found == entries->end() ? nullptr : &found->second;
-}
-
-const Node* Keys::claim(const char* key) {
+const toml::node* Keys::claim(const char* key) {
     claimed_.insert(key);
     return find(key);
 }
 
-// Only for the reference: the section then works on the presets of the fields.
-void Keys::add_section(const std::string& title, const std::string& key, const Section& describe) {
-    if (table_ != nullptr) return;
-    Keys sub(nullptr);
+Table Keys::content_of(const toml::node& node, const char* key) const {
+    if (!node.is_table()) refuse_node(node, std::string(key) + " takes a table" + shown(node));
+    return {table_, node.as_table()};
+}
+
+std::optional<Table> Keys::claim_table(const char* key) {
+    const toml::node* node = claim(key);
+    if (is_reference()) return Table();
+    return node == nullptr ? std::nullopt : std::optional(content_of(*node, key));
+}
+
+std::map<std::string, Table> Keys::claim_named(
+    const char* key, const Names& names, const std::function<bool(const std::string&)>& known) {
+    if (is_reference()) return {{names.row, nullptr}};
+    const toml::node* node = claim(key);
+    if (node == nullptr) return {};
+    const std::string takes = std::string(key) + " takes ";
+    if (!node->is_table()) refuse_node(*node, takes + "tables by " + names.row + shown(*node));
+    const auto accept = [&](const toml::node& at, const std::string& name, bool is_accepted,
+                            const std::string& accepted) {
+        if (!is_accepted) refuse_node(at, takes + accepted + " and not \"" + name + "\"");
+    };
+    std::map<std::string, Table> tables;
+    for (const auto& [name_key, content] : *node->as_table()) {
+        const std::string name(name_key.str());
+        accept(content, name, matches(names.patterns, name), names.patterns);
+        accept(content, name, !is_later_ || known(name), "what the start describes");
+        tables.emplace(name, content_of(content, key));
+    }
+    return tables;
+}
+
+std::vector<Table> Keys::claim_list(const char* key, std::size_t most) {
+    if (is_reference()) return {nullptr};
+    const toml::node* node = claim(key);
+    if (node == nullptr) return {};
+    if (!node->is_array())
+        refuse_node(*node, std::string(key) + " takes a list of tables" + shown(*node));
+    std::vector<Table> tables;
+    for (const toml::node& content : *node->as_array()) {
+        if (tables.size() == most)
+            refuse_node(content, "more than " + std::to_string(most) + " " + key);
+        tables.push_back(content_of(content, key));
+    }
+    return tables;
+}
+
+void Keys::section(std::size_t brackets, const std::string& key, const Table& content,
+                   const std::function<void(Keys&)>& describe) {
+    Keys sub(content, folder_);
+    sub.is_later_ = is_later_;
     sub.path_ = path_ + key + ".";
     describe(sub);
-    sections_ += "\n### `" + title + "`\n" + sub.reference();
-}
-
-void Keys::read(const char* key, const Node& node, const Section& describe) {
-    if (node.as<Node::Table>() == nullptr) refuse(node, key, "a table");
-    Keys sub(&node, folder_, moment_);
-    describe(sub);
-    sub.finish();
-}
-
-void Keys::refuse(const Node& node, const std::string& key, const std::string& accepted) {
-    throw ScenarioError(node.place + ": " + key + " takes " + accepted + shown(node));
-}
-
-void Keys::refuse_name(const Node& node, const char* key, const std::string& name,
-                       const char* accepted) {
-    throw ScenarioError(node.place + ": " + key + " takes " + accepted + " and not \"" + name
-                        + "\"");
+    if (!is_reference()) return sub.finish();
+    sections_ += "\n### `" + std::string(brackets, '[') + path_ + key + std::string(brackets, ']')
+                 + "`\n" + sub.reference();
 }
 
 }  // namespace sim

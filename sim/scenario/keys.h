@@ -1,21 +1,44 @@
 // The keys of a scenario: described once, they are read from a file and listed for the reference.
 #pragma once
 
+#include <algorithm>
 #include <concepts>
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
 #include <limits>
 #include <map>
+#include <memory>
+#include <optional>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
-#include "sim/scenario/node.h"
+#include "sim/time.h"
+
+namespace toml {
+inline namespace v3 {
+class node;
+class table;
+}  // namespace v3
+}  // namespace toml
 
 namespace sim {
+
+// An error in a scenario: file, line, and what would have been accepted.
+class ScenarioError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+// A table of a scenario file. It keeps the whole file.
+using Table = std::shared_ptr<const toml::table>;
+
+// `file` is the name in the places, such as "board.toml:12". Throws ScenarioError.
+Table parse_toml(const std::string& text, const std::string& file);
 
 struct Range {  // of whole numbers, narrower than the field's type; of texts, their size
     std::int64_t least = INT64_MIN, most = INT64_MAX;
@@ -23,12 +46,15 @@ struct Range {  // of whole numbers, narrower than the field's type; of texts, t
 
 // How a field stands in a scenario.
 struct Codec {
-    std::string accepts, preset;            // for the reference and for messages
-    std::function<bool(const Node&)> read;  // sets the field; false = it does not accept this
+    std::string accepts, preset;                  // for the reference and for messages
+    std::function<bool(const toml::node&)> read;  // sets the field; false = it does not accept this
 };
 
 // A text with a meaning of its own: the setter returns whether it accepts it.
 Codec word(std::string accepts, std::string preset, std::function<bool(const std::string&)> set);
+Codec hexadecimal(std::string& bytes, std::size_t most = SIZE_MAX);
+// The content of a file in this folder.
+Codec from_file(const std::string& folder, std::string& bytes, std::size_t most);
 
 // A double is 0 or more; one value is a list of one.
 Codec codec(bool& field, Range);
@@ -36,6 +62,7 @@ Codec codec(double& field, Range);
 Codec codec(std::string& field, Range);
 Codec codec(UnixTime& field, Range);
 Codec whole_number(Range range, std::int64_t preset, std::function<void(std::int64_t)> set);
+std::vector<const toml::node*> items_of(const toml::node& list);
 
 template <std::integral T>
 Codec codec(T& field, Range range) {
@@ -51,17 +78,31 @@ template <class List>
 requires requires(List list) { list.insert(list.end(), *list.begin()); }
 Codec codec(List& field, Range range) {
     typename List::value_type sample{};
-    const auto read = [&field, range](const Node& node) {
-        const auto* items = node.as<Node::List>();
+    const auto read = [&field, range](const toml::node& node) {
         field.clear();
-        for (const Node& item : items != nullptr ? *items : Node::List{node}) {
+        for (const toml::node* item : items_of(node)) {
             typename List::value_type value{};
-            if (!codec(value, range).read(item)) return false;
+            if (!codec(value, range).read(*item)) return false;
             field.insert(field.end(), value);
         }
         return true;
     };
     return {"list of " + codec(sample, range).accepts, "[]", read};
+}
+
+template <class Choice>
+Codec choice(Choice& field, const std::vector<std::pair<std::string, Choice>>& choices) {
+    std::string accepts, preset;
+    for (const auto& [text, meant] : choices) {
+        accepts += (accepts.empty() ? "\"" : ", \"") + text + "\"";
+        if (meant == field) preset = "\"" + text + "\"";
+    }
+    return word(accepts, preset, [&field, choices](const std::string& said) {
+        const auto found = std::find_if(choices.begin(), choices.end(),
+                                        [&](const auto& each) { return each.first == said; });
+        if (found != choices.end()) field = found->second;
+        return found != choices.end();
+    });
 }
 
 // Names of the tables in a table.
@@ -71,18 +112,14 @@ struct Names {
 };
 bool matches(std::string_view patterns, const std::string& name);
 
-// What the keys describe: the board at the start, or how it differs later.
-enum class Moment { start, later };
-
 // One table of a scenario. Each call names a key, sets its field from the table where the table has
 // it, and adds a row to the reference.
 class Keys {
   public:
-    using Section = std::function<void(Keys&)>;
-
     // `folder` is that of the scenario file, for the files that it names; it ends with "/". Without
     // a table nothing is read, and the reference is written.
-    explicit Keys(const Node* table, std::string folder = "", Moment moment = Moment::start);
+    explicit Keys(Table table, std::string folder = "")
+        : table_(std::move(table)), folder_(std::move(folder)) {}
 
     // The field's type decides what the file may say.
     template <class T>
@@ -98,79 +135,75 @@ class Keys {
     void one_of(std::initializer_list<const char*> keys) const;
     // The keys that have a meaning only where another one says so, with the reason.
     void only_if(bool says_so, std::initializer_list<const char*> keys, const char* why) const;
+    // A list whose items do not come in the order of their times.
+    template <class Item>
+    void ascending(const char* key, const std::vector<Item>& items) const {
+        const auto earlier = [](const Item& one, const Item& other) { return one.at < other.at; };
+        const auto wrong = std::is_sorted_until(items.begin(), items.end(), earlier);
+        if (wrong == items.end()) return;
+        refuse(key,
+               std::string(key) + " take ascending times: at " + std::to_string(wrong->at)
+                   + " comes after at " + std::to_string(std::prev(wrong)->at),
+               wrong - items.begin());
+    }
+    // Refuses what the table says under the key, or the n-th item of its list.
+    [[noreturn]] void refuse(const char* key, const std::string& why,
+                             std::ptrdiff_t item = -1) const;
+    void finish() const;  // refuses what no key has claimed
 
     // A table: [key]
-    void table(const char* key, const Section& describe);
-    template <class Item>
-    void table(const char* key, Item& item, void (*describe)(Keys&, Item&)) {
-        table(key, [&](Keys& keys) { describe(keys, item); });
+    template <class Item, class Describe>
+    void table(const char* key, Item& item, Describe describe) {
+        if (const auto content = claim_table(key))
+            section(1, key, *content, [&](Keys& keys) { describe(keys, item); });
     }
     // Tables by name: [key.NAME]; each file adds to those of its base, a change to none.
     template <class Item, class Describe>
     void named(const char* key, const Names& names, std::map<std::string, Item>& items,
                Describe describe) {
         Item sample;
-        add_section("[" + path_ + key + "." + names.row + "]", std::string(key) + "." + names.row,
-                    [&](Keys& keys) { describe(keys, sample); });
-        for (const auto& [name, content] : named_tables(key, names)) {
-            if (moment_ == Moment::later && items.count(name) == 0)
-                refuse_name(content, key, name, "what the start describes");
-            Item& item = items[name];
-            read(key, content, [&](Keys& keys) { describe(keys, item); });
+        const auto known = [&](const std::string& name) { return items.count(name) != 0; };
+        for (const auto& [name, content] : claim_named(key, names, known)) {
+            Item& item = content == nullptr ? sample : items[name];
+            section(1, std::string(key) + "." + name, content,
+                    [&](Keys& keys) { describe(keys, item); });
         }
     }
     // A list of tables: [[key]]; replaces that of the base.
-    template <class Item>
-    void list(const char* key, std::vector<Item>& items, void (*describe)(Keys&, Item&),
+    template <class Item, class Describe>
+    void list(const char* key, std::vector<Item>& items, Describe describe,
               std::size_t most = SIZE_MAX) {
-        Item sample;
-        const auto tables = nodes(key, most, [&](Keys& keys) { describe(keys, sample); });
         if (says(key)) items.clear();
-        for (const Node& content : tables)
-            read(key, content, [&](Keys& keys) { describe(keys, items.emplace_back()); });
+        for (const Table& content : claim_list(key, most))
+            section(2, key, content, [&](Keys& keys) { describe(keys, items.emplace_back()); });
     }
-    // The same, unread: the tables themselves. `describe` is for the reference.
-    Node::List nodes(const char* key, std::size_t most, const Section& describe);
 
-    // Where the table, or the n-th item of a list in it, is said.
-    std::string place() const { return table_ == nullptr ? "" : table_->place; }
-    std::string place_of(const char* key, std::ptrdiff_t item = 0) const;
+    // From now on they describe how the board differs later.
+    void describe_later() { is_later_ = true; }
+    bool is_reference() const { return table_ == nullptr; }
     const std::string& folder() const { return folder_; }
-    void finish() const;  // refuses what no key has claimed
+    std::string place() const;
     std::string reference() const;
 
   private:
-    const Node* find(const char* key) const;
-    const Node* claim(const char* key);
-    void add_section(const std::string& title, const std::string& key, const Section& describe);
-    Node::Table named_tables(const char* key, const Names& names);
-    void read(const char* key, const Node& node, const Section& describe);
-    [[noreturn]] static void refuse(const Node& node, const std::string& key,
-                                    const std::string& accepted);
-    [[noreturn]] static void refuse_name(const Node& node, const char* key, const std::string& name,
-                                         const char* accepted);
+    const toml::node* find(const char* key) const;
+    const toml::node* claim(const char* key);
+    // The tables under a key; in the reference one, without content.
+    std::optional<Table> claim_table(const char* key);
+    std::map<std::string, Table> claim_named(const char* key, const Names& names,
+                                             const std::function<bool(const std::string&)>& known);
+    std::vector<Table> claim_list(const char* key, std::size_t most);
+    Table content_of(const toml::node& node, const char* key) const;
+    // Reads a table, or adds it to the reference, with so many brackets around its title.
+    void section(std::size_t brackets, const std::string& key, const Table& content,
+                 const std::function<void(Keys&)>& describe);
 
-    const Node* table_;
+    Table table_;
     std::string folder_;
-    Moment moment_;
+    bool is_later_ = false;
     std::string path_;             // in the reference: "usb."
     std::string rows_, sections_;  // of the reference; the sections follow the keys
     std::set<std::string> claimed_;
 };
-
-template <class Choice>
-Codec choice(Choice& field, std::initializer_list<std::pair<const char*, Choice>> words) {
-    std::string accepts, preset;
-    const std::map<std::string, Choice> choices(words.begin(), words.end());
-    for (const auto& [text, meant] : words) {
-        accepts += (accepts.empty() ? "\"" : ", \"") + std::string(text) + "\"";
-        if (meant == field) preset = "\"" + std::string(text) + "\"";
-    }
-    return word(accepts, preset, [&field, choices](const std::string& said) {
-        const auto found = choices.find(said);
-        if (found != choices.end()) field = found->second;
-        return found != choices.end();
-    });
-}
 
 }  // namespace sim

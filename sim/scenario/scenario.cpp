@@ -4,9 +4,10 @@
 #include <fstream>
 #include <iterator>
 #include <set>
+#include <utility>
 
+#include "sim/device.h"
 #include "sim/scenario/keys.h"
-#include "sim/scenario/words.h"
 
 namespace sim {
 namespace {
@@ -18,30 +19,44 @@ bool is_time_zone(const std::string& zone) {
            || (!zone.empty() && std::filesystem::is_regular_file("/usr/share/zoneinfo/" + zone));
 }
 
-// A change: its trigger and the keys that it changes. Applied once to a copy, to find its errors.
-Change to_change(const Node& node, const Board& board, const std::string& folder) {
-    Change change;
-    Keys trigger(&node, folder, Moment::later);
-    describe(trigger, change);
-    change.apply = [node, folder](Board& changed) {
-        Change ignored;
-        Keys keys(&node, folder, Moment::later);
-        describe(keys, ignored);
-        describe_devices(keys, changed);
-        keys.finish();
-    };
-    Board tried = board;
-    change.apply(tried);
-    return change;
+void describe_devices(Keys& keys, Board& board) {
+    for (const Device* device : all_devices())
+        device->describe(keys, board);
 }
 
-void describe_changes(Keys& keys, Board& board) {
-    Change sample;
-    const Node::List changes =
-        keys.nodes("changes", kMostChanges, [&](Keys& sub) { describe(sub, sample); });
-    if (keys.says("changes")) board.changes.clear();
-    for (const Node& node : changes)
-        board.changes.push_back(to_change(node, board, keys.folder()));
+// A change: its trigger and any keys of the devices. Applied once to a copy, to find its errors.
+void describe_change(Keys& keys, Change& change, const Board& board) {
+    describe(keys, change);
+    if (keys.is_reference()) return;
+    keys.describe_later();
+    change.apply = [keys](Board& changed) {
+        Keys again = keys;
+        describe_devices(again, changed);
+    };
+    Board tried = board;
+    describe_devices(keys, tried);
+}
+
+void describe_expect(Keys& keys, std::optional<Expect>& expected) {
+    static const std::set<std::string> kSlots = {"alarm", "minisas", "network",
+                                                 "rs485", "rtc",     "sata"};
+    Expect& expect = expected.emplace();
+    int status = 0;
+    std::set<std::string> verdicts;
+    keys.key("arguments", expect.arguments, "words for q7; [] = the console sequence");
+    keys.key("status", status, "status with which q7 ends", {0, 255});
+    if (keys.says("status")) expect.status = status;
+    keys.key("verdicts", verdicts,
+             "result slots that show a fault, of alarm, minisas, network, rs485, rtc and sata; "
+             "[] = none");
+    for (const std::string& verdict : verdicts)
+        if (kSlots.count(verdict) == 0)
+            keys.refuse("verdicts",
+                        "verdicts takes alarm, minisas, network, rs485, rtc, sata and not \""
+                            + verdict + "\"");
+    if (keys.says("verdicts")) expect.verdicts = verdicts;
+    keys.key("texts", expect.texts, "texts that must come, on the console or in a record");
+    keys.key("no_texts", expect.no_texts, "texts that must not come");
 }
 
 void describe_run(Keys& keys, Board& board) {
@@ -58,9 +73,12 @@ void describe_run(Keys& keys, Board& board) {
     keys.key("end", board.end, "second of virtual time after which the run is stopped");
     keys.key("root", board.root, "q7 can become the super-user");
     describe_devices(keys, board);
-    keys.list("faults", board.faults, describe, kMostFaults);
-    describe_changes(keys, board);
-    keys.table("expect", [&](Keys& sub) { describe(sub, board.expect.emplace()); });
+    keys.list(
+        "faults", board.faults, [](Keys& sub, Fault& fault) { describe(sub, fault); }, kMostFaults);
+    keys.list(
+        "changes", board.changes,
+        [&](Keys& sub, Change& change) { describe_change(sub, change, board); }, kMostChanges);
+    keys.table("expect", board.expect, describe_expect);
 }
 
 // Reads scenarios, each after its bases. A base named several times is read once, so that it does
@@ -90,8 +108,7 @@ class Loader {
 
     void text(const std::string& content, const std::string& name, const std::string& folder) {
         if (!read_.insert(name).second) return;
-        const Node table = parse_toml(content, name);
-        Keys keys(&table, folder);
+        Keys keys(parse_toml(content, name), folder);
         std::vector<std::string> bases;
         keys.key("base", bases, "");
         for (const std::string& base : bases)

@@ -17,7 +17,8 @@ namespace station {
 namespace {
 
 struct DictionaryOptions {
-    std::string plan, board, simulator, output;
+    ModelFiles model;
+    std::string output;
 };
 
 // A line that is written over on a terminal; each tenth elsewhere.
@@ -37,13 +38,13 @@ class ProgressLine {
 };
 
 int make(const DictionaryOptions& options) {
-    const std::string plan_text = read_file(options.plan);
-    const AttemptSimulator simulator(options.simulator, options.board,
-                                     Plan::parse(plan_text, options.plan), plan_text);
+    const auto& [plan, board, program] = options.model;
+    const std::string plan_text = read_file(plan);
+    const AttemptSimulator simulator(program, board, Plan::parse(plan_text, plan), plan_text);
     const auto start = std::chrono::steady_clock::now();
     ProgressLine progress;
     const Dictionary dictionary =
-        make_dictionary(simulator, std::filesystem::path(options.board).filename().string(),
+        make_dictionary(simulator, std::filesystem::path(board).filename().string(),
                         [&](std::size_t done, std::size_t of) { progress.show(done, of); });
     const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
     const std::string text = to_text(dictionary);
@@ -72,19 +73,20 @@ int print_pages(const std::string& language, bool blind, const std::vector<std::
 
 }  // namespace
 
+void add_model_files(CLI::App& command, ModelFiles& files) {
+    const auto add_file = [&](const char* name, std::string& file, const char* help) {
+        command.add_option(name, file, help)->required()->check(CLI::ExistingFile);
+    };
+    add_file("--plan", files.plan, "Plan that the board passes");
+    add_file("--board", files.board, "Scenario of the healthy board");
+    add_file("--simulator", files.simulator, "q7-sim");
+}
+
 void add_dictionary(CLI::App& app, int& status) {
     auto options = std::make_shared<DictionaryOptions>();
     CLI::App* command = app.add_subcommand(
         "dictionary", "Simulate every single defect of a board, for the causes of a failure");
-    command->add_option("--plan", options->plan, "Plan that the board passes")
-        ->required()
-        ->check(CLI::ExistingFile);
-    command->add_option("--board", options->board, "Scenario of the healthy board")
-        ->required()
-        ->check(CLI::ExistingFile);
-    command->add_option("--simulator", options->simulator, "q7-sim")
-        ->required()
-        ->check(CLI::ExistingFile);
+    add_model_files(*command, options->model);
     command->add_option("--output", options->output, "File; without it, standard output");
     command->callback([options, &status] { status = make(*options); });
 }

@@ -6,8 +6,6 @@
 namespace station {
 namespace {
 
-constexpr double kExplained = 0.6;  // likeness of a value of the same direction
-
 // What few signatures have says more than what many have: 0 to 1.
 double rarity(int signatures_with, std::size_t signatures) {
     const double count = static_cast<double>(signatures) + 2;

@@ -12,7 +12,6 @@ namespace station {
 namespace {
 
 constexpr double kExact = 0.999;
-constexpr double kExplained = 0.6;        // likeness of a value of the same direction
 constexpr double kLeastFit = 0.3;         // below, a cause is none
 constexpr double kSecondDefect = 0.5;     // two defects at once are rarer than one
 constexpr double kGainOfTwo = 0.15;       // over each of them, for a pair to be worth showing
@@ -82,13 +81,28 @@ std::vector<Candidate> pairs(const Comparison& comparison, const std::vector<Com
     return found;
 }
 
-// The signature's defects, each cause once.
-std::vector<const KnownDefect*> group_of(const Signature& signature) {
-    std::vector<const KnownDefect*> group;
-    std::set<std::string> seen;
+using Group = std::vector<const KnownDefect*>;
+
+// The signature's defects, each cause once, without causes that were named before.
+Group group_of(const Signature& signature, std::set<std::string> named = {}) {
+    Group group;
     for (const KnownDefect& defect : signature.defects)
-        if (seen.insert(defect.cause()).second) group.push_back(&defect);
+        if (named.insert(defect.cause()).second) group.push_back(&defect);
     return group;
+}
+
+// One group, or the two of a pair. A cause that shows in several ways is named once; empty = it was.
+std::vector<Group> groups_of(const Candidate& candidate, std::set<std::string>& named) {
+    if (candidate.second != nullptr) {
+        std::vector<Group> two{group_of(*candidate.first), group_of(*candidate.second)};
+        const bool is_new =
+            named.insert(two[0].front()->cause() + "\n" + two[1].front()->cause()).second;
+        return is_new ? two : std::vector<Group>{};
+    }
+    const Group group = group_of(*candidate.first, named);
+    for (const KnownDefect* defect : group)
+        named.insert(defect->cause());
+    return group.empty() ? std::vector<Group>{} : std::vector<Group>{group};
 }
 
 Symptoms expected_of(const Candidate& candidate, const Symptoms& shown) {
@@ -120,14 +134,12 @@ bool is_explained(const std::string& name, const Symptoms& expected, const Sympt
     return likeness(name, found->second, shown.at(name)) >= kExplained;
 }
 
-Cause cause_of(const Candidate& candidate, const Symptoms& shown) {
+Cause cause_of(const Candidate& candidate, const std::vector<Group>& groups,
+               const Symptoms& shown) {
     Cause cause;
-    for (const Signature* signature : {candidate.first, candidate.second}) {
-        if (signature == nullptr) continue;
-        std::vector<const KnownDefect*> group = group_of(*signature);
+    for (const Group& group : groups) {
         cause.defects.push_back(group.front());
-        group.erase(group.begin());
-        cause.alternatives.push_back(std::move(group));
+        cause.alternatives.emplace_back(group.begin() + 1, group.end());
     }
     cause.fit = candidate.fit;
     cause.exact = candidate.fit > kExact;
@@ -165,15 +177,12 @@ std::vector<Cause> causes_of(const Dictionary& dictionary, const Symptoms& shown
         candidates.insert(candidates.end(), two.begin(), two.end());
         std::stable_sort(candidates.begin(), candidates.end(), comes_before);
     }
-    std::set<std::string> named;  // a cause that shows in several ways is named once
+    std::set<std::string> named;
     for (const Candidate& candidate : candidates) {
         if (causes.size() == kCausesShown) break;
         if (candidate.fit < kLeastFit) continue;
-        Cause cause = cause_of(candidate, shown);
-        std::string name;
-        for (const KnownDefect* defect : cause.defects)
-            name += defect->cause() + "\n";
-        if (named.insert(name).second) causes.push_back(std::move(cause));
+        const std::vector<Group> groups = groups_of(candidate, named);
+        if (!groups.empty()) causes.push_back(cause_of(candidate, groups, shown));
     }
     return causes;
 }
@@ -267,6 +276,34 @@ std::function<void(Judgement&, const Evidence&)> diagnosis_by(const std::string&
     };
 }
 
+namespace {
+
+constexpr std::size_t kNamesShown = 6;
+
+// A line "WORDS: A, B, C ... (9)"; empty when there is no name.
+std::string names_line(const char* words, const std::vector<std::string>& names) {
+    if (names.empty()) return {};
+    std::string line = std::string("         ") + words + ": ";
+    for (std::size_t i = 0; i < std::min(names.size(), kNamesShown); ++i)
+        line += (i == 0 ? "" : ", ") + names[i];
+    if (names.size() > kNamesShown) line += " ... (" + std::to_string(names.size()) + ")";
+    return line + "\n";
+}
+
+// The titles of defects with an equal signature, each once.
+std::vector<std::string> alternatives_of(const Json& cause) {
+    std::vector<std::string> titles;
+    for (const Json& part : cause.at("defects"))
+        for (const Json& other : part.at("alternatives")) {
+            const Json& title = other.at("title");
+            titles.push_back(title.at("en").get<std::string>() + " "
+                             + title.at("zh").get<std::string>());
+        }
+    return titles;
+}
+
+}  // namespace
+
 std::string cause_lines(const Judgement& judgement) {
     if (judgement.dictionary.is_null() || judgement.verdict == Verdict::pass) return {};
     if (judgement.causes.empty())
@@ -284,7 +321,10 @@ std::string cause_lines(const Judgement& judgement) {
                                           + std::to_string(cause.at("of").get<int>());
         text += "cause " + std::to_string(++number) + " (" + fit + "): " + words("title", "en")
                 + ". " + words("check", "en") + "\n         " + words("title", "zh") + "。"
-                + words("check", "zh") + "\n";
+                + words("check", "zh") + "\n" + names_line("or 或", alternatives_of(cause));
+        if (cause.at("exact")) continue;
+        text += names_line("explains 能解释", cause.at("explains"))
+                + names_line("leaves unexplained 未解释", cause.at("unexplained"));
     }
     return text;
 }

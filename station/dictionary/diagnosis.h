@@ -48,7 +48,8 @@ void diagnose(const Dictionary& dictionary, Judgement& judgement, const Evidence
 std::function<void(Judgement&, const Evidence&)> diagnosis_by(const std::string& file,
                                                               const Plan& plan);
 
-// The causes for a person, two lines each; empty when no dictionary was asked.
+// The causes for a person, two lines each, with those of equal signature and, unless it is exact, what
+// it explains and leaves unexplained; empty when no dictionary was asked.
 std::string cause_lines(const Judgement& judgement);
 
 }  // namespace station

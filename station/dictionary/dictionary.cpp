@@ -11,7 +11,7 @@
 namespace station {
 namespace {
 
-constexpr int kVersion = 1;
+constexpr int kFormat = 1;
 
 // The lines of the healthy transcript, which a defect may make absent.
 void add_texts_of_healthy(const Evidence& evidence, std::map<std::string, std::string>& texts) {
@@ -34,7 +34,7 @@ void add_texts(const SimulatedAttempt& attempt, std::map<std::string, std::strin
         }
 }
 
-bool is_number(const std::string& text) {
+bool is_place_number(const std::string& text) {
     return !text.empty() && text.size() < 9
            && text.find_first_not_of("0123456789") == std::string::npos;
 }
@@ -53,7 +53,7 @@ std::string KnownDefect::cause() const {
 }
 
 int KnownDefect::likelihood() const {
-    const bool two = places.size() == 2 && is_number(places[0]) && is_number(places[1]);
+    const bool two = places.size() == 2 && is_place_number(places[0]) && is_place_number(places[1]);
     if (!two || std::abs(std::stoi(places[0]) - std::stoi(places[1])) == 1) return kind->likelihood;
     return kind->likelihood - 1;
 }
@@ -148,7 +148,7 @@ std::string to_text(const Dictionary& dictionary) {
             if (text != dictionary.texts.end()) row.push_back(text->second);
             symptoms.push_back(std::move(row));
         }
-    const Json head{{"fault_dictionary", kVersion},
+    const Json head{{"fault_dictionary", kFormat},
                     {"plan", dictionary.plan_name},
                     {"revision", dictionary.plan_revision},
                     {"sha256", dictionary.plan_sha256},
@@ -169,15 +169,15 @@ std::string to_text(const Dictionary& dictionary) {
 
 namespace {
 
-using Json = nlohmann::json;
+using nlohmann::json;
 
-Signature read_signature(const Json& line, const Json& symptoms) {
+Signature read_signature(const json& line, const json& symptoms) {
     Signature signature;
-    for (const Json& place : line.at("s")) {
-        const Json& symptom = symptoms.at(place.get<std::size_t>());
+    for (const json& place : line.at("s")) {
+        const json& symptom = symptoms.at(place.get<std::size_t>());
         signature.symptoms.emplace(symptom.at(0), symptom.at(1));
     }
-    for (const Json& defect : line.at("d")) {
+    for (const json& defect : line.at("d")) {
         const Kind* kind = find_kind(defect.at(0).get<std::string>());
         if (kind == nullptr)
             throw DictionaryError("a kind of defect that this program does not know: "
@@ -196,24 +196,24 @@ Dictionary parse_dictionary(const std::string& text, const std::string& file) {
     std::string line;
     try {
         std::getline(lines, line);
-        const Json head = Json::parse(line);
-        if (head.at("fault_dictionary") != kVersion)
+        const json head = json::parse(line);
+        if (head.at("fault_dictionary") != kFormat)
             throw DictionaryError("another version of fault dictionaries; make it again");
         dictionary.plan_name = head.at("plan");
         dictionary.plan_revision = head.at("revision");
         dictionary.plan_sha256 = head.at("sha256");
         dictionary.board = head.at("board");
-        for (const Json& symptom : head.at("symptoms"))
+        for (const json& symptom : head.at("symptoms"))
             if (symptom.size() > 2)
                 dictionary.texts.emplace(
                     symptom.at(0).get<std::string>() + "=" + symptom.at(1).get<std::string>(),
                     symptom.at(2));
         while (std::getline(lines, line))
-            dictionary.signatures.push_back(read_signature(Json::parse(line), head.at("symptoms")));
+            dictionary.signatures.push_back(read_signature(json::parse(line), head.at("symptoms")));
         if (dictionary.defects() != head.at("defects")) throw DictionaryError("it is cut off");
     } catch (const DictionaryError& error) {
         throw DictionaryError(file + ": " + error.what());
-    } catch (const Json::exception&) {
+    } catch (const json::exception&) {
         throw DictionaryError(file + ": no fault dictionary, or a damaged one");
     }
     return dictionary;

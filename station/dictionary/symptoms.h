@@ -27,6 +27,7 @@ Weight weight_of(std::string_view symptom);
 
 // 1 = the same, 0 = nothing in common, in between for numbers of one direction and size.
 double likeness(std::string_view symptom, const std::string& a, const std::string& b);
+constexpr double kExplained = 0.6;  // the least likeness of numbers of one direction
 
 // The part of the board that a symptom belongs to, by its name: "alarm". Empty = none.
 std::string step_of(std::string_view symptom);
