@@ -104,23 +104,6 @@ INSTANTIATE_TEST_SUITE_P(Languages, OperatorPage,
                          testing::Values(std::pair("/docs/operator.md", "Test "),
                                          std::pair("/docs/operator.zh.md", "测试 ")));
 
-// What the Chinese pages quote in 「」 is what the station's screen shows, but for its numbers.
-TEST(StationScreen, ShowsWhatThePagesQuote) {
-    const std::string texts = content_of(Q7_SOURCE "/station/web/page/texts.js");
-    int quotations = 0;
-    for (const char* name : {"/docs/operator.zh.md", "/docs/card.zh.md"}) {
-        const std::string page = content_of(Q7_SOURCE + std::string(name));
-        const std::string open = "「", close = "」";
-        for (std::size_t at = 0; (at = page.find(open, at)) != std::string::npos;) {
-            at += open.size();
-            const std::string quoted = page.substr(at, page.find(close, at) - at);
-            EXPECT_TRUE(quoted.empty() || texts.find(quoted) != std::string::npos) << quoted;
-            ++quotations;
-        }
-    }
-    EXPECT_GT(quotations, 20);
-}
-
 TEST(ManualPage, NamesEveryExitStatus) {
     const std::string page = content_of(Q7_SOURCE "/man/q7.1");
     const std::string section = page.substr(page.find(".SH EXIT STATUS"));
@@ -202,12 +185,12 @@ std::string masked(std::string session) {
 }
 
 // Writes each board of the page next to a folder named build, and runs each command there.
-TEST(Documents, SessionsGoAsTheyAreShown) {
+TEST(Sessions, GoAsTheyAreShown) {
     const std::string place = scratch("session");
     std::filesystem::create_directory(place);
     std::filesystem::create_directory_symlink(Q7_BINARIES, place + "/build");
     int commands = 0;
-    for (const char* name : {"/README.md", "/docs/simulator.md"}) {
+    for (const char* name : {"/README.md", "/docs/simulator.md", "/checks/sessions.md"}) {
         const std::string page = content_of(Q7_SOURCE + std::string(name));
         for (const std::string& board : blocks(page, "toml")) {
             ASSERT_TRUE(board.starts_with("# ")) << board;

@@ -109,7 +109,7 @@ std::vector<double> Outcome::changes(std::string_view device, std::string_view s
 
 bool Outcome::nothing_is_mounted() const {
     return std::all_of(
-        std::begin(world->usb.points), std::end(world->usb.points),
+        std::begin(world->mount_points), std::end(world->mount_points),
         [](const sim::MountPoint& point) { return point.path == 0 || point.disk < 0; });
 }
 

@@ -20,7 +20,6 @@ namespace checks {
 
 using sim::Board;
 using testing::Contains;
-using testing::DoubleNear;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;

@@ -20,6 +20,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <utility>
 
 #include "platform/descriptor.h"
 #include "platform/platform.h"
@@ -111,41 +112,64 @@ void signal_after_ms(int delay_ms) {
 
 char scratch[] = "/tmp/platform-check-XXXXXX";  // a folder of its own, the working directory
 
-void check_descriptors() {
+// Each call that can fail, once, with the errno that the kernel gave.
+void check_failures() {
+    const Pipe pipe(O_NONBLOCK);
+    const int in = pipe.in.get(), out = pipe.out.get();
+    char bytes[8] = {};
+    timeval rest = {1, 0};
+    termios line{};
+    struct statfs statistics {};
     expect_error(ENOENT, [] { return platform::open("missing", O_RDONLY); });
-    expect_error(ENOTDIR, [] { return platform::open("/dev/null/below", O_RDONLY); });
-    const int fd = platform::open("/dev/null", O_RDWR);
-    expect(fd > 2 && platform::close(fd) == 0);
-    expect_error(EBADF, [&] { return platform::close(fd); });
-
-    const int child = platform::open_socket(AF_INET, SOCK_DGRAM, 0);
-    expect(child > 2 && platform::close(child) == 0);
+    expect_error(EBADF, [] { return platform::close(-1); });
+    expect_error(EAGAIN, [&] { return platform::read(out, bytes, 8); });
+    expect_error(ESPIPE, [&] { return platform::pread(out, bytes, 4, 0); });
+    expect_error(EBADF, [&] { return platform::write(out, bytes, 8); });
+    expect_error(EBADF, [&] { return platform::write_text(out, bytes, 8); });
+    expect_error(ESPIPE, [&] { return platform::lseek(out, 0, SEEK_SET); });
     expect_error(EAFNOSUPPORT, [] { return platform::open_socket(99, SOCK_DGRAM, 0); });
+    expect_error(EFAULT, [] { return platform::open_pipe(nullptr, O_CLOEXEC); });
+    expect_error(ENOTTY, [&] { return platform::ioctl(in, 0x80041272, bytes); });
+    expect_error(EBADF, [&] { return platform::ioctl_value(-1, TCFLSH, TCIFLUSH); });
+    expect_error(EBADF, [&] { return platform::wait_readable(-1, &rest); });
+    expect_error(EBADF, [&] { return platform::wait_writable(FD_SETSIZE, &rest); });
+    expect_error(ENOTTY, [&] { return platform::tcgetattr(in, &line); });
+    expect_error(ENOTTY, [&] { return platform::tcsetattr(in, TCSANOW, &line); });
+    expect_error(ECHILD, [] { return platform::waitpid(-1, nullptr, WNOHANG); });
+    expect_error(EINVAL, [] { return platform::raise(999); });
+    expect_error(EINVAL,
+                 [] { return platform::signal(SIGKILL, count_signal) == SIG_ERR ? -1 : 0; });
+    expect_error(ENOENT, [] { return platform::access("missing"); });
+    expect_error(ENOENT, [] { return platform::mkdir("missing/folder", 0777); });
+    expect_error(ENOTDIR, [] { return platform::rmdir("/dev/null"); });
+    expect_error(ENOENT, [] { return platform::remove("missing"); });
+    expect_error(ENOENT, [] { return platform::mount("missing", "missing", "vfat"); });
+    expect_error(::geteuid() == 0 ? EINVAL : EPERM, [] { return platform::umount("."); });
+    expect_error(ENOENT, [&] { return platform::statfs("missing", &statistics); });
+    expect_error(EFAULT, [] { return platform::uname(nullptr); });
+    expect_error(ENOTDIR, [] { return platform::opendir("/dev/null") == nullptr ? -1 : 0; });
 }
 
 void check_reads_and_writes() {
+    static char many[1 << 20];
     char bytes[16] = {};
     const Pipe pipe(O_NONBLOCK);
-    expect_error(EAGAIN, [&] { return platform::read(pipe.out.get(), bytes, 8); });
-    expect(platform::write(pipe.in.get(), "abcde", 5) == 5);
+    expect(platform::write(pipe.in.get(), "abc", 3) == 3);
+    expect(platform::write_text(pipe.in.get(), "de", 2) == 2);
     expect(platform::read(pipe.out.get(), bytes, 8) == 5 && ::memcmp(bytes, "abcde", 5) == 0);
-    expect_error(EBADF, [&] { return platform::read(pipe.in.get(), bytes, 8); });
-    expect_error(EBADF, [&] { return platform::write(pipe.out.get(), bytes, 8); });
-    expect_error(EFAULT, [&] { return platform::write(pipe.in.get(), nullptr, 8); });
-
-    static char many[1 << 20];
     const ssize_t taken = platform::write(pipe.in.get(), many, sizeof many);
     expect(taken > 0 && taken < ssize_t{sizeof many});  // a short count
-    expect_error(EAGAIN, [&] { return platform::write(pipe.in.get(), "x", 1); });
+    const int datagrams = platform::open_socket(AF_INET, SOCK_DGRAM, 0);
+    expect(datagrams > 2 && platform::close(datagrams) == 0);
 
-    Pipe closed;
-    closed.in.close();
-    expect(platform::read(closed.out.get(), bytes, 8) == 0);
-    Pipe unread;
-    unread.out.close();
-    expect(platform::signal(SIGPIPE, SIG_IGN) == SIG_DFL);
-    expect_error(EPIPE, [&] { return platform::write(unread.in.get(), "x", 1); });
-    platform::signal(SIGPIPE, SIG_DFL);
+    int ends[2] = {-1, -1};
+    expect(platform::open_pipe(ends, O_NONBLOCK | O_CLOEXEC) == 0);
+    for (const int end : ends) {
+        expect((::fcntl(end, F_GETFL) & O_NONBLOCK) != 0);
+        expect((::fcntl(end, F_GETFD) & FD_CLOEXEC) != 0);
+    }
+    expect(platform::close(ends[1]) == 0 && platform::read(ends[0], bytes, 8) == 0);
+    platform::close(ends[0]);
 }
 
 void check_file_offsets() {
@@ -157,13 +181,7 @@ void check_file_offsets() {
     expect(platform::lseek(file.get(), 0, SEEK_END) == kFar + 10);
     expect(platform::pread(file.get(), bytes, 4, kFar + 3) == 4);
     expect(::memcmp(bytes, "3456", 4) == 0);
-    expect(platform::pread(file.get(), bytes, 16, kFar + 8) == 2);
-    expect(platform::pread(file.get(), bytes, 16, kFar + 10) == 0);
     expect(platform::lseek(file.get(), 0, SEEK_CUR) == kFar + 10);  // pread moves nothing
-    expect_error(EINVAL, [&] { return platform::lseek(file.get(), -1, SEEK_SET); });
-    const Pipe pipe;
-    expect_error(ESPIPE, [&] { return platform::lseek(pipe.out.get(), 0, SEEK_SET); });
-    expect_error(ESPIPE, [&] { return platform::pread(pipe.out.get(), bytes, 4, 0); });
 }
 
 // A terminal: requests with a block and by value, one whose number has the highest bit set, and
@@ -176,20 +194,15 @@ void check_requests_and_attributes() {
     char path[32];
     ::snprintf(path, sizeof path, "/dev/pts/%d", number);
     const Descriptor line(need(platform::open(path, O_RDWR | O_NOCTTY), path));
-    const Pipe pipe;
 
     termios attributes{}, set{};
-    expect(platform::tcgetattr(line.get(), &attributes) == 0 && (attributes.c_lflag & ICANON) != 0);
-    set = attributes;
+    expect(platform::tcgetattr(line.get(), &set) == 0 && (set.c_lflag & ICANON) != 0);
     set.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
     cfsetispeed(&set, B9600);
     cfsetospeed(&set, B9600);
     expect(platform::tcsetattr(line.get(), TCSANOW, &set) == 0);
-    attributes = {};
     expect(platform::tcgetattr(line.get(), &attributes) == 0);
     expect(attributes.c_lflag == set.c_lflag && cfgetospeed(&attributes) == B9600);
-    expect_error(ENOTTY, [&] { return platform::tcgetattr(pipe.in.get(), &attributes); });
-    expect_error(ENOTTY, [&] { return platform::tcsetattr(pipe.in.get(), TCSANOW, &set); });
 
     expect(platform::write(master.get(), "abc", 3) == 3);
     timeval rest = {2, 0};
@@ -197,70 +210,30 @@ void check_requests_and_attributes() {
     expect(platform::ioctl(line.get(), FIONREAD, &queued) == 0 && queued == 3);
     expect(platform::ioctl_value(line.get(), TCFLSH, TCIFLUSH) == 0);
     expect(platform::ioctl(line.get(), FIONREAD, &queued) == 0 && queued == 0);
-    expect_error(ENOTTY, [&] { return platform::ioctl(pipe.in.get(), 0x80041272, &queued); });
-    expect_error(EBADF, [&] { return platform::ioctl_value(-1, TCFLSH, TCIFLUSH); });
+}
+
+// This wait takes so long, ends so, and leaves this much of its time.
+void expect_wait(int (*wait)(int, timeval*), int fd, timeval rest, int result, double duration_s,
+                 int line = __builtin_LINE()) {
+    const double budget_s = seconds(rest), begin = seconds();
+    expect(wait(fd, &rest) == result, line);
+    expect(about(seconds() - begin, duration_s), line);
+    const double left_s = budget_s - duration_s;
+    expect(seconds(rest) <= left_s && seconds(rest) > left_s - kSlack_s, line);
+    expect(result != 0 || seconds(rest) == 0, line);
 }
 
 void check_waits() {
     const Pipe pipe(O_NONBLOCK);
-    timeval rest = {2, 250'000};
-    expect(platform::wait_writable(pipe.in.get(), &rest) == 1);
-    expect(seconds(rest) > 2.25 - kSlack_s && seconds(rest) <= 2.25);
-
-    rest = {0, 120'000};
-    double begin = seconds();
-    expect(platform::wait_readable(pipe.out.get(), &rest) == 0);
-    expect(about(seconds() - begin, 0.12) && seconds(rest) == 0);
-    pipe.fill();
-    rest = {0, 120'000};
-    begin = seconds();
-    expect(platform::wait_writable(pipe.in.get(), &rest) == 0);
-    expect(about(seconds() - begin, 0.12) && seconds(rest) == 0);
-    rest = {0, 0};
-    expect(platform::wait_readable(pipe.out.get(), &rest) == 1 && seconds(rest) == 0);
-
-    const Pipe quiet;
+    expect_wait(platform::wait_writable, pipe.in.get(), {2, 250'000}, 1, 0);
+    expect_wait(platform::wait_readable, pipe.out.get(), {0, 120'000}, 0, 0.12);
     signals = 0;
-    rest = {1, 500'000};
     signal_after_ms(100);
-    begin = seconds();
-    expect_error(EINTR, [&] { return platform::wait_readable(quiet.out.get(), &rest); });
-    expect(signals == 1 && about(seconds() - begin, 0.1));
-    expect(seconds(rest) > 1.4 - kSlack_s && seconds(rest) <= 1.4);
-
-    rest = {1, 0};
-    expect_error(EBADF, [&] { return platform::wait_readable(-1, &rest); });
-    expect_error(EBADF, [&] { return platform::wait_writable(FD_SETSIZE, &rest); });
-    Pipe closed;
-    const int fd = closed.out.get();
-    closed.out.close();
-    expect_error(EBADF, [&] { return platform::wait_readable(fd, &rest); });
-}
-
-// Bytes every 50 ms do not prolong a budget that is passed on from wait to wait.
-void check_wait_that_is_resumed() {
-    Pipe pipe;
-    const pid_t writer = need(platform::fork(), "fork");
-    if (writer == 0) {
-        pipe.out.close();
-        platform::signal(SIGPIPE, SIG_DFL);
-        while (platform::write(pipe.in.get(), "x", 1) == 1)
-            platform::sleep_ms(50);
-        ::_exit(0);
-    }
-    timeval rest = {0, 500'000};
-    const double begin = seconds();
-    int waits = 0;
-    char byte = 0;
-    while (platform::wait_readable(pipe.out.get(), &rest) == 1 && waits < 100) {
-        platform::read(pipe.out.get(), &byte, 1);
-        ++waits;
-    }
-    expect(about(seconds() - begin, 0.5) && waits > 2 && waits < 15 && seconds(rest) == 0);
-    pipe.out.close();
-    int status = 0;
-    expect(platform::waitpid(writer, &status, 0) == writer);
-    expect(WIFSIGNALED(status) && WTERMSIG(status) == SIGPIPE);
+    expect_wait(platform::wait_readable, pipe.out.get(), {1, 500'000}, -1, 0.1);
+    expect(signals == 1 && errno == EINTR);
+    pipe.fill();
+    expect_wait(platform::wait_writable, pipe.in.get(), {0, 120'000}, 0, 0.12);
+    expect_wait(platform::wait_readable, pipe.out.get(), {0, 0}, 1, 0);
 }
 
 void check_time() {
@@ -279,7 +252,6 @@ void check_time() {
 }
 
 void check_processes() {
-    expect_error(ECHILD, [] { return platform::waitpid(-1, nullptr, WNOHANG); });
     Pipe pipe;
     const pid_t child = need(platform::fork(), "fork");
     if (child == 0) {
@@ -293,12 +265,10 @@ void check_processes() {
     pipe.in.close();
     expect(platform::waitpid(child, &status, 0) == child && exited_with(status, 7));
 
-    expect(exited_with(status_of([] { platform::exit(5); }), 5));
     const auto exit_handler = [] { ::_exit(42); };
+    expect(exited_with(status_of([] { platform::exit(5); }), 5));
     expect(exited_with(status_of([&] { ::atexit(exit_handler), platform::exit(5); }), 42));
     expect(exited_with(status_of([&] { ::atexit(exit_handler), platform::exit_at_once(5); }), 5));
-
-    expect(platform::setuid(::getuid()) == 0);
     expect(exited_with(status_of([] {
                            if (::getuid() == 0)
                                expect(platform::setuid(65534) == 0 && ::geteuid() == 65534);
@@ -344,22 +314,6 @@ void check_threads() {
     expect(::pthread_join(thread, nullptr) == 0);
 }
 
-void check_pipes() {
-    int ends[2] = {-1, -1};
-    char byte = 0;
-    expect(platform::open_pipe(ends, O_NONBLOCK | O_CLOEXEC) == 0);
-    for (const int end : ends) {
-        expect((::fcntl(end, F_GETFL) & O_NONBLOCK) != 0);
-        expect((::fcntl(end, F_GETFD) & FD_CLOEXEC) != 0);
-    }
-    expect_error(EAGAIN, [&] { return platform::read(ends[0], &byte, 1); });
-    expect(platform::write_text(ends[1], "t", 1) == 1);
-    expect(platform::read(ends[0], &byte, 1) == 1 && byte == 't');
-    platform::close(ends[0]);
-    platform::close(ends[1]);
-    expect_error(EFAULT, [] { return platform::open_pipe(nullptr, O_CLOEXEC); });
-}
-
 void check_signals() {
     expect(platform::signal(SIGUSR1, count_signal) == SIG_DFL);
     signals = 0;
@@ -367,15 +321,6 @@ void check_signals() {
     expect(platform::raise(SIGUSR1) == 0 && signals == 2);  // the handler stays
     expect(platform::signal(SIGUSR1, SIG_IGN) == count_signal);
     expect(platform::raise(SIGUSR1) == 0 && signals == 2);
-    expect(platform::signal(SIGUSR1, SIG_DFL) == SIG_IGN);
-    errno = 0;
-    expect(platform::signal(SIGKILL, count_signal) == SIG_ERR && errno == EINVAL);
-    expect_error(EINVAL, [] { return platform::raise(999); });
-    const int status = status_of([] {
-        platform::signal(SIGINT, SIG_DFL);  // a background job has it ignored
-        platform::raise(SIGINT);
-    });
-    expect(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT);
 
     // A read goes on after a handled signal.
     Pipe pipe;
@@ -394,30 +339,20 @@ void check_signals() {
 void check_files() {
     ::umask(0);
     struct stat entry {};
-    expect(platform::mkdir("folder", 0751) == 0);
+    expect(platform::mkdir("folder", 0751) == 0 && platform::access("folder") == 0);
     expect(::stat("folder", &entry) == 0 && (entry.st_mode & 07777) == 0751);
-    expect_error(EEXIST, [] { return platform::mkdir("folder", 0777); });
-    expect_error(ENOENT, [] { return platform::mkdir("missing/folder", 0777); });
-    expect(platform::access("folder") == 0);
-    expect_error(ENOENT, [] { return platform::access("missing"); });
     platform::close(need(::open("folder/file", O_CREAT | O_WRONLY, 0), "folder/file"));
-    expect(platform::access("folder/file") == 0);
-    expect_error(ENOTEMPTY, [] { return platform::rmdir("folder"); });
+    expect(platform::access("folder/file") == 0);  // there, if not for reading
     expect_error(ENOTEMPTY, [] { return platform::remove("folder"); });
-    expect_error(ENOTDIR, [] { return platform::rmdir("folder/file"); });
     expect(platform::remove("folder/file") == 0 && platform::rmdir("folder") == 0);
-    expect_error(ENOENT, [] { return platform::remove("folder/file"); });
-    expect_error(ENOENT, [] { return platform::rmdir("folder"); });
+    utsname names{};
+    expect(platform::uname(&names) == 0 && ::strcmp(names.sysname, "Linux") == 0);
 }
 
 // In a space of mounts of its own, where the kernel grants one.
 void check_mounts() {
     struct statfs statistics {};
     expect(platform::statfs("/proc", &statistics) == 0 && statistics.f_type == 0x9FA0);
-    expect_error(ENOENT, [&] { return platform::statfs("missing", &statistics); });
-    expect_error(ENOENT, [&] { return platform::mount("missing", "missing", "vfat"); });
-    const int umount_error = ::geteuid() == 0 ? EINVAL : EPERM;
-    expect_error(umount_error, [] { return platform::umount("."); });
     expect(exited_with(
         status_of([&] {
             if (::unshare(CLONE_NEWNS) != 0
@@ -427,62 +362,48 @@ void check_mounts() {
             }
             expect(platform::mkdir("mnt", 0777) == 0);
             expect_error(ENODEV, [] { return platform::mount("none", "mnt", "nosuchfs"); });
-            errno = 0;
-            expect(platform::mount("/dev/null", "mnt", "ext4") < 0);
-            expect(errno == ENOTBLK || errno == ENODEV);  // ENODEV: a kernel without ext4
             expect(platform::mount("none", "mnt", "tmpfs") == 0);
             expect(platform::statfs("mnt", &statistics) == 0 && statistics.f_type == 0x01021994);
-            expect(statistics.f_bsize > 0 && statistics.f_bfree <= statistics.f_blocks);
             expect_error(EBUSY, [] { return platform::rmdir("mnt"); });
             expect(platform::umount("mnt") == 0 && platform::rmdir("mnt") == 0);
         }),
         0));
 }
 
-void check_shell_and_names() {
+void check_shell() {
     expect(exited_with(platform::system("exit 3"), 3));
-    expect(exited_with(platform::system("test -d /\n"), 0));
     expect(exited_with(platform::system("no-such-command 2>/dev/null"), 127));
     // The interrupt's handler is in force again afterwards.
     platform::signal(SIGINT, count_signal);
     signals = 0;
-    expect(exited_with(platform::system(":"), 0));
+    expect(exited_with(platform::system("test -d /\n"), 0));
     expect(platform::raise(SIGINT) == 0 && signals == 1);
-    expect(platform::signal(SIGINT, SIG_DFL) == count_signal);
-    utsname names{};
-    expect(platform::uname(&names) == 0 && ::strcmp(names.sysname, "Linux") == 0);
-    expect(names.release[0] >= '1' && names.release[0] <= '9');
+    platform::signal(SIGINT, SIG_DFL);
 }
 
 void check_directories() {
     constexpr int kFiles = 700;  // several reads of the directory
-    expect(platform::mkdir("many", 0777) == 0);
+    static bool found[kFiles];
     char path[64];
+    expect(platform::mkdir("many", 0777) == 0);
     for (int i = 0; i < kFiles; ++i) {
-        ::snprintf(path, sizeof path, "many/entry%d", i);
+        ::snprintf(path, sizeof path, "many/%d", i);
         platform::close(need(::open(path, O_CREAT | O_WRONLY, 0600), path));
     }
-    static bool found[kFiles];
-    int entries = 0;
+    int entries = 0, different = 0;
     platform::Directory* directory = platform::opendir("many");
     expect(directory != nullptr);
-    errno = 77;
-    while (const char* name = platform::readdir(directory)) {
-        int number = -1;
-        if (::strncmp(name, "entry", 5) == 0) number = ::atoi(name + 5);
-        if (number >= 0 && number < kFiles) found[number] = true;
-        ++entries;
+    for (errno = 77; const char* name = platform::readdir(directory); ++entries) {
+        const int number = ::atoi(name);
+        if (name[0] != '.' && number < kFiles) different += !std::exchange(found[number], true);
     }
-    expect(errno == 77 && entries == kFiles + 2);  // with . and ..
+    expect(errno == 77 && entries == kFiles + 2 && different == kFiles);  // with . and ..
     expect(platform::closedir(directory) == 0);
     for (int i = 0; i < kFiles; ++i) {
-        ::snprintf(path, sizeof path, "many/entry%d", i);
-        if (!found[i] || platform::remove(path) != 0) expect(false);
+        ::snprintf(path, sizeof path, "many/%d", i);
+        platform::remove(path);
     }
     expect(platform::remove("many") == 0);
-    const auto open = [](const char* name) { return platform::opendir(name) == nullptr ? -1 : 0; };
-    expect_error(ENOENT, [&] { return open("many"); });
-    expect_error(ENOTDIR, [&] { return open("/dev/null"); });
 }
 
 }  // namespace
@@ -493,20 +414,18 @@ int main() {
     for (const int number : {SIGPIPE, SIGUSR1})
         platform::signal(number, SIG_DFL);
     platform::signal(SIGALRM, count_signal);
-    check_descriptors();
+    check_failures();
     check_reads_and_writes();
     check_file_offsets();
     check_requests_and_attributes();
     check_waits();
-    check_wait_that_is_resumed();
     check_time();
     check_processes();
     check_threads();
-    check_pipes();
     check_signals();
     check_files();
     check_mounts();
-    check_shell_and_names();
+    check_shell();
     check_directories();
     platform::remove("file");
     need(::chdir("/"), "/");

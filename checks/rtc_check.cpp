@@ -1,4 +1,5 @@
 #include "checks/harness.h"
+#include "tests/nic.h"
 #include "tests/rtc_test.h"
 
 namespace {
@@ -29,55 +30,14 @@ TEST(RtcTest, TwoSecondsApartPassAndThreeFailInBothDirectionsAtAnyTime) {
     }
 }
 
-TEST(RtcTest, ShowsBothClocksAndBeepsTwiceForEachDifference) {
-    const Outcome got = run("-o 6", "start = 2026-12-31T23:59:56Z\nrtc.offset = 3");
-    EXPECT_EQ(got.said(),
-              "时钟时间 2027-01-01 00:00:01\n系统时间 2026-12-31 23:59:58\n"
-              "时钟时间 2027-01-01 00:00:02\n系统时间 2026-12-31 23:59:59\n"
-              "时钟时间 2027-01-01 00:00:04\n系统时间 2027-01-01 00:00:01\n");
-    EXPECT_EQ(got.changes("line", "4=0").size(), 6u);
-    EXPECT_NEAR(got.end_s, 2.1 + 3 * 1.8, 1e-6);
-    EXPECT_EQ(got.count("close", "/dev/rtc"), 3);
-}
-
-TEST(RtcTest, UnreadableStoppedAndDriftingClocksFail) {
-    const std::string none = "时钟时间 1900-01-00 00:00:00\n系统时间 2026-11-23 08:00:0",
-                      second_2 = "时钟时间 2026-11-23 08:00:02\n系统时间 2026-11-23 08:00:02\n";
-    const auto expect = [](const char* defect, std::size_t beeps, const std::string& start,
-                           const std::string& end) {
-        const Outcome got = run("-o 6", defect);
-        EXPECT_THAT(got.said(), StartsWith(start));
-        EXPECT_THAT(got.said(), EndsWith(end));
-        EXPECT_EQ(got.changes("line", "4=0").size(), beeps) << defect;
-        EXPECT_EQ(got.results.rtc, 1u);
-    };
-    expect("rtc.present = false", 6, none, none + "5\n");
-    // A failed reading shows nothing of the previous one, and its verdict stays.
-    expect("faults = [{request = 0x80247009, nth = 2}]", 2, second_2 + none + "3\n",
-           "时钟时间 2026-11-23 08:00:04\n系统时间 2026-11-23 08:00:04\n");
-    expect("rtc.rate = 0", 4, "", "时钟时间 2026-11-23 08:00:00\n系统时间 2026-11-23 08:00:04\n");
-    expect("rtc.rate = 0.25", 4, "",
-           "时钟时间 2026-11-23 08:00:01\n系统时间 2026-11-23 08:00:04\n");
-}
-
-TEST(RtcTest, ReturnsWhetherTheClocksDiffered) {
-    const auto show_result = [] { std::printf("%d", rtc_test()); };
-    EXPECT_THAT(run_piece(healthy(), show_result).console, EndsWith("\n0"));
-    EXPECT_THAT(run_piece(healthy("rtc.offset = 9"), show_result).console, EndsWith("\n1"));
-}
-
-TEST(RtcTest, RateThatChangesAppliesFromThenOn) {
-    // After four seconds the clock stops, and does not jump back.
-    const Outcome got = run("-o 6 9", "rtc.rate = 1\n[[changes]]\nat = 4\nrtc.rate = 0");
-    EXPECT_THAT(got.said(), HasSubstr("时钟时间 2026-11-23 08:00:04\n"));
-    EXPECT_EQ(got.said().find("时钟时间 2026-11-23 08:00:00\n"), std::string::npos);
-    EXPECT_EQ(got.said().find("时钟时间 2026-11-23 08:00:05\n"), std::string::npos);
-}
-
-TEST(RtcTest, InterruptPrintsItsLineOnceAndEndsTheProcess) {
-    const Outcome got = run("-o 6", "operator.interrupts = [3.5]");
-    EXPECT_THAT(got.said(), EndsWith("\nread rtc successfully 0 times : failed 0 times\n"));
-    EXPECT_EQ(got.signal, SIGINT);
+// Nothing in q7 uses them.
+TEST(Results, OfClockAndNetworkTest) {
+    const auto rtc = [] { std::printf("%d", rtc_test()); };
+    const auto nic = [] { std::printf("%d", nic_test()); };
+    EXPECT_THAT(run_piece(healthy(), rtc).console, EndsWith("\n0"));
+    EXPECT_THAT(run_piece(healthy("rtc.offset = 9"), rtc).console, EndsWith("\n1"));
+    EXPECT_THAT(run_piece(healthy(), nic).console, EndsWith("\n0"));
+    EXPECT_THAT(run_piece(healthy("faults = [{call = 'socket'}]"), nic).console, EndsWith("\n-1"));
 }
 
 }  // namespace

@@ -15,44 +15,35 @@ std::string error_of(const std::string& text) {
     }
 }
 
-TEST(Scenario, MistakesAreNamedWithFileLineAndWhatIsAccepted) {
-    const auto expect = [](const char* text, const std::string& error) {
-        EXPECT_THAT(error_of(text), StartsWith(error)) << text;
-    };
-    expect("stroy = \"x\"",
-           "x.toml:1: unknown key \"stroy\"; accepted here: alarm, base, bridges, ");
-    expect("[hardware]\n\nmodle = 1", "x.toml:3: unknown key \"modle\"; accepted here: alarm_i");
-    expect("[hardware]\nmodel = \"x\"", "x.toml:2: model takes 0 to 65535");
-    expect("[hardware]\nsata_layout = 16", "x.toml:2: sata_layout takes 0 to 15");
-    expect("[hardware]\nchannels = -1", "x.toml:2: channels takes 0 to 15");
-    expect("root = 1", "x.toml:1: root takes true or false");
-    expect("end = -1", "x.toml:1: end takes 0 to 1e9");
-    expect("start = 5", "x.toml:1: start takes date and time");
-    expect("hardware = 1", "x.toml:1: hardware takes a table");
-    expect("files = 1", "x.toml:1: files takes tables by PATH");
-    expect("faults = {}", "x.toml:1: faults takes a list of tables");
-    expect("[[faults]]\nerrno = \"EWHAT\"", "x.toml:2: errno takes \"EPERM\", \"ENOENT\", ");
-    expect("[[faults]]\neffect = \"fail\"", "x.toml:2: effect takes \"error\", \"short\",");
-    expect("[[faults]]\ncall = \"opne\"", "x.toml:2: call takes \"_exit\", \"access\", \"close");
-    expect("[[faults]]\nnth = 0", "x.toml:2: nth takes 1 to 4294967295");
-    expect("files.'/dav0/zeb321.bin'.bytes = \"FF 0\"",
-           "x.toml:1: bytes takes bytes in hexadecimal");
-    expect("files.'/dav2/devCfg.bin'.from = \"nowhere\"",
-           "x.toml:1: from takes path of a file that can be read");
-    expect("[control]\nhigh_lines = [256]", "x.toml:2: high_lines takes list of 0 to 255");
-    expect("base = \"nowhere.toml\"", "nowhere.toml: no such file");
-    expect("[hardware", "x.toml:1: ");
-}
-
 // A scenario takes effect as written, or is refused.
-TEST(Scenario, WhatNoBoardHasOrContradictsItselfIsRefused) {
+TEST(Scenario, MistakesAreNamedWithFileLineAndWhatIsAccepted) {
     const auto expect = [](const char* text, const std::string& error) {
         EXPECT_THAT(error_of(text), StartsWith("x.toml:" + error)) << text;
     };
+    expect("stroy = \"x\"", "1: unknown key \"stroy\"; accepted here: alarm, base, bridges, ");
+    expect("[hardware]\n\nmodle = 1", "3: unknown key \"modle\"; accepted here: alarm_i");
+    expect("[hardware]\nmodel = \"x\"", "2: model takes 0 to 65535");
+    expect("[hardware]\nsata_layout = 16", "2: sata_layout takes 0 to 15");
+    expect("[hardware]\nchannels = -1", "2: channels takes 0 to 15");
+    expect("root = 1", "1: root takes true or false");
+    expect("end = -1", "1: end takes 0 to 1e9");
+    expect("start = 5", "1: start takes date and time");
+    expect("hardware = 1", "1: hardware takes a table");
+    expect("files = 1", "1: files takes tables by PATH");
+    expect("faults = {}", "1: faults takes a list of tables");
+    expect("[[faults]]\nerrno = \"EWHAT\"", "2: errno takes \"EPERM\", \"ENOENT\", ");
+    expect("[[faults]]\neffect = \"fail\"", "2: effect takes \"error\", \"short\",");
+    expect("[[faults]]\ncall = \"opne\"", "2: call takes \"_exit\", \"access\", \"close");
+    expect("[[faults]]\nnth = 0", "2: nth takes 1 to 4294967295");
+    expect("files.'/dav0/zeb321.bin'.bytes = \"FF 0\"", "1: bytes takes bytes in hexadecimal");
+    expect("files.'/dav2/devCfg.bin'.from = \"nowhere\"",
+           "1: from takes path of a file that can be read");
+    expect("[control]\nhigh_lines = [256]", "2: high_lines takes list of 0 to 255");
+    expect("[hardware", "1: ");
     expect("disks.'SATA port 2' = {}", "1: disks takes sd[a-z] esd[a-z] sas* and not");
     expect("[ports.eth7]", "1: ports takes eth[0-3] and not \"eth7\"");
     expect("bridges.9 = {}", "1: bridges takes [1-4] and not \"9\"");
-    expect("disks.sda.bridge = '1'", "1: bridge takes \"\" or the name of a bridge of this board");
+    expect("disks.sda.bridge = '1'", "1: bridge takes \"\" and not \"1\"");
     expect("[files.'/dav2/devcfg.bin']", "1: files takes /dav0/zeb321.bin /dav2/devCfg.bin ");
     expect("usb.disks.stick = {}", "1: disks takes ms[a-z] ms[a-z][0-9] and not \"stick\"");
     expect("usb.devices.'4-1' = {}", "1: devices takes [0-9]-[0-9]:[0-9].[0-9] and not \"4-1\"");
@@ -62,10 +53,7 @@ TEST(Scenario, WhatNoBoardHasOrContradictsItselfIsRefused) {
     expect("[[panel.frames]]\nkey = 'UP'\nbytes = 'FF'", "3: bytes contradicts key");
     expect("[files.'/dav0/zeb321.bin']\ntext = 'a'\nimage = 9", "3: image contradicts text");
     expect("[bridges.1]\nflash = ''\nimage = 9", "3: image contradicts flash");
-    expect("[[panel.frames]]\nkey = 'HELP'",
-           "2: key takes one of AN0, AN1, AN2, AN3, AN4, AN5, AN6, AN7, AN8, AN9, MENU, ESC, EDIT, "
-           "A, VOIP, PLAY, REC, PAN, INFO, #, UP, DOWN, LEFT, RIGHT, AN10, AN11, AN12, AN13, AN14, "
-           "AN15, AN16, ENTER, POWER, F1, F2 and not \"HELP\"");
+    expect("[[panel.frames]]\nkey = 'HELP'", R"(2: key takes "AN0", "AN1", )");
     expect("disks.sda.serial = '1234567890123456789012345'",
            "1: serial takes text of at most 20 bytes and not \"1234567890123456789012345\"");
     expect("panel.frames = [\n{at = 2},\n{at = 1}]", "3: frames take ascending times: at 1.0");
@@ -82,6 +70,7 @@ TEST(Scenario, WhatNoBoardHasOrContradictsItselfIsRefused) {
     expect("[[changes]]\nat = 1\nports.eth0.copper.up = false", "3: ports takes what the start");
     expect("[[changes]]\nat = 1\nstory = 'x'", "3: unknown key \"story\"");
     expect("[[changes]]\nat = 1\npanel.frames = []", "3: frames cannot change");
+    EXPECT_THAT(error_of("base = \"nowhere.toml\""), StartsWith("nowhere.toml: no such file"));
 }
 
 std::string repeated(const std::string& text, int count) {

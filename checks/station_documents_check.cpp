@@ -114,6 +114,23 @@ TEST(QualityPage, ItsShiftBeginsAsShown) {
     fs::remove_all(place);
 }
 
+// What the Chinese pages quote in 「」 is what the station's screen shows, but for its numbers.
+TEST(StationScreen, ShowsWhatThePagesQuote) {
+    const std::string texts = content_of(Q7_SOURCE "/station/web/page/texts.js");
+    int quotations = 0;
+    for (const char* name : {"/docs/operator.zh.md", "/docs/card.zh.md"}) {
+        const std::string page = content_of(Q7_SOURCE + std::string(name));
+        const std::string open = "「", close = "」";
+        for (std::size_t at = 0; (at = page.find(open, at)) != std::string::npos;) {
+            at += open.size();
+            const std::string quoted = page.substr(at, page.find(close, at) - at);
+            EXPECT_TRUE(quoted.empty() || texts.find(quoted) != std::string::npos) << quoted;
+            ++quotations;
+        }
+    }
+    EXPECT_GT(quotations, 20);
+}
+
 // The first attempt of the page, in a folder of this check's own.
 TEST(StationPage, ItsFirstAttemptPasses) {
     const std::string page = content_of(Q7_SOURCE "/docs/station.md"), place = scratch("attempt");

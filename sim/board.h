@@ -21,7 +21,7 @@ struct Expect {                                     // what its run must show, f
     std::vector<std::string> texts, no_texts;       // on the console or in a record, in UTF-8
 };
 
-struct Board : Devices::Descriptions {
+struct Board : Descriptions {
     std::string file;  // that describes it, without its bases; empty for a built-in board
     std::string story;
     std::string time_zone = "UTC";

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 #include <span>
 #include <string>
 #include <string_view>
@@ -21,12 +22,6 @@ namespace sim {
 class Keys;
 struct Board;
 
-// What a row of the device table (sim/devices/table.h) names besides the device itself.
-struct DeviceRow {
-    struct Described {};  // members that the device adds to the board
-    struct State {};      // members that it adds to the world
-};
-
 struct Argument {  // of an ioctl: by value, or a block
     std::uint32_t value;
     std::uint8_t* block;
@@ -35,6 +30,20 @@ struct Argument {  // of an ioctl: by value, or a block
     // Writes these bytes to the block; 0, as of a request that succeeds.
     long write(const void* bytes, std::size_t size);
 };
+
+// Paths on the board. The place of each is its index: which one of its kind lies there. Empty = none.
+using Paths = std::vector<std::string>;
+
+// The paths of named items, those that are present, in a folder that ends with "/".
+template <class Item>
+Paths paths_of(const std::string& folder, const std::map<std::string, Item>& items) {
+    Paths paths;
+    for (const auto& [name, item] : items)
+        paths.push_back(item.present ? folder + name : "");
+    return paths;
+}
+
+int index_of(const Paths& paths, std::string_view path);  // -1 = nothing lies there
 
 class Device {
   public:
@@ -46,8 +55,7 @@ class Device {
     // The description is about to change; it is still the old one.
     virtual void before_change() const {}
 
-    // Which one of its kind lies at this path; -1 when the board has none there.
-    virtual int find(std::string_view /*path*/) const { return -1; }
+    virtual Paths paths() const { return {}; }
 
     virtual long open(int, int /*flags*/) const { return 0; }
     virtual void close(int) const {}
@@ -68,9 +76,6 @@ class Device {
     // When the device next does something by itself, and what.
     virtual Microseconds acts_at() const { return kNever; }
     virtual void act() const {}
-
-    // Appends the names of its nodes in /dev, in directory order.
-    virtual void list(std::vector<std::string>&) const {}
 
   protected:
     ~Device() = default;

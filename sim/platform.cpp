@@ -14,7 +14,6 @@
 
 #include "sim/call.h"
 #include "sim/clock.h"
-#include "sim/devices/directory.h"
 #include "sim/devices/files.h"
 #include "sim/devices/network.h"
 #include "sim/devices/pipe.h"

@@ -15,7 +15,7 @@ struct Queue {
     Item& operator[](std::uint32_t place) { return items[place % kCapacity]; }
     const Item& operator[](std::uint32_t place) const { return items[place % kCapacity]; }
     bool is_empty() const { return head == tail; }
-    bool is_full() const { return tail - head == kCapacity; }
+    std::uint32_t room() const { return kCapacity - (tail - head); }
     const Item& front() const { return (*this)[head]; }
 };
 

@@ -12,7 +12,7 @@
 
 namespace sim {
 
-struct World : Devices::States {
+struct World : States {
     Microseconds now;
     std::int16_t running;  // actor that holds the turn
     std::uint32_t threads_started, children_started;

@@ -5,6 +5,14 @@
 #include "sim/world.h"
 
 namespace sim {
+
+static void describe(Keys& keys, Alarm& alarm) {
+    keys.key("wiring", alarm.wiring, "inputs that each alarm output drives", {1, 16});
+    if (alarm.wiring.size() > 32) keys.refuse("wiring", "more than 32 outputs", 32);
+    keys.key("stuck", alarm.stuck, "inputs that are always active", {1, 16});
+    keys.key("dead", alarm.dead, "inputs that are never active", {1, 16});
+}
+
 namespace {
 
 constexpr std::uint32_t kStart = 0x40026B91;
@@ -21,23 +29,13 @@ std::uint16_t active_inputs() {
     const Alarm& alarm = scenario->alarm;
     std::uint32_t inputs = mask_of(alarm.stuck);
     for (std::size_t k = 0; k < alarm.wiring.size(); ++k) {
-        if (world->alarm.outputs >> k & 1) inputs |= mask_of(alarm.wiring[k]);
+        if (world->alarm_outputs >> k & 1) inputs |= mask_of(alarm.wiring[k]);
     }
     return static_cast<std::uint16_t>(inputs & ~mask_of(alarm.dead));
 }
 
-void describe_alarm(Keys& keys, Alarm& alarm) {
-    keys.key("wiring", alarm.wiring, "inputs that each alarm output drives", {1, 16});
-    if (alarm.wiring.size() > 32) keys.refuse("wiring", "more than 32 outputs", 32);
-    keys.key("stuck", alarm.stuck, "inputs that are always active", {1, 16});
-    keys.key("dead", alarm.dead, "inputs that are never active", {1, 16});
-}
-
-class AlarmPort final : public Device {
-  public:
-    void describe(Keys& keys, Board& board) const override {
-        keys.table("alarm", board.alarm, describe_alarm);
-    }
+struct AlarmPort final : Device {
+    void describe(Keys& keys, Board& board) const override { keys.table("alarm", board.alarm); }
 
     long control(std::uint32_t request, Argument& argument) const override {
         if (request == kStart) return 0;
@@ -47,14 +45,12 @@ class AlarmPort final : public Device {
     }
 };
 
-const AlarmPort alarm_port;
-
 }  // namespace
 
-const Device& AlarmRow::device = alarm_port;
+const Device& alarm_device = AlarmPort{};
 
 void drive_alarm_outputs(std::uint32_t mask) {
-    world->alarm.outputs = mask;
+    world->alarm_outputs = mask;
     note("alarm", "outputs %X", mask);
 }
 

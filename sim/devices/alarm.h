@@ -14,19 +14,7 @@ struct Alarm {  // the fixture between alarm outputs and inputs, all counted fro
     std::set<std::uint8_t> stuck, dead;          // inputs: always active, never active
 };
 
-struct AlarmState {
-    std::uint32_t outputs;  // as last written
-};
-
-struct AlarmRow : DeviceRow {
-    struct Described {
-        Alarm alarm;
-    };
-    struct State {
-        AlarmState alarm;
-    };
-    static const Device& device;
-};
+extern const Device& alarm_device;
 
 // What a write to the control device does.
 void drive_alarm_outputs(std::uint32_t mask);

@@ -21,125 +21,8 @@
 #include "sim/world.h"
 
 namespace sim {
-namespace {
 
-constexpr std::uint32_t kReset = 0x52;  // of the control device
-
-constexpr Names kNames{"NAME", "[1-4]"};
-constexpr std::uint8_t kProtectionBits = 0x1C;
-constexpr std::uint32_t kPageSize = 256;
-
-// SPI commands: transfer code and opcode.
-constexpr int kWriteStatus = 0x0401;
-constexpr int kPageProgram = 0xE502;
-constexpr int kReadData = 0xE903;
-constexpr int kReadStatus = 0x0805;
-constexpr int kWriteEnable = 0x0006;
-constexpr int kChipErase = 0x00C7;
-
-struct Request {
-    std::uint8_t* block;
-
-    std::uint32_t address() const { return get_word(block + 10); }
-    std::uint32_t data() const { return get_word(block + 2); }
-    void answer(std::uint32_t value) const { put_word(block + 2, value); }
-};
-
-std::uint32_t register_value(const Bridge& bridge, std::uint32_t address) {
-    const auto found = bridge.registers.find(address);
-    return found == bridge.registers.end() ? 0 : found->second;
-}
-
-bool is_busy(const Flash& flash) { return world->now < flash.busy_until; }
-
-// Begins a command that changes the flash; false when the latch is not set.
-bool begin(Flash& flash, double time_s) {
-    if (!flash.write_enabled) return false;
-    flash.write_enabled = false;
-    flash.busy_until = world->now + from_seconds(time_s);
-    return true;
-}
-
-void fail_bad_cells(const Bridge& bridge, Flash& flash) {
-    for (const std::uint32_t cell : bridge.bad_cells)
-        flash.cells[cell] = 0;
-}
-
-void write_status(const Bridge& bridge, Flash& flash, std::uint32_t value) {
-    if (!begin(flash, bridge.status_time)) return;
-    if (bridge.unlocks) flash.protection = value & kProtectionBits;
-}
-
-void chip_erase(const Bridge& bridge, Flash& flash) {
-    if (flash.protection != 0 || !begin(flash, bridge.erase_time)) return;
-    if (bridge.erases) std::memset(flash.cells, 0xFF, sizeof flash.cells);
-    fail_bad_cells(bridge, flash);
-}
-
-void page_program(const Bridge& bridge, BridgeState& state, const Request& request) {
-    Flash& flash = state.flash;
-    if (flash.protection != 0 || !begin(flash, bridge.program_time)) return;
-    ++state.programmed_words;
-    for (std::uint32_t i = 0; i < 4 && bridge.programs; ++i) {
-        flash.cells[(request.address() + i) % sizeof flash.cells] &=
-            static_cast<std::uint8_t>(request.data() >> 8 * i);
-    }
-    for (const std::uint32_t cell : bridge.disturbed) {
-        const bool beside = cell - request.address() >= 4;  // unsigned: before it as well
-        if (beside && cell / kPageSize == request.address() / kPageSize) flash.cells[cell] &= 0xFE;
-    }
-    fail_bad_cells(bridge, flash);
-}
-
-std::uint32_t read_word(const Flash& flash, std::uint32_t address) {
-    std::uint8_t bytes[4];
-    for (std::uint32_t i = 0; i < 4; ++i)
-        bytes[i] = flash.cells[(address + i) % sizeof flash.cells];
-    return get_word(bytes);
-}
-
-void transfer(const Bridge& bridge, BridgeState& state, const Request& request) {
-    Flash& flash = state.flash;
-    const int command = request.block[9] << 8 | request.block[1];
-    if (command == kReadStatus) {  // changes one byte of the block
-        request.block[2] = static_cast<std::uint8_t>(
-            flash.protection | (flash.write_enabled ? 2 : 0) | (is_busy(flash) ? 1 : 0));
-    }
-    if (is_busy(flash)) return;
-    switch (command) {
-    case kWriteEnable:
-        flash.write_enabled = true;
-        break;
-    case kWriteStatus:
-        write_status(bridge, flash, request.data());
-        break;
-    case kReadData:
-        request.answer(read_word(flash, request.address()));
-        break;
-    case kChipErase:
-        chip_erase(bridge, flash);
-        break;
-    case kPageProgram:
-        page_program(bridge, state, request);
-        break;
-    default:
-        break;
-    }
-}
-
-void reset(std::uint32_t selector) {
-    BridgeState* state = world->bridges;
-    for (const auto& [name, bridge] : scenario->bridges) {
-        if (bridge.reset_selector == selector) {
-            std::memcpy(state->running, state->flash.cells, sizeof state->running);
-            ++state->resets;
-            note("bridge", "%s reset", name.c_str());
-        }
-        ++state;
-    }
-}
-
-void describe_bridge(Keys& keys, Bridge& bridge) {
+static void describe(Keys& keys, Bridge& bridge) {
     keys.start_only({"flash", "from", "image", "protection", "save"});
     keys.key("presence", bridge.registers.at(0xFC00), "register 0xFC00; 0x8F or 0xF8 = it answers");
     keys.key("revision", bridge.registers.at(0xFC03), "register 0xFC03");
@@ -149,7 +32,6 @@ void describe_bridge(Keys& keys, Bridge& bridge) {
     keys.key("request_time", bridge.request_time, "seconds that a request takes");
     keys.key("erase_time", bridge.erase_time, "seconds that the flash is busy after an erase");
     keys.key("program_time", bridge.program_time, "seconds that it is busy after a word");
-    keys.key("status_time", bridge.status_time, "seconds that it is busy after a status write");
     keys.key("protection", bridge.protection, "block protection, bits 2 to 4 of the status");
     keys.key("unlocks", bridge.unlocks, "writing the status changes them");
     keys.key("erases", bridge.erases, "the flash obeys the erase");
@@ -166,18 +48,98 @@ void describe_bridge(Keys& keys, Bridge& bridge) {
              "a file of this machine with its content");
     describe_image(keys, bridge.flash);
     keys.one_of({"flash", "from", "image"});
-    const auto set_save = [&bridge, folder = keys.folder()](const std::string& path) {
-        bridge.save = folder + path;
-        return true;
-    };
-    keys.key("save", word("path", "", set_save),
-             "a file of this machine for the flash as the run leaves it");
+    keys.key("save", bridge.save, "a file of this machine for the flash as the run leaves it");
+    if (keys.says("save")) bridge.save = keys.folder() + bridge.save;
 }
 
-class Bridges final : public Device {
-  public:
+namespace {
+
+constexpr std::uint32_t kReset = 0x52;  // of the control device
+
+constexpr Names kNames{"NAME", "[1-4]"};
+constexpr std::uint8_t kProtectionBits = 0x1C;
+constexpr std::uint32_t kPageSize = 256;
+constexpr double kStatusTime_s = 10e-6;  // busy after a status write
+
+// SPI commands: transfer code and opcode.
+constexpr int kWriteStatus = 0x0401;
+constexpr int kPageProgram = 0xE502;
+constexpr int kReadData = 0xE903;
+constexpr int kReadStatus = 0x0805;
+constexpr int kWriteEnable = 0x0006;
+constexpr int kChipErase = 0x00C7;
+
+// Bytes of the register block: the data and the address have four.
+constexpr int kOpcode = 1, kData = 2, kPort = 6, kUnit = 7, kTransfer = 9, kAddress = 10;
+
+// Begins a command that changes the flash; false when the latch is not set.
+bool begin(Flash& flash, double time_s) {
+    if (!flash.write_enabled) return false;
+    flash.write_enabled = false;
+    flash.busy_until = world->now + from_seconds(time_s);
+    return true;
+}
+
+void fail_bad_cells(const Bridge& bridge, Flash& flash) {
+    for (const std::uint32_t cell : bridge.bad_cells)
+        flash.cells[cell] = 0;
+}
+
+void chip_erase(const Bridge& bridge, Flash& flash) {
+    if (flash.protection != 0 || !begin(flash, bridge.erase_time)) return;
+    if (bridge.erases) std::memset(flash.cells, 0xFF, sizeof flash.cells);
+    fail_bad_cells(bridge, flash);
+}
+
+void page_program(const Bridge& bridge, BridgeState& state, std::uint32_t address,
+                  const std::uint8_t* data) {
+    Flash& flash = state.flash;
+    if (flash.protection != 0 || !begin(flash, bridge.program_time)) return;
+    ++state.programmed_words;
+    for (std::uint32_t i = 0; i < 4 && bridge.programs; ++i)
+        flash.cells[(address + i) % kFlashSize] &= data[i];
+    for (const std::uint32_t cell : bridge.disturbed) {
+        const bool beside = cell - address >= 4;  // unsigned: before it as well
+        if (beside && cell / kPageSize == address / kPageSize) flash.cells[cell] &= 0xFE;
+    }
+    fail_bad_cells(bridge, flash);
+}
+
+void transfer(const Bridge& bridge, BridgeState& state, std::uint8_t* block) {
+    Flash& flash = state.flash;
+    std::uint8_t* const data = block + kData;
+    const std::uint32_t address = get_word(block + kAddress);
+    const int command = block[kTransfer] << 8 | block[kOpcode];
+    const bool busy = world->now < flash.busy_until;
+    if (command == kReadStatus) {  // changes one byte of the block
+        data[0] = static_cast<std::uint8_t>(flash.protection | (flash.write_enabled ? 2 : 0)
+                                            | (busy ? 1 : 0));
+    }
+    if (busy) return;
+    if (command == kWriteEnable) flash.write_enabled = true;
+    if (command == kWriteStatus && begin(flash, kStatusTime_s) && bridge.unlocks)
+        flash.protection = data[0] & kProtectionBits;
+    for (std::uint32_t i = 0; i < 4 && command == kReadData; ++i)
+        data[i] = flash.cells[(address + i) % kFlashSize];
+    if (command == kChipErase) chip_erase(bridge, flash);
+    if (command == kPageProgram) page_program(bridge, state, address, data);
+}
+
+void reset(std::uint32_t selector) {
+    BridgeState* state = world->bridges;
+    for (const auto& [name, bridge] : scenario->bridges) {
+        if (bridge.reset_selector == selector) {
+            std::memcpy(state->running, state->flash.cells, sizeof state->running);
+            ++state->resets;
+            note("bridge", "%s reset", name.c_str());
+        }
+        ++state;
+    }
+}
+
+struct Bridges final : Device {
     void describe(Keys& keys, Board& board) const override {
-        keys.named("bridges", kNames, board.bridges, describe_bridge);
+        keys.named("bridges", kNames, board.bridges);
     }
 
     void start() const override {
@@ -202,47 +164,44 @@ class Bridges final : public Device {
     }
 };
 
-const Bridges bridges;
-
 }  // namespace
 
-const Device& BridgeRow::device = bridges;
+const Device& bridge_device = Bridges{};
 
 std::string firmware_image(std::uint32_t size) {
-    std::string image(size, '\0');
+    std::vector<std::uint8_t> image(std::max(size, 16u));
     for (std::uint32_t i = 0; i < size; ++i)
-        image[i] = static_cast<char>(i * 37 + (i >> 8));
+        image[i] = static_cast<std::uint8_t>(i * 37 + (i >> 8));
     const auto registers = Bridge().registers;
-    const unsigned bonding =
-        registers.at(0xFAFC) | static_cast<unsigned>(registers.at(0xFAFD)) << 2;
-    const std::uint32_t first = size / 2, second = size - first;
-    const std::pair<std::size_t, unsigned> header[] = {
-        {0, 0x7B},       {1, 0x19},           {2, registers.at(0xFC03)},
-        {3, 0x32},       {4, bonding},        {8, first & 0xFF},
-        {9, first >> 8}, {12, second & 0xFF}, {13, second >> 8}};
-    for (const auto& [place, value] : header) {
-        if (place < size) image[place] = static_cast<char>(value);
-    }
-    return image;
+    image[0] = 0x7B;
+    image[1] = 0x19;
+    image[2] = registers.at(0xFC03);
+    image[3] = 0x32;
+    image[4] = static_cast<std::uint8_t>(registers.at(0xFAFC) | registers.at(0xFAFD) << 2);
+    put_half_word(&image[8], static_cast<std::uint16_t>(size / 2));
+    put_half_word(&image[12], static_cast<std::uint16_t>(size - size / 2));
+    return {image.begin(), image.begin() + size};
 }
 
 long pass_through(const std::string& name, Argument& argument) {
     std::uint8_t* const block = argument.block;
-    const Request request{block};
     argument.answer = {reinterpret_cast<const char*>(block), kRegisterBlock};
     const auto bridge = scenario->bridges.find(name);
     if (bridge == scenario->bridges.end()) {
-        request.answer(0);  // no bridge answers
+        put_word(block + kData, 0);  // no bridge answers
         return 0;
     }
     spend_time(from_seconds(bridge->second.request_time));
-    BridgeState& state = world->bridges[std::distance(scenario->bridges.begin(), bridge)];
-    const bool control_port = block[6] == 0x8F && block[1] == 0x84 && block[9] == 0;
-    if (block[7] == 0xE4 && control_port) {
-        request.answer(register_value(bridge->second, request.address()));
+    const bool control_port =
+        block[kPort] == 0x8F && block[kOpcode] == 0x84 && block[kTransfer] == 0;
+    if (block[kUnit] == 0xE4 && control_port) {
+        const auto& registers = bridge->second.registers;
+        const auto found = registers.find(get_word(block + kAddress));
+        put_word(block + kData, found == registers.end() ? 0 : found->second);
     }
-    const bool first_flash = block[6] == 0x80;
-    if (block[7] == 0xF7 && first_flash) transfer(bridge->second, state, request);
+    BridgeState& state = world->bridges[std::distance(scenario->bridges.begin(), bridge)];
+    const bool first_flash = block[kPort] == 0x80;
+    if (block[kUnit] == 0xF7 && first_flash) transfer(bridge->second, state, block);
     return 0;
 }
 

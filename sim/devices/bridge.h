@@ -26,7 +26,7 @@ struct Bridge {  // port multiplier with its SPI flash
     };
     std::uint32_t reset_selector = 256;
     double request_time = 20e-6;  // of each pass-through request
-    double erase_time = 0.1, program_time = 15e-6, status_time = 10e-6;
+    double erase_time = 0.1, program_time = 15e-6;
     std::uint8_t protection = 0;  // block protection bits of the status register, 2 to 4
     bool unlocks = true;          // writing the status register changes them
     bool erases = true, programs = true;
@@ -51,15 +51,7 @@ struct BridgeState {
     std::uint32_t resets, programmed_words;
 };
 
-struct BridgeRow : DeviceRow {
-    struct Described {
-        std::map<std::string, Bridge> bridges;
-    };
-    struct State {
-        BridgeState bridges[kMostBridges];
-    };
-    static const Device& device;
-};
+extern const Device& bridge_device;
 
 // The pass-through request: one register block, in and out.
 constexpr std::size_t kRegisterBlock = 16;

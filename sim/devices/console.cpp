@@ -12,47 +12,36 @@
 #include "sim/world.h"
 
 namespace sim {
-namespace {
 
-void add_input(Microseconds at, std::string_view text) {
-    auto& queue = world->console.typed;
-    if (queue.is_full()) {
-        stop_run("more than %zu lines typed and not read", std::size(queue.items));
-        return;
-    }
-    queue[queue.tail++] = {at, keep(text), static_cast<std::uint32_t>(text.size())};
-}
-
-// The operator's next Ctrl-C.
-Microseconds next_interrupt() {
-    const auto& times = scenario->person.interrupts;
-    const std::uint32_t next = world->console.interrupts;
-    const Microseconds listed = next < times.size() ? from_seconds(times[next]) : kNever;
-    return std::min(listed, world->console.typed_interrupt);
-}
-
-void describe_line(Keys& keys, TypedLine& line) {
+static void describe(Keys& keys, TypedLine& line) {
     keys.key("at", line.at, "second at which it is typed");
     keys.key("text", line.text, "the line, with its \"\\n\"; \"\" = end of input");
 }
 
-void describe_operator(Keys& keys, Operator& person) {
+static void describe(Keys& keys, Operator& person) {
     keys.start_only({"lines", "interrupts"});
-    keys.list("lines", person.lines, describe_line, kMostLines);
+    keys.list("lines", person.lines, kMostLines);
     keys.ascending("lines", person.lines);
     keys.key("interrupts", person.interrupts, "seconds at which Ctrl-C is pressed, in order");
     if (!std::is_sorted(person.interrupts.begin(), person.interrupts.end()))
         keys.refuse("interrupts", "interrupts takes ascending times");
 }
 
-class Console final : public Device {
-  public:
-    void describe(Keys& keys, Board& board) const override {
-        keys.table("operator", board.person, describe_operator);
+namespace {
+
+void add_input(Microseconds at, std::string_view text) {
+    auto& queue = world->console.typed;
+    if (queue.room() == 0) {
+        stop_run("more than %zu lines typed and not read", std::size(queue.items));
+        return;
     }
+    queue[queue.tail++] = {at, keep(text), static_cast<std::uint32_t>(text.size())};
+}
+
+struct Console final : Device {
+    void describe(Keys& keys, Board& board) const override { keys.table("operator", board.person); }
 
     void start() const override {
-        world->console.typed_interrupt = kNever;
         for (std::int16_t fd = 0; fd < 3; ++fd) {
             world->files[fd] = {this, fd, 1, keep("console"), 0};
             world->processes[0].files[fd] = fd;
@@ -62,17 +51,15 @@ class Console final : public Device {
         }
     }
 
-    Microseconds acts_at() const override { return next_interrupt(); }
+    Microseconds acts_at() const override {
+        const auto& times = scenario->person.interrupts;
+        const std::uint32_t next = world->console.interrupts;
+        return next < times.size() ? from_seconds(times[next]) : kNever;
+    }
 
     void act() const override {
-        ConsoleState& console = world->console;
-        if (console.typed_interrupt <= world->now) {
-            console.typed_interrupt = kNever;
-        } else {
-            ++console.interrupts;
-        }
-        note("operator", "interrupt");
-        interrupt_all();
+        ++world->console.interrupts;
+        type_interrupt();
     }
 
     long read(OpenFile&, void* data, std::size_t size) const override {
@@ -98,13 +85,15 @@ class Console final : public Device {
     }
 };
 
-const Console console;
-
 }  // namespace
 
-const Device& ConsoleRow::device = console;
+const Device& console_device = Console{};
 
 void type_line(std::string_view text) { add_input(world->now, text); }
-void type_interrupt() { world->console.typed_interrupt = world->now; }
+
+void type_interrupt() {
+    note("operator", "interrupt");
+    interrupt_all();
+}
 
 }  // namespace sim

@@ -31,21 +31,12 @@ struct ConsoleInput {
 
 struct ConsoleState {
     Queue<ConsoleInput, kMostLines> typed;
-    std::uint32_t interrupts;      // of the scenario's list, so far
-    Microseconds typed_interrupt;  // by the person in front of q7-sim; kNever = none
+    std::uint32_t interrupts;  // of the scenario's list, so far
 };
 
-struct ConsoleRow : DeviceRow {
-    struct Described {
-        Operator person;
-    };
-    struct State {
-        ConsoleState console;
-    };
-    static const Device& device;
-};
+extern const Device& console_device;
 
-// Adds what the operator types at the present instant; empty = end of input.
+// What the operator types at the present instant; empty = end of input.
 void type_line(std::string_view text);
 void type_interrupt();
 

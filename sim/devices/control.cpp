@@ -15,6 +15,18 @@
 #include "sim/world.h"
 
 namespace sim {
+
+static void describe(Keys& keys, ControlDevice& control) {
+    keys.key("present", control.present, "/dev/zebio exists");
+    keys.key("watchdog_bites", control.watchdog_bites,
+             "false: it accepts a time-out and never restarts the board");
+    keys.key("boot_device_type", control.boot_device_type,
+             "device type in the boot parameters; 0x4487, 0x448F, 0x4497 and 0x449F have no RS-485 "
+             "step, and alarm I/O by control line 25");
+    keys.key("high_lines", control.high_lines,
+             "control lines that something outside drives high; it drives the others low");
+}
+
 namespace {
 
 enum Request : std::uint32_t {
@@ -26,68 +38,23 @@ enum Request : std::uint32_t {
     kStopWatchdog = 0x22,
 };
 
-constexpr std::size_t kBlockSize = 256;  // of the boot parameters
-
-long get_boot_parameters(Argument& argument) {
-    std::uint8_t block[kBlockSize];
-    std::memset(block, 0x5A, sizeof block);  // bytes without a meaning are not 0
-    put_half_word(block + 100, scenario->control.boot_device_type);
-    return argument.write(block, sizeof block);
-}
-
-long set_line(std::uint32_t argument) {
-    const std::uint8_t line = argument & 0xFF;
-    const std::uint8_t level = argument >> 8 & 0xFF;
-    if (world->control.level[line] != level) note("line", "%u=%u", line, level);
-    world->control.level[line] = level;
-    return 0;
-}
-
-long get_line(std::uint32_t argument) {
-    const std::uint8_t line = argument & 0xFF;
-    if (world->control.direction[line] == 1) return scenario->control.high_lines.count(line) != 0;
-    return world->control.level[line];
-}
-
-long set_watchdog_timeout(std::uint32_t seconds) {
-    if (scenario->control.watchdog_bites)
-        world->control.watchdog_expires = world->now + from_ms(1000) * seconds;
-    note("watchdog", "%u s", seconds);
-    return 0;
-}
-
-long stop_watchdog(std::uint32_t value) {
-    if (value != 0) return -EINVAL;
-    world->control.watchdog_expires = kNever;
-    note("watchdog", "stopped");
-    return 0;
-}
-
-void describe_control(Keys& keys, ControlDevice& control) {
-    keys.key("present", control.present, "/dev/zebio exists");
-    keys.key("watchdog_bites", control.watchdog_bites,
-             "false: it accepts a time-out and never restarts the board");
-    keys.key("boot_device_type", control.boot_device_type,
-             "device type in the boot parameters; 0x4487, 0x448F, 0x4497 and 0x449F have no RS-485 "
-             "step, and alarm I/O by control line 25");
-    keys.key("high_lines", control.high_lines,
-             "control lines that something outside drives high; it drives the others low");
-}
-
-class ControlNode final : public Device {
-  public:
-    void describe(Keys& keys, Board& board) const override {
-        keys.table("control", board.control, describe_control);
+long ask_others(std::uint32_t request, Argument& argument) {
+    for (const Device* device : all_devices()) {
+        const long result = device->control(request, argument);
+        if (result != -ENOTTY) return result;
     }
+    return -ENOTTY;
+}
+
+struct ControlNode final : Device {
+    void describe(Keys& keys, Board& board) const override { keys.table("control", board.control); }
 
     void start() const override {
         std::memset(world->control.level, 1, sizeof world->control.level);
         world->control.watchdog_expires = kNever;
     }
 
-    int find(std::string_view path) const override {
-        return scenario->control.present && path == "/dev/zebio" ? 0 : -1;
-    }
+    Paths paths() const override { return {scenario->control.present ? "/dev/zebio" : ""}; }
 
     Microseconds acts_at() const override { return world->control.watchdog_expires; }
 
@@ -96,10 +63,6 @@ class ControlNode final : public Device {
         note("watchdog", "expired: the board restarts");
         world->restarted = true;
         stop_run("the watchdog restarted the board in the middle of the run");
-    }
-
-    void list(std::vector<std::string>& names) const override {
-        if (scenario->control.present) names.push_back("zebio");
     }
 
     long write(OpenFile&, const void* data, std::size_t size) const override {
@@ -111,34 +74,43 @@ class ControlNode final : public Device {
     }
 
     long ioctl(OpenFile&, std::uint32_t request, Argument& argument) const override {
+        Control& control = world->control;
+        const std::uint8_t line = argument.value & 0xFF, level = argument.value >> 8 & 0xFF;
         switch (request) {
         case kSetLine:
-            return set_line(argument.value);
+            if (control.level[line] != level) note("line", "%u=%u", line, level);
+            control.level[line] = level;
+            return 0;
         case kSetDirection:
-            world->control.direction[argument.value & 0xFF] = argument.value >> 8 & 0xFF;
+            control.direction[line] = level;
             return 0;
         case kGetLine:
-            return get_line(argument.value);
-        case kGetBootParameters:
-            return get_boot_parameters(argument);
-        case kSetWatchdog:
-            return set_watchdog_timeout(argument.value);
-        case kStopWatchdog:
-            return stop_watchdog(argument.value);
-        default:
-            break;
+            if (control.direction[line] == 1) return scenario->control.high_lines.count(line) != 0;
+            return control.level[line];
+        case kGetBootParameters: {
+            std::uint8_t block[256];
+            std::memset(block, 0x5A, sizeof block);  // bytes without a meaning are not 0
+            put_half_word(block + 100, scenario->control.boot_device_type);
+            return argument.write(block, sizeof block);
         }
-        long result = -ENOTTY;
-        for (const Device* device : all_devices())
-            if (result == -ENOTTY) result = device->control(request, argument);
-        return result;
+        case kSetWatchdog:
+            if (scenario->control.watchdog_bites)
+                control.watchdog_expires = world->now + from_ms(1000) * argument.value;
+            note("watchdog", "%u s", argument.value);
+            return 0;
+        case kStopWatchdog:
+            if (argument.value != 0) return -EINVAL;
+            control.watchdog_expires = kNever;
+            note("watchdog", "stopped");
+            return 0;
+        default:
+            return ask_others(request, argument);
+        }
     }
 };
 
-const ControlNode control_node;
-
 }  // namespace
 
-const Device& ControlRow::device = control_node;
+const Device& control_device = ControlNode{};
 
 }  // namespace sim

@@ -21,14 +21,6 @@ struct Control {
     Microseconds watchdog_expires;  // kNever = not running
 };
 
-struct ControlRow : DeviceRow {
-    struct Described {
-        ControlDevice control;
-    };
-    struct State {
-        Control control;
-    };
-    static const Device& device;
-};
+extern const Device& control_device;
 
 }  // namespace sim

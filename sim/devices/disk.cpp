@@ -19,49 +19,34 @@ constexpr std::uint32_t kPassThrough = 0x197B;
 constexpr std::size_t kRegisters = 4;  // of a drive command, before its data
 constexpr Names kNames{"NODE", "sd[a-z] esd[a-z] sas*"};
 
-const Disk& disk_at(int index) { return std::next(scenario->disks.begin(), index)->second; }
+const Disk& disk_at(int index) { return std::next(scenario->disks.rbegin(), index)->second; }
 
 // ATA strings are padded with blanks, and the two bytes of each word are swapped.
-void put_string(std::uint8_t* words, const std::string& text, std::size_t size) {
-    for (std::size_t i = 0; i < size; ++i) {
-        words[i ^ 1] = i < text.size() ? static_cast<std::uint8_t>(text[i]) : ' ';
-    }
+std::string ata_string(std::string text, std::size_t size) {
+    text.resize(size, ' ');
+    for (std::size_t i = 0; i < size; i += 2)
+        std::swap(text[i], text[i + 1]);
+    return text;
 }
 
 // HDIO_DRIVE_CMD with IDENTIFY DEVICE; the four register bytes stay as they were sent.
 long identify(const Disk& disk, Argument& argument) {
     const std::uint8_t* const command = argument.block;
     if (!disk.identify || command[0] != 0xEC || command[3] != 1) return -EIO;
-    std::uint8_t answer[kRegisters + 512] = {};
-    std::copy_n(command, kRegisters, answer);
-    std::uint8_t* const block = answer + kRegisters;
-    put_string(block + 20, disk.serial, 20);
-    put_string(block + 46, disk.firmware, 8);
-    put_string(block + 54, disk.model, 40);
-    std::copy_n(disk.identify_data.begin(), std::min<std::size_t>(disk.identify_data.size(), 512),
-                block);
-    return argument.write(answer, sizeof answer);
+    std::string data(512, '\0');
+    data.replace(20, 20, ata_string(disk.serial, 20));
+    data.replace(46, 8, ata_string(disk.firmware, 8));
+    data.replace(54, 40, ata_string(disk.model, 40));
+    data.replace(0, disk.identify_data.size(), disk.identify_data).resize(512);
+    data.insert(data.begin(), command, command + kRegisters);
+    return argument.write(data.data(), data.size());
 }
 
 // As a 32-bit kernel: EFBIG above 2 TiB. Stored in the long of this machine.
 long count_sectors(const Disk& disk, Argument& argument) {
+    const auto sectors = static_cast<unsigned long>(disk.bytes / 512);
     if (!disk.size) return -ENOTTY;
-    const std::uint64_t sectors = disk.bytes / 512;
-    if (sectors > 0xFFFFFFFF) return -EFBIG;
-    const auto stored = static_cast<unsigned long>(sectors);
-    return argument.write(&stored, sizeof stored);
-}
-
-// Accepts the bridges read so far.
-Codec bridge_of(const std::map<std::string, Bridge>& bridges, Disk& disk) {
-    std::string names = "\"\"";
-    for (const auto& [name, bridge] : bridges)
-        names += " or \"" + name + "\"";
-    return word("\"\" or the name of a bridge of this board: " + names, "\"\"",
-                [&](const std::string& name) {
-                    disk.bridge = name;
-                    return name.empty() || bridges.count(name) != 0;
-                });
+    return disk.bytes >> 41 != 0 ? -EFBIG : argument.write(&sectors, sizeof sectors);
 }
 
 void describe_disk(Keys& keys, Disk& disk, const std::map<std::string, Bridge>& bridges) {
@@ -77,31 +62,23 @@ void describe_disk(Keys& keys, Disk& disk, const std::map<std::string, Bridge>& 
     keys.key("bytes", disk.bytes, "its size");
     keys.key("request_time", disk.request_time,
              "seconds that a request for its texts or size takes");
-    keys.key("bridge", bridge_of(bridges, disk), "bridge that it lies behind; \"\" = none");
+    std::vector<std::pair<std::string, std::string>> names{{"", ""}};
+    for (const auto& [name, bridge] : bridges)
+        names.emplace_back(name, name);
+    keys.key("bridge", choice(disk.bridge, names),
+             "bridge of this board that it lies behind; \"\" = none");
 }
 
-class DiskNodes final : public Device {
-  public:
+struct DiskNodes final : Device {
     void describe(Keys& keys, Board& board) const override {
         keys.named("disks", kNames, board.disks,
                    [&](Keys& sub, Disk& disk) { describe_disk(sub, disk, board.bridges); });
     }
 
-    int find(std::string_view path) const override {
-        int index = 0;
-        for (const auto& [name, disk] : scenario->disks) {
-            if (disk.present && path == "/dev/" + name) return index;
-            ++index;
-        }
-        return -1;
-    }
-
-    void list(std::vector<std::string>& names) const override {
-        // The newest node first.
-        const auto& disks = scenario->disks;
-        for (auto disk = disks.rbegin(); disk != disks.rend(); ++disk) {
-            if (disk->second.present) names.push_back(disk->first);
-        }
+    Paths paths() const override {
+        Paths paths = paths_of("/dev/", scenario->disks);
+        std::reverse(paths.begin(), paths.end());  // the newest node first
+        return paths;
     }
 
     long ioctl(OpenFile& file, std::uint32_t request, Argument& argument) const override {
@@ -128,10 +105,8 @@ class DiskNodes final : public Device {
     }
 };
 
-const DiskNodes disks;
-
 }  // namespace
 
-const Device& DiskRow::device = disks;
+const Device& disk_device = DiskNodes{};
 
 }  // namespace sim

@@ -20,11 +20,6 @@ struct Disk {  // by the name of its node: "sda", "esda", "sas1"
     std::string bridge;       // that it lies behind; empty = none
 };
 
-struct DiskRow : DeviceRow {
-    struct Described {
-        std::map<std::string, Disk> disks;
-    };
-    static const Device& device;
-};
+extern const Device& disk_device;
 
 }  // namespace sim

@@ -1,8 +1,9 @@
-// The regular files of the board. The product reads and removes them.
+// The regular files of the board, which the product reads and removes; /dev/null, on every board; and
+// the directory /dev, where every device but /dev/null lists its nodes.
 #include "sim/devices/files.h"
 
 #include <algorithm>
-#include <cstring>
+#include <filesystem>
 #include <iterator>
 
 #include "sim/devices/bridge.h"
@@ -10,76 +11,92 @@
 #include "sim/world.h"
 
 namespace sim {
-namespace {
 
-constexpr Names kPaths{"PATH", "/dav0/zeb321.bin /dav2/devCfg.bin /dav2/devCfg_backup.bin"};
+constexpr std::size_t kMostBytes = 1 << 20;
 
-const FileContent& content(int index) { return std::next(scenario->files.begin(), index)->second; }
-
-std::string bytes_of(int index) {
-    const FileContent& file = content(index);
-    std::string bytes = file.bytes;
-    if (file.size >= 0) bytes.resize(static_cast<std::size_t>(file.size));
-    return bytes;
-}
-
-void describe_file(Keys& keys, FileContent& file) {
+static void describe(Keys& keys, FileContent& file) {
     keys.key("present", file.present, "false: the board does not have this file of its base");
     keys.key("bytes", hexadecimal(file.bytes), "its content");
     keys.key("text", file.bytes, "its content, as text");
-    keys.key("from", from_file(keys.folder(), file.bytes, kMostFileBytes),
+    keys.key("from", from_file(keys.folder(), file.bytes, kMostBytes),
              "a file of this machine with its content");
     describe_image(keys, file.bytes);
     keys.one_of({"bytes", "text", "from", "image"});
-    keys.key("size", file.size, "bytes that it is cut off at or filled up to; -1 = as they are",
-             {-1, kMostFileBytes});
+    std::int64_t size = -1;
+    keys.key("size", size, "bytes that it is cut off at or filled up to; -1 = as they are",
+             {-1, kMostBytes});
+    if (size >= 0) file.bytes.resize(static_cast<std::size_t>(size));
 }
 
-class Files final : public Device {
-  public:
+namespace {
+
+constexpr Names kPaths{"PATH", "/dav0/zeb321.bin /dav2/devCfg.bin /dav2/devCfg_backup.bin"};
+constexpr int kNull = kMostFiles;  // index of /dev/null
+
+struct Files final : Device {
     void describe(Keys& keys, Board& board) const override {
-        keys.named("files", kPaths, board.files, describe_file);
+        keys.named("files", kPaths, board.files);
     }
 
     void start() const override {
-        if (scenario->files.size() > std::size(world->tree))
-            stop_here("more than %zu files", std::size(world->tree));
+        if (scenario->files.size() > kMostFiles) stop_here("more than %zu files", kMostFiles);
     }
 
-    int find(std::string_view path) const override {
-        int index = 0;
-        for (const auto& [name, file] : scenario->files) {
-            if (name == path) return file.present && !world->tree[index].removed ? index : -1;
-            ++index;
-        }
-        return -1;
+    Paths paths() const override {
+        Paths paths = paths_of("", scenario->files);
+        for (std::size_t i = 0; i < paths.size(); ++i)
+            if (world->removed[i]) paths[i].clear();
+        paths.resize(kNull);
+        paths.push_back("/dev/null");
+        return paths;
     }
 
     long read(OpenFile& file, void* data, std::size_t size) const override {
-        const std::string bytes = bytes_of(file.index);
+        if (file.index == kNull) return 0;
+        const std::string& bytes = std::next(scenario->files.begin(), file.index)->second.bytes;
         const std::size_t offset = std::min(bytes.size(), static_cast<std::size_t>(file.offset));
-        const std::size_t count = std::min(size, bytes.size() - offset);
-        std::memcpy(data, bytes.data() + offset, count);
+        const std::size_t count = bytes.copy(static_cast<char*>(data), size, offset);
         file.offset += static_cast<std::int64_t>(count);
         return static_cast<long>(count);
     }
 
+    long write(OpenFile& file, const void*, std::size_t size) const override {
+        return file.index == kNull ? static_cast<long>(size) : -EINVAL;
+    }
+
     std::int64_t size(int index) const override {
-        return static_cast<std::int64_t>(bytes_of(index).size());
+        if (index == kNull) return -1;
+        return std::ssize(std::next(scenario->files.begin(), index)->second.bytes);
     }
 };
 
-const Files files;
-
 }  // namespace
 
-const Device& FilesRow::device = files;
+const Device& file_device = Files{};
 
-long remove_file(const char* path) {
-    const int index = files.find(path);
-    if (index < 0) return -ENOENT;
-    world->tree[index].removed = true;
+long remove_file(std::string_view path) {
+    const int index = index_of(file_device.paths(), path);
+    if (index < 0 || index == kNull) return -ENOENT;
+    world->removed[index] = true;
     return 0;
+}
+
+long open_directory(std::string_view path) {
+    return path == "/dev" ? new_descriptor(file_device, kNull, path) : -ENOENT;
+}
+
+const char* next_entry(OpenFile& directory) {
+    static std::string entry;
+    Paths names{".", ".."};
+    for (const Device* device : all_devices()) {
+        for (const std::filesystem::path path : device->paths())
+            if (path.parent_path() == "/dev" && device != &file_device)
+                names.push_back(path.filename());
+    }
+    const auto place = static_cast<std::size_t>(directory.offset++);
+    if (place >= names.size()) return nullptr;
+    entry = names[place];
+    return entry.c_str();
 }
 
 }  // namespace sim

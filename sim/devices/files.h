@@ -1,4 +1,4 @@
-// The regular files of the board.
+// The regular files of the board, and the directory /dev.
 #pragma once
 
 #include <cstdint>
@@ -10,28 +10,17 @@
 namespace sim {
 
 constexpr std::size_t kMostFiles = 8;
-constexpr std::size_t kMostFileBytes = 1 << 20;
 
 struct FileContent {
     bool present = true;
     std::string bytes;
-    std::int64_t size = -1;  // cut off or filled with zeros; -1 = as its bytes are
 };
 
-struct File {
-    bool removed;  // by the product
-};
+extern const Device& file_device;
 
-struct FilesRow : DeviceRow {
-    struct Described {
-        std::map<std::string, FileContent> files;
-    };
-    struct State {
-        File tree[kMostFiles];
-    };
-    static const Device& device;
-};
-
-long remove_file(const char* path);  // result as of a Device
+// Results as of a Device.
+long remove_file(std::string_view path);
+long open_directory(std::string_view path);
+const char* next_entry(OpenFile& directory);  // null at the end
 
 }  // namespace sim

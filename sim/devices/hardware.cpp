@@ -45,8 +45,7 @@ namespace {
 
 constexpr std::uint32_t kGetHardware = 0x04;
 
-class HardwareBlock final : public Device {
-  public:
+struct HardwareBlock final : Device {
     void describe(Keys& keys, Board& board) const override {
         keys.table("hardware", board.hardware, [](Keys& sub, auto& hardware) {
             for (const HardwareField& field : kHardwareFields)
@@ -68,10 +67,8 @@ class HardwareBlock final : public Device {
     }
 };
 
-const HardwareBlock hardware_block;
-
 }  // namespace
 
-const Device& HardwareRow::device = hardware_block;
+const Device& hardware_device = HardwareBlock{};
 
 }  // namespace sim

@@ -22,11 +22,6 @@ extern const HardwareField kHardwareFields[21];
 
 std::map<std::string, std::uint32_t> preset_hardware();  // by key
 
-struct HardwareRow : DeviceRow {
-    struct Described {
-        std::map<std::string, std::uint32_t> hardware = preset_hardware();
-    };
-    static const Device& device;
-};
+extern const Device& hardware_device;
 
 }  // namespace sim

@@ -7,58 +7,50 @@
 #include <net/if.h>
 #include <sys/socket.h>
 
+#include <cstring>
+
 #include "sim/scenario/keys.h"
 #include "sim/world.h"
 
 namespace sim {
+
+static void describe(Keys& keys, Link& link) {
+    keys.key("up", link.up, "the port has a link on this side of the selector");
+    keys.key("speed", link.speed, "Mbit/s");
+    keys.key("full_duplex", link.full_duplex, "full duplex, else half");
+}
+
+static void describe(Keys& keys, NetworkPort& port) {
+    keys.key("present", port.present, "the interface exists");
+    keys.key("ethtool", port.ethtool, "its driver answers ethtool queries");
+    keys.table("copper", port.copper);
+    keys.table("fibre", port.fibre);
+}
+
 namespace {
 
 constexpr std::uint32_t kSelectPort = 0x81;  // of the control device
 constexpr std::uint32_t kCopper = 1, kFibre = 2;
 constexpr Names kNames{"NAME", "eth[0-3]"};
 
-void describe_link(Keys& keys, Link& link) {
-    keys.key("up", link.up, "the port has a link on this side of the selector");
-    keys.key("speed", link.speed, "Mbit/s");
-    keys.key("full_duplex", link.full_duplex, "full duplex, else half");
-}
-
-void describe_port(Keys& keys, NetworkPort& port) {
-    keys.key("present", port.present, "the interface exists");
-    keys.key("ethtool", port.ethtool, "its driver answers ethtool queries");
-    keys.table("copper", port.copper, describe_link);
-    keys.table("fibre", port.fibre, describe_link);
-}
-
-// The answer is where the block points to.
-template <class Query>
-long give(Argument& argument, Query& query) {
-    argument.answer = {reinterpret_cast<const char*>(&query), sizeof query};
-    return 0;
-}
-
-long answer(const Link& link, void* query, Argument& argument) {
-    switch (*static_cast<std::uint32_t*>(query)) {
-    case ETHTOOL_GLINK: {
-        auto& state = *static_cast<ethtool_value*>(query);
-        state.data = link.up ? 1 : 0;
-        return give(argument, state);
+// Answers the query that lies at the block.
+long answer(const Link& link, Argument& query) {
+    ethtool_cmd settings;
+    std::memcpy(&settings.cmd, query.block, sizeof settings.cmd);
+    if (settings.cmd == ETHTOOL_GLINK) {
+        const ethtool_value state{ETHTOOL_GLINK, link.up};
+        return query.write(&state, sizeof state);
     }
-    case ETHTOOL_GSET: {
-        auto& settings = *static_cast<ethtool_cmd*>(query);
-        settings.speed = link.up ? link.speed : 65535;  // modern drivers: unknown
-        settings.duplex = link.up ? link.full_duplex : 255;
-        return give(argument, settings);
-    }
-    default:
-        return -EOPNOTSUPP;
-    }
+    if (settings.cmd != ETHTOOL_GSET) return -EOPNOTSUPP;
+    std::memcpy(&settings, query.block, sizeof settings);
+    settings.speed = link.up ? link.speed : 65535;  // modern drivers: unknown
+    settings.duplex = link.up ? link.full_duplex : 255;
+    return query.write(&settings, sizeof settings);
 }
 
-class Socket final : public Device {
-  public:
+struct Socket final : Device {
     void describe(Keys& keys, Board& board) const override {
-        keys.named("ports", kNames, board.ports, describe_port);
+        keys.named("ports", kNames, board.ports);
     }
 
     void start() const override { world->net_port = kCopper; }
@@ -70,7 +62,8 @@ class Socket final : public Device {
         if (port == scenario->ports.end() || !port->second.present) return -ENODEV;
         if (!port->second.ethtool) return -EOPNOTSUPP;
         const bool fibre = world->net_port == kFibre;
-        return answer(fibre ? port->second.fibre : port->second.copper, query->ifr_data, argument);
+        argument.block = reinterpret_cast<std::uint8_t*>(query->ifr_data);
+        return answer(fibre ? port->second.fibre : port->second.copper, argument);
     }
 
     long control(std::uint32_t request, Argument& argument) const override {
@@ -81,16 +74,14 @@ class Socket final : public Device {
     }
 };
 
-const Socket socket;
-
 }  // namespace
 
-const Device& NetworkRow::device = socket;
+const Device& network_device = Socket{};
 
 long open_socket(int domain, int type, int protocol) {
     if (domain != AF_INET) return -EAFNOSUPPORT;
     if (type != SOCK_DGRAM || protocol != 0) return -EPROTONOSUPPORT;
-    return new_descriptor(socket, 0, "socket");
+    return new_descriptor(network_device, 0, "socket");
 }
 
 }  // namespace sim

@@ -20,15 +20,7 @@ struct NetworkPort {
     Link copper, fibre;   // as the port selector has it
 };
 
-struct NetworkRow : DeviceRow {
-    struct Described {
-        std::map<std::string, NetworkPort> ports;
-    };
-    struct State {
-        std::uint32_t net_port;
-    };
-    static const Device& device;
-};
+extern const Device& network_device;
 
 long open_socket(int domain, int type, int protocol);  // result as of a Device
 

@@ -5,8 +5,7 @@
 // network LEDs, 0x09 the function LEDs; 0x0B is a heartbeat. Anything else is noted as garbage.
 #include "sim/devices/panel.h"
 
-#include <algorithm>
-#include <iterator>
+#include <map>
 #include <numeric>
 #include <utility>
 
@@ -14,50 +13,6 @@
 #include "sim/world.h"
 
 namespace sim {
-namespace {
-
-constexpr std::size_t kFrameSize = 7;
-
-bool is_valid(std::string_view frame) {
-    unsigned sum = 0;
-    for (std::size_t i = 0; i + 1 < kFrameSize; ++i)
-        sum += static_cast<std::uint8_t>(frame[i]);
-    return frame[0] == '\xFF' && frame[1] == 7 && frame[2] == 0x30
-           && static_cast<std::uint8_t>(frame[6]) == (sum & 0xFF);
-}
-
-std::uint16_t* leds_of(std::uint8_t command) {
-    PanelState& panel = world->panel;
-    const std::pair<int, std::uint16_t*> leds[] = {{0x05, &panel.record[0]},
-                                                   {0x27, &panel.record[1]},
-                                                   {0x06, &panel.network[0]},
-                                                   {0x28, &panel.network[1]},
-                                                   {0x09, &panel.function}};
-    for (const auto& [number, mask] : leds) {
-        if (number == command) return mask;
-    }
-    return nullptr;
-}
-
-void accept(std::string_view frame) {
-    ++world->panel.frames;
-    const auto byte = [&](std::size_t at) { return static_cast<std::uint8_t>(frame[at]); };
-    if (byte(3) == 0x0B) note("panel", "heartbeat");
-    std::uint16_t* leds = leds_of(byte(3));
-    if (leds == nullptr) return;
-    const auto mask = static_cast<std::uint16_t>(byte(4) << 8 | byte(5));
-    if (*leds == mask) return;
-    *leds = mask;
-    const PanelState& panel = world->panel;
-    note("panel", "record %04X %04X network %04X %04X function %04X", panel.record[0],
-         panel.record[1], panel.network[0], panel.network[1], panel.function);
-}
-
-void send(std::string_view bytes, std::uint32_t group) {
-    if (!scenario->panel.connected) return;
-    for (const char byte : bytes)
-        enqueue(kPanelLine, static_cast<std::uint8_t>(byte), world->now + kByteTime, group);
-}
 
 // Keys by their code.
 constexpr const char* kKeys[] = {"AN0",  "AN1",  "AN2",   "AN3",   "AN4",  "AN5",  "AN6",  "AN7",
@@ -66,36 +21,56 @@ constexpr const char* kKeys[] = {"AN0",  "AN1",  "AN2",   "AN3",   "AN4",  "AN5"
                                  "AN10", "AN11", "AN12",  "AN13",  "AN14", "AN15", "AN16", "",
                                  "",     "",     "ENTER", "POWER", "F1",   "F2"};
 
-// The name of a key, which stands for its frame.
-Codec panel_key(std::string& bytes, bool pressed) {
-    return word("one of " + key_names(), "", [&bytes, pressed](const std::string& name) {
-        bytes = key_frame(name, pressed);
-        return !bytes.empty();
-    });
+static char checksum(std::string_view bytes) {
+    return static_cast<char>(std::accumulate(bytes.begin(), bytes.end(), 0));
 }
 
-void describe_frame(Keys& keys, PanelFrame& frame) {
+// The names of the keys, each with the frame that it sends.
+static std::vector<std::pair<std::string, std::string>> key_frames(bool pressed) {
+    std::vector<std::pair<std::string, std::string>> frames;
+    for (char code = 0; const std::string name : kKeys) {
+        std::string frame{'\xFF', 6, 0x20, code++, static_cast<char>(pressed)};
+        frame += checksum(frame);
+        if (!name.empty()) frames.emplace_back(name, frame);
+    }
+    return frames;
+}
+
+static void describe(Keys& keys, PanelFrame& frame) {
     keys.key("at", frame.at, "second at which the panel begins to send");
-    keys.key("key", panel_key(frame.bytes, true), "it sends that this key is pressed");
-    keys.key("release", panel_key(frame.bytes, false), "it sends that this key is released");
+    keys.key("key", choice(frame.bytes, key_frames(true)), "it sends that this key is pressed");
+    keys.key("release", choice(frame.bytes, key_frames(false)),
+             "it sends that this key is released");
     keys.key("bytes", hexadecimal(frame.bytes), "it sends these bytes");
     keys.key("whole", frame.whole, "they become readable all at once");
     keys.one_of({"key", "release", "bytes"});
 }
 
-void describe_panel(Keys& keys, Panel& panel) {
-    describe_port(keys, panel.port);
+static void describe(Keys& keys, Panel& panel) {
+    describe(keys, panel.port);
     keys.key("connected", panel.connected, "false: the panel neither sends nor receives");
     keys.start_only({"frames"});
-    keys.list("frames", panel.frames, describe_frame, kMostFrames);
+    keys.list("frames", panel.frames, kMostFrames);
     keys.ascending("frames", panel.frames);
 }
 
-class FrontPanel final : public Device {
-  public:
-    void describe(Keys& keys, Board& board) const override {
-        keys.table("panel", board.panel, describe_panel);
-    }
+namespace {
+
+constexpr std::size_t kFrameSize = 7;
+
+bool is_valid(std::string_view frame) {
+    return frame.size() == kFrameSize && frame.starts_with("\xFF\x07\x30")
+           && frame.back() == checksum(frame.substr(0, kFrameSize - 1));
+}
+
+void send(std::string_view bytes, std::size_t group) {
+    if (!scenario->panel.connected) return;
+    for (const char byte : bytes)
+        enqueue(kPanelLine, byte, world->now + kByteTime, group);
+}
+
+struct FrontPanel final : Device {
+    void describe(Keys& keys, Board& board) const override { keys.table("panel", board.panel); }
 
     Microseconds acts_at() const override {
         const auto& frames = scenario->panel.frames;
@@ -105,43 +80,40 @@ class FrontPanel final : public Device {
 
     void act() const override {
         const PanelFrame& frame = scenario->panel.frames[world->panel.sent++];
-        send(frame.bytes, frame.whole ? static_cast<std::uint32_t>(frame.bytes.size()) : kTrigger);
+        send(frame.bytes, frame.whole ? frame.bytes.size() : kTrigger);
     }
 };
 
-const FrontPanel front_panel;
-
 }  // namespace
 
-const Device& PanelRow::device = front_panel;
+const Device& panel_device = FrontPanel{};
 
-std::string key_frame(const std::string& key, bool pressed) {
-    const auto* const found = std::find(std::begin(kKeys), std::end(kKeys), key);
-    if (key.empty() || found == std::end(kKeys)) return "";
-    std::string frame{'\xFF', 6, 0x20, static_cast<char>(found - kKeys),
-                      static_cast<char>(pressed)};
-    return frame + static_cast<char>(std::accumulate(frame.begin(), frame.end(), 0));
+void press_key(std::string_view key) {
+    for (const auto& [name, frame] : key_frames(true))
+        if (name == key) send(frame, frame.size());
 }
 
-std::string key_names() {
-    std::string names;
-    for (const std::string key : kKeys)
-        if (!key.empty()) names += (names.empty() ? "" : ", ") + key;
-    return names;
-}
-
-void press_key(const std::string& key) {
-    const std::string frame = key_frame(key, true);
-    send(frame, static_cast<std::uint32_t>(frame.size()));
-}
-
-void panel_receives(std::string_view bytes) {
+void panel_receives(std::string_view frame) {
     if (!scenario->panel.connected) return;
-    if (bytes.size() == kFrameSize && is_valid(bytes)) {
-        accept(bytes);
-    } else {
-        note("panel", "garbage of %zu bytes", bytes.size());
+    if (!is_valid(frame)) {
+        note("panel", "garbage of %zu bytes", frame.size());
+        return;
     }
+    PanelState& panel = world->panel;
+    const std::map<char, std::uint16_t*> leds = {{0x05, &panel.record[0]},
+                                                 {0x27, &panel.record[1]},
+                                                 {0x06, &panel.network[0]},
+                                                 {0x28, &panel.network[1]},
+                                                 {0x09, &panel.function}};
+    ++panel.frames;
+    if (frame[3] == 0x0B) note("panel", "heartbeat");
+    const auto found = leds.find(frame[3]);
+    const auto mask = static_cast<std::uint16_t>(static_cast<std::uint8_t>(frame[4]) << 8
+                                                 | static_cast<std::uint8_t>(frame[5]));
+    if (found == leds.end() || *found->second == mask) return;
+    *found->second = mask;
+    note("panel", "record %04X %04X network %04X %04X function %04X", panel.record[0],
+         panel.record[1], panel.network[0], panel.network[1], panel.function);
 }
 
 }  // namespace sim

@@ -17,10 +17,6 @@ struct PanelFrame {
     bool whole = false;  // all become readable together, with the last one
 };
 
-// The frame that a key sends; empty when no key has this name.
-std::string key_frame(const std::string& key, bool pressed);
-std::string key_names();  // with commas
-
 struct Panel {  // on /dev/ttyS2
     SerialPort port;
     bool connected = true;
@@ -33,17 +29,9 @@ struct PanelState {
     std::uint32_t sent;                             // of the scenario's frames
 };
 
-struct PanelRow : DeviceRow {
-    struct Described {
-        Panel panel;
-    };
-    struct State {
-        PanelState panel;
-    };
-    static const Device& device;
-};
+extern const Device& panel_device;
 
-void press_key(const std::string& key);  // by its name, at the present instant
-void panel_receives(std::string_view bytes);
+void press_key(std::string_view key);  // by its name, at the present instant
+void panel_receives(std::string_view frame);
 
 }  // namespace sim

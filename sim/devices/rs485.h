@@ -21,19 +21,11 @@ struct Rs485 {  // on /dev/ttyS0
 };
 
 struct FixtureState {
-    bool first_switch, second_switch;  // of the line, at the control device
-    std::uint32_t bytes, pieces;       // so far
+    bool switches[2];             // of the line, at the control device
+    std::uint32_t bytes, pieces;  // so far
 };
 
-struct Rs485Row : DeviceRow {
-    struct Described {
-        Rs485 rs485;
-    };
-    struct State {
-        FixtureState rs485;
-    };
-    static const Device& device;
-};
+extern const Device& rs485_device;
 
 // Receives what the product sent, whose first byte is complete at this time.
 void fixture_receives(std::string_view bytes, Microseconds at);

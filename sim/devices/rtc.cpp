@@ -8,6 +8,14 @@
 #include "sim/world.h"
 
 namespace sim {
+
+static void describe(Keys& keys, Rtc& rtc) {
+    keys.key("present", rtc.present, "/dev/rtc exists");
+    keys.key("offset", rtc.offset_s, "seconds ahead of the system clock; negative = behind");
+    keys.key("rate", rtc.rate, "seconds that it counts in a second; 0 = it stands still");
+    keys.key("isdst", rtc.isdst, "daylight-saving flag that its driver leaves");
+}
+
 namespace {
 
 constexpr std::uint32_t kReadTime = 0x80247009;
@@ -16,28 +24,12 @@ double counted_s() {
     return world->rtc.counted_s + to_seconds(world->now - world->rtc.since) * scenario->rtc.rate;
 }
 
-void describe_rtc(Keys& keys, Rtc& rtc) {
-    keys.key("present", rtc.present, "/dev/rtc exists");
-    keys.key("offset", rtc.offset_s, "seconds ahead of the system clock; negative = behind");
-    keys.key("rate", rtc.rate, "seconds that it counts in a second; 0 = it stands still");
-    keys.key("isdst", rtc.isdst, "daylight-saving flag that its driver leaves");
-}
-
-class RtcNode final : public Device {
-  public:
-    void describe(Keys& keys, Board& board) const override {
-        keys.table("rtc", board.rtc, describe_rtc);
-    }
+struct RtcNode final : Device {
+    void describe(Keys& keys, Board& board) const override { keys.table("rtc", board.rtc); }
 
     void before_change() const override { world->rtc = {counted_s(), world->now}; }
 
-    int find(std::string_view path) const override {
-        return scenario->rtc.present && path == "/dev/rtc" ? 0 : -1;
-    }
-
-    void list(std::vector<std::string>& names) const override {
-        if (scenario->rtc.present) names.push_back("rtc");
-    }
+    Paths paths() const override { return {scenario->rtc.present ? "/dev/rtc" : ""}; }
 
     long ioctl(OpenFile&, std::uint32_t request, Argument& argument) const override {
         if (request != kReadTime) return -ENOTTY;
@@ -52,10 +44,8 @@ class RtcNode final : public Device {
     }
 };
 
-const RtcNode rtc_node;
-
 }  // namespace
 
-const Device& RtcRow::device = rtc_node;
+const Device& rtc_device = RtcNode{};
 
 }  // namespace sim

@@ -19,14 +19,6 @@ struct RtcState {
     Microseconds since;  // that change
 };
 
-struct RtcRow : DeviceRow {
-    struct Described {
-        Rtc rtc;
-    };
-    struct State {
-        RtcState rtc;
-    };
-    static const Device& device;
-};
+extern const Device& rtc_device;
 
 }  // namespace sim

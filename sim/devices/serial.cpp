@@ -23,36 +23,40 @@ const SerialPort& port(int line) {
     return line == kRs485Line ? scenario->rs485.port : scenario->panel.port;
 }
 
-std::uint8_t garbled(std::uint8_t byte) { return static_cast<std::uint8_t>(byte << 1 ^ 0xA5); }
+// Whether the product has set the line up as its other end expects.
+bool is_set_up(int line) {
+    const termios& attributes = world->lines[line].attributes;
+    const tcflag_t framing = CSIZE | CSTOPB | PARENB | CREAD | CLOCAL;
+    return cfgetospeed(&attributes) == B9600
+           && (attributes.c_cflag & framing) == (CS8 | CREAD | CLOCAL)
+           && (attributes.c_lflag & (ISIG | ICANON | ECHO)) == 0
+           && (attributes.c_iflag & (INLCR | IGNCR | ICRNL | IXON | IXOFF)) == 0
+           && (attributes.c_oflag & OPOST) == 0;
+}
+
+// A byte as it passes the line.
+char passed(int line, char byte) {
+    return is_set_up(line) ? byte : static_cast<char>(static_cast<std::uint8_t>(byte) << 1 ^ 0xA5);
+}
 
 // When the send buffer next has room for a byte.
 Microseconds has_room_at(const SerialLine& line) {
     return line.sent_until - (kSendBuffer - 1) * kByteTime;
 }
 
-class SerialNode final : public Device {
-  public:
+struct SerialNode final : Device {
     void start() const override {
         for (const int line : {kRs485Line, kPanelLine}) {
             termios& attributes = world->lines[line].attributes;
-            attributes.c_iflag = port(line).iflag;
-            attributes.c_oflag = port(line).oflag;
-            attributes.c_cflag = port(line).cflag;
-            attributes.c_lflag = port(line).lflag;
+            attributes = port(line).attributes;
             attributes.c_cc[VMIN] = 1;
-            ::cfsetspeed(&attributes, port(line).cflag & CBAUD);
+            ::cfsetspeed(&attributes, attributes.c_cflag & CBAUD);
         }
     }
 
-    int find(std::string_view path) const override {
-        if (path == "/dev/ttyS0" && port(kRs485Line).present) return kRs485Line;
-        if (path == "/dev/ttyS2" && port(kPanelLine).present) return kPanelLine;
-        return -1;
-    }
-
-    void list(std::vector<std::string>& names) const override {
-        if (port(kRs485Line).present) names.push_back("ttyS0");
-        if (port(kPanelLine).present) names.push_back("ttyS2");
+    Paths paths() const override {
+        return {port(kRs485Line).present ? "/dev/ttyS0" : "",
+                port(kPanelLine).present ? "/dev/ttyS2" : ""};
     }
 
     termios* attributes(int line) const override { return &world->lines[line].attributes; }
@@ -60,12 +64,9 @@ class SerialNode final : public Device {
     long read(OpenFile& file, void* data, std::size_t size) const override {
         if (port(file.index).hung_up) return 0;
         auto& queue = world->lines[file.index].arriving;
-        auto* bytes = static_cast<std::uint8_t*>(data);
         std::size_t count = 0;
-        while (count < size && !queue.is_empty() && queue.front().readable <= world->now) {
-            const std::uint8_t value = queue[queue.head++].value;
-            bytes[count++] = is_set_up(file.index) ? value : garbled(value);
-        }
+        while (count < size && !queue.is_empty() && queue.front().readable <= world->now)
+            static_cast<char*>(data)[count++] = passed(file.index, queue[queue.head++].value);
         return count > 0 ? static_cast<long>(count) : -EAGAIN;
     }
 
@@ -77,10 +78,8 @@ class SerialNode final : public Device {
         const auto queued = static_cast<std::size_t>((start - world->now) / kByteTime);
         std::string bytes(static_cast<const char*>(data), std::min(size, kSendBuffer - queued));
         line.sent_until = start + static_cast<Microseconds>(bytes.size()) * kByteTime;
-        if (!is_set_up(file.index)) {
-            for (char& byte : bytes)
-                byte = static_cast<char>(garbled(static_cast<std::uint8_t>(byte)));
-        }
+        for (char& byte : bytes)
+            byte = passed(file.index, byte);
         if (file.index == kRs485Line) fixture_receives(bytes, start + kByteTime);
         if (file.index == kPanelLine) panel_receives(bytes);
         return static_cast<long>(bytes.size());
@@ -95,26 +94,15 @@ class SerialNode final : public Device {
     }
 };
 
-const SerialNode serial;
-
 }  // namespace
 
-const Device& SerialRow::device = serial;
+const Device& serial_device = SerialNode{};
 
-bool is_set_up(int line) {
-    const termios& attributes = world->lines[line].attributes;
-    const tcflag_t framing = CSIZE | CSTOPB | PARENB | CREAD | CLOCAL;
-    return cfgetospeed(&attributes) == B9600
-           && (attributes.c_cflag & framing) == (CS8 | CREAD | CLOCAL)
-           && (attributes.c_lflag & (ISIG | ICANON | ECHO)) == 0
-           && (attributes.c_iflag & (INLCR | IGNCR | ICRNL | IXON | IXOFF)) == 0
-           && (attributes.c_oflag & OPOST) == 0;
-}
-
-void enqueue(int number, std::uint8_t byte, Microseconds at, std::uint32_t group_size) {
+void enqueue(int number, char byte, Microseconds at, std::size_t group_size) {
     SerialLine& line = world->lines[number];
     auto& queue = line.arriving;
-    if (queue.is_full()) stop_here("more than %zu bytes on a serial line", std::size(queue.items));
+    if (queue.room() == 0)
+        stop_here("more than %zu bytes on a serial line", std::size(queue.items));
     at = std::max(at, line.received_until + kByteTime);
     const bool after_a_gap = at > line.received_until + 4 * kByteTime;
     if (after_a_gap || line.group >= group_size) line.group = 0;
@@ -126,14 +114,14 @@ void enqueue(int number, std::uint8_t byte, Microseconds at, std::uint32_t group
         queue[queue.tail - i].readable = readable;
 }
 
-void describe_port(Keys& keys, SerialPort& port) {
+void describe(Keys& keys, SerialPort& port) {
     keys.key("present", port.present, "the serial port exists");
     keys.key("blocked", port.blocked, "the port takes no byte");
     keys.start_only({"iflag", "oflag", "cflag", "lflag"});
-    keys.key("iflag", port.iflag, "input modes, as others left them");
-    keys.key("oflag", port.oflag, "output modes");
-    keys.key("cflag", port.cflag, "control modes, with the speed");
-    keys.key("lflag", port.lflag, "local modes");
+    keys.key("iflag", port.attributes.c_iflag, "input modes, as others left them");
+    keys.key("oflag", port.attributes.c_oflag, "output modes");
+    keys.key("cflag", port.attributes.c_cflag, "control modes, with the speed");
+    keys.key("lflag", port.attributes.c_lflag, "local modes");
     keys.key("hung_up", port.hung_up, "the line has hung up");
 }
 

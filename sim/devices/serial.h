@@ -14,28 +14,25 @@ namespace sim {
 struct SerialPort {
     bool present = false;
     bool blocked = false;  // accepts no byte
-    // As others left it: those of a fresh port.
-    std::uint32_t iflag = 0x500, oflag = 0x5, cflag = 0xCBD, lflag = 0x8A3B;
     bool hung_up = false;  // reads give 0 bytes and writes EIO
+    // As others left it: those of a fresh port.
+    termios attributes{0x500, 0x5, 0xCBD, 0x8A3B, 0, {}, 0, 0};
 };
-void describe_port(Keys& keys, SerialPort& port);
+void describe(Keys& keys, SerialPort& port);
 
 constexpr int kRs485Line = 0;  // /dev/ttyS0
 constexpr int kPanelLine = 1;  // /dev/ttyS2
 
 constexpr Microseconds kByteTime = 1042;  // 10 bits at 9600 baud
-constexpr std::uint32_t kTrigger = 8;     // bytes in a group of the receiver
+constexpr std::size_t kTrigger = 8;       // bytes in a group of the receiver
 
 // Enqueues a byte for the product. It arrives at this time or as soon as the line is free, and
 // becomes readable with its group: when the group is full, or after four byte times of silence.
-void enqueue(int line, std::uint8_t byte, Microseconds at, std::uint32_t group_size = kTrigger);
-
-// Whether the product has set the line up as its other end expects.
-bool is_set_up(int line);
+void enqueue(int line, char byte, Microseconds at, std::size_t group_size = kTrigger);
 
 struct ArrivingByte {
     Microseconds readable;
-    std::uint8_t value;
+    char value;
 };
 
 struct SerialLine {
@@ -46,11 +43,6 @@ struct SerialLine {
     Queue<ArrivingByte, 1 << 17> arriving;
 };
 
-struct SerialRow : DeviceRow {
-    struct State {
-        SerialLine lines[2];
-    };
-    static const Device& device;
-};
+extern const Device& serial_device;
 
 }  // namespace sim

@@ -35,7 +35,6 @@ struct Usb {
     // Under /mnt, left from earlier: empty directories, files, directories with their disk mounted.
     std::set<std::string> directories, files, mounted;
     double mount_time = 0.2, shell_time = 0.1;
-    std::uint64_t host_free_blocks = 100'000;  // of the file system that holds /mnt, 1 KiB each
 };
 
 struct MountPoint {
@@ -44,19 +43,7 @@ struct MountPoint {
     std::int16_t disk;   // that is mounted there, -1 = none
 };
 
-struct UsbState {
-    MountPoint points[32];
-};
-
-struct UsbRow : DeviceRow {
-    struct Described {
-        Usb usb;
-    };
-    struct State {
-        UsbState usb;
-    };
-    static const Device& device;
-};
+extern const Device& usb_device;
 
 // Directories and mount points. Results as of a Device.
 long make_directory(std::string_view path);
@@ -65,6 +52,7 @@ long mount_disk(std::string_view device, std::string_view directory, std::string
                 bool by_shell);
 long unmount(std::string_view directory);
 long statistics(std::string_view path, struct statfs& statistics);
-int run_shell(std::string_view command);  // wait status
+// The two commands that the product knows, mkdir and mount. Returns the wait status.
+int run_shell(const std::string& command);
 
 }  // namespace sim

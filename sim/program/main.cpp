@@ -19,7 +19,7 @@
 
 #include "driver/q7.h"
 #include "sim/devices/console.h"
-#include "sim/devices/fifo.h"
+#include "sim/devices/pipe.h"
 #include "sim/event_log.h"
 #include "sim/program/keyboard.h"
 #include "sim/program/machine.h"

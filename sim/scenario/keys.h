@@ -28,6 +28,8 @@ class table;
 
 namespace sim {
 
+class Keys;
+
 // An error in a scenario: file, line, and what would have been accepted.
 class ScenarioError : public std::runtime_error {
   public:
@@ -112,6 +114,11 @@ struct Names {
 };
 bool matches(std::string_view patterns, const std::string& name);
 
+// The function describe(Keys&, Item&) that stands beside the type of an item.
+struct Description {
+    void operator()(Keys& keys, auto& item) const { describe(keys, item); }
+};
+
 // One table of a scenario. Each call names a key, sets its field from the table where the table has
 // it, and adds a row to the reference.
 class Keys {
@@ -152,15 +159,15 @@ class Keys {
     void finish() const;  // refuses what no key has claimed
 
     // A table: [key]
-    template <class Item, class Describe>
-    void table(const char* key, Item& item, Describe describe) {
+    template <class Item, class Describe = Description>
+    void table(const char* key, Item& item, Describe describe = {}) {
         if (const auto content = claim_table(key))
             section(1, key, *content, [&](Keys& keys) { describe(keys, item); });
     }
     // Tables by name: [key.NAME]; each file adds to those of its base, a change to none.
-    template <class Item, class Describe>
+    template <class Item, class Describe = Description>
     void named(const char* key, const Names& names, std::map<std::string, Item>& items,
-               Describe describe) {
+               Describe describe = {}) {
         Item sample;
         const auto known = [&](const std::string& name) { return items.count(name) != 0; };
         for (const auto& [name, content] : claim_named(key, names, known)) {
@@ -170,9 +177,8 @@ class Keys {
         }
     }
     // A list of tables: [[key]]; replaces that of the base.
-    template <class Item, class Describe>
-    void list(const char* key, std::vector<Item>& items, Describe describe,
-              std::size_t most = SIZE_MAX) {
+    template <class Item, class Describe = Description>
+    void list(const char* key, std::vector<Item>& items, std::size_t most, Describe describe = {}) {
         if (says(key)) items.clear();
         for (const Table& content : claim_list(key, most))
             section(2, key, content, [&](Keys& keys) { describe(keys, items.emplace_back()); });

@@ -73,11 +73,9 @@ void describe_run(Keys& keys, Board& board) {
     keys.key("end", board.end, "second of virtual time after which the run is stopped");
     keys.key("root", board.root, "q7 can become the super-user");
     describe_devices(keys, board);
-    keys.list(
-        "faults", board.faults, [](Keys& sub, Fault& fault) { describe(sub, fault); }, kMostFaults);
-    keys.list(
-        "changes", board.changes,
-        [&](Keys& sub, Change& change) { describe_change(sub, change, board); }, kMostChanges);
+    keys.list("faults", board.faults, kMostFaults);
+    keys.list("changes", board.changes, kMostChanges,
+              [&](Keys& sub, Change& change) { describe_change(sub, change, board); });
     keys.table("expect", board.expect, describe_expect);
 }
 
