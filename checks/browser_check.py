@@ -620,7 +620,7 @@ class FixturePages(PageCase):
         size = "return parseFloat(getComputedStyle([...document.querySelectorAll('#page *')].find(e => e.children.length === 0 && e.textContent === arguments[0])).fontSize)"
         for page, words, wanted in (("4-pass", "合格", (218, 218)), ("5-fail", "不良", (128, 142)), ("6-not-proven", "未证实", (106, 106)),
                                     ("2-running", "17", (190, 190)), ("1-waiting", "扫描下一块板", (100, 100)), ("5-fail", "45270-2648-0413", (50, 50)),
-                                    ("3-question", "每个灯都亮过吗？", (68, 68)), ("5-fail", "查工装 6 号线，再扫码重测", (48, 48))):
+                                    ("3-question", "每个灯都亮过吗？", (68, 68)), ("5-fail", "查工装 6 号线，再扫码复测", (48, 48))):
             self.show(page)
             self.wait(lambda: words in self.shown())
             found = self.browser.execute_script(size, words)

@@ -88,6 +88,32 @@ TEST(StationPage, ShowsWhatTheProgramPrints) {
     fs::remove_all(place);
 }
 
+// The proof of a shift. Its attempts are named after the day.
+TEST(QualityPage, ItsShiftBeginsAsShown) {
+    const std::string page = content_of(Q7_SOURCE "/docs/quality.md"), place = scratch("shift");
+    fs::create_directory(place);
+    fs::create_directory_symlink(Q7_BINARIES, place + "/build");
+    for (const char* folder : {"plans", "boards"})
+        fs::create_directory_symlink(Q7_SOURCE "/" + std::string(folder), place + "/" + folder);
+    std::ofstream(place + "/references.toml") << between(page, "# references.toml\n", "```\n");
+    const std::string session = between(page, "\n```console\n", "\n```\n").substr(12) + "\n";
+    std::istringstream lines(session);
+    std::string commands, shown;
+    for (std::string line; std::getline(lines, line);) {
+        const bool is_command = line.starts_with("$ ");
+        (is_command ? commands : shown) += line.substr(is_command ? 2 : 0) + "\n";
+    }
+    std::ofstream(place + "/commands") << "set -e\n" << commands;
+    const Finished got = shell("sh -c 'cd " + place + "; sh ./commands'");
+    EXPECT_EQ(got.status, 0) << got.err;
+    const auto on_some_day = [](const std::string& text) {
+        return std::regex_replace(text, std::regex("3L02-\\d{8}-"), "3L02-DAY-");
+    };
+    EXPECT_EQ(on_some_day(got.out), on_some_day(shown));
+    EXPECT_THAT(shown, HasSubstr("P-0001: "));
+    fs::remove_all(place);
+}
+
 // What the Chinese pages quote in 「」 is what the station's screen shows, but for its numbers.
 TEST(StationScreen, ShowsWhatThePagesQuote) {
     const std::string texts = content_of(Q7_SOURCE "/station/web/page/texts.js");

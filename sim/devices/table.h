@@ -1,6 +1,6 @@
 // The devices of the board: what a scenario says of each, its state, its behaviour. Whoever adds one
-// adds its pair of files, its rows here, and its source to CMakeLists.txt. They stand in the order of
-// their sections in `q7-sim --keys`, and of their nodes in /dev.
+// adds its pair of files and its rows here. They stand in the order of their sections in
+// `q7-sim --keys`, and of their nodes in /dev.
 #pragma once
 
 #include "sim/devices/alarm.h"

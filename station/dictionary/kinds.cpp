@@ -152,7 +152,7 @@ const std::vector<Kind> kKinds = {
      "See that every stick is plugged in, try another; then check supply and data lines of that "
      "port"},
     {"usb.disk.loose", 2, "U 盘 {1} 中途断开或插晚了", "USB stick {1} comes and goes",
-     "U 盘插到底、测试中不要动，重测；换 U 盘；再查该口的虚焊",
+     "U 盘插到底、测试中不要动，复测；换 U 盘；再查该口的虚焊",
      "Push the stick home, leave it alone during the test, test again; try another; then look for "
      "a cold joint at that port"},
     {"usb.disk.unmountable", 2, "U 盘 {1} 挂载不上", "USB stick {1} cannot be mounted",
@@ -174,7 +174,7 @@ const std::vector<Kind> kKinds = {
      "看插的是不是 3.0 U 盘；再查该口的 SuperSpeed 差分线和焊点",
      "See that the stick is a 3.0 one; then check the SuperSpeed pairs and joints of that port"},
     {"usb.rear.unchanged", 3, "第二次没有换成 2.0 U 盘", "The 2.0 stick was not plugged in",
-     "重测：听到提示后十秒内把 2.0 U 盘插到上面的口",
+     "复测：听到提示后十秒内把 2.0 U 盘插到上面的口",
      "Test again: plug the 2.0 stick into the upper port within ten seconds of the prompt"},
     {"usb.extra", 2, "多插了 USB 设备（鼠标）", "One USB device too many (a mouse)",
      "拔掉鼠标和多余的设备再测", "Unplug the mouse and any other device, and test again"},
@@ -240,7 +240,7 @@ const std::vector<Kind> kKinds = {
      "Press the fixture's RS-485 plug home; then check the UART's driver and the joints of the "
      "transceiver"},
     {"rs485.hung-up", 1, "RS-485 串口挂断", "RS-485 port is hung up",
-     "查串口驱动和内核日志；重启板子再测",
+     "查串口驱动和内核日志；重启主板再测",
      "Check the UART's driver and the kernel log; restart the board and test again"},
     {"rs485.mode", 0, "RS-485 串口参数被改过", "RS-485 port was left in another mode",
      "查有没有别的程序占用该串口", "Look for another program that uses this port"},
@@ -259,7 +259,7 @@ const std::vector<Kind> kKinds = {
      "Press both ends of the panel cable home, test again; try another panel; then check 5 V at "
      "its connector"},
     {"panel.hung-up", 1, "面板串口挂断", "Panel port is hung up",
-     "查串口驱动和内核日志；重启板子再测",
+     "查串口驱动和内核日志；重启主板再测",
      "Check the UART's driver and the kernel log; restart the board and test again"},
     {"panel.mode", 0, "面板串口参数被改过", "Panel port was left in another mode",
      "查有没有别的程序占用该串口", "Look for another program that uses this port"},
@@ -340,7 +340,7 @@ const std::vector<Kind> kKinds = {
 
     // What a driver or the kernel refuses.
     {"call.fails", 0, "系统调用失败：{1}", "A system call fails: {1}",
-     "重测；再现，查该设备的驱动、内核日志和芯片焊接",
+     "复测；再现，查该设备的驱动、内核日志和芯片焊接",
      "Test again; if it comes back, check that device's driver, the kernel log and the joints of "
      "its "
      "chip"},

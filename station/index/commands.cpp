@@ -45,7 +45,7 @@ Filter filter_of(const Options& options) {
 Index open_existing(const Options& options) {
     const std::string url = options.database();
     if (!is_postgresql(url) && !std::filesystem::exists(url)) {
-        throw std::runtime_error("no index: " + url);
+        throw std::runtime_error("no index: " + url + " (made by q7-station index)");
     }
     return Index(url);
 }

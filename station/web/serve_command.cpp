@@ -154,7 +154,7 @@ int serve(const ServeOptions& options) {
 }  // namespace
 
 void add_serve(CLI::App& app, int& status) {
-    auto* command = app.add_subcommand("serve", "Serves the pages of one station");
+    auto* command = app.add_subcommand("serve", "Serve the pages of one station");
     auto options = std::make_shared<ServeOptions>();
     command->add_option("--listen", options->listen, "ADDRESS:PORT, 127.0.0.1:8077 by default");
     command->add_option("--station", options->station, "Name of the station, 3L02")->required();
