@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <ranges>
 
 #include "sim/clock.h"
 #include "sim/devices/bridge.h"
@@ -77,8 +76,9 @@ struct DiskNodes final : Device {
     }
 
     void places(const Places& tell) const override {
-        for (const auto& [name, disk] : std::views::reverse(scenario->disks))  // newest node first
-            tell("/dev/", disk.present ? std::string_view(name) : std::string_view());
+        const auto& disks = scenario->disks;  // the newest node first
+        for (auto at = disks.rbegin(); at != disks.rend(); ++at)
+            tell("/dev/", at->second.present ? std::string_view(at->first) : std::string_view());
     }
 
     long ioctl(OpenFile& file, std::uint32_t request, Argument& argument) const override {
