@@ -1,5 +1,6 @@
 #include "checks/harness.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -191,5 +192,10 @@ std::set<std::string> documented(const std::string& heading) {
 }
 
 bool full_form() { return std::getenv("Q7_FULL") != nullptr; }
+
+int sample() {
+    const char* const one_in = std::getenv("Q7_SAMPLE");
+    return one_in == nullptr ? 1 : std::max(1, std::atoi(one_in));
+}
 
 }  // namespace checks

@@ -81,6 +81,9 @@ std::set<std::string> documented(const std::string& heading);
 
 // True where the checks were asked for their long form (Q7_FULL in the environment).
 bool full_form();
+// Of the runs of a sweep, one in so many (Q7_SAMPLE in the environment; 1 = all): for builds in which
+// each takes long, beside one that makes all of them.
+int sample();
 
 constexpr char kStartLine[] =
     "g_bSupFrontPanel[1],g_iUsbNum[4],g_iCordNo[4],g_iAlarmOutNum[4],g_iAlarmInNum[16],"

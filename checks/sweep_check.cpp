@@ -131,13 +131,13 @@ void sweep_faults(const Board& healthy_board, const std::string& words) {
     board.end = healthy.end_s + kSlack_s;
     std::map<std::string, std::uint32_t> calls_so_far;
     std::uint32_t ordinal = 0;
-    int runs = 0;
+    int runs = 0, met = 0;
     for (const sim::Event& event : healthy.world->log.all()) {
         if (event.actor == 0) continue;
         const std::string path(healthy.world->log.path_of(event));
         const std::uint32_t matching = ++calls_so_far[event.function + path];
         for (const Fault& fault : faults_of(path, event, ++ordinal, matching)) {
-            if (endless_by_design(fault)) continue;
+            if (endless_by_design(fault) || ++met % sample() != 0) continue;
             board.faults = {fault};
             const Outcome got = run(board, words);
             SCOPED_TRACE(testing::Message()
@@ -157,7 +157,7 @@ void sweep_faults(const Board& healthy_board, const std::string& words) {
             if (fails && passed(got)) unnoticed.insert(name + request);
         }
     }
-    EXPECT_GT(runs, 20);
+    EXPECT_GT(runs, 20 / sample());
     std::printf("%d runs with a failing call\n", runs);
 }
 
@@ -184,17 +184,20 @@ INSTANTIATE_TEST_SUITE_P(NetMode, FaultSweep, testing::Values("netQ7test"));
 // Also: the calls whose failure passes are those that the documentation names.
 TEST(FaultSweepOfTheSequence, EveryRunEndsWellAndUnnoticedCallsAreDocumented) {
     sweep_faults(healthy(), "");
-    EXPECT_EQ(unnoticed, documented("Calls"));
+    EXPECT_THAT(unnoticed, testing::IsSubsetOf(documented("Calls")));
+    if (sample() == 1) {
+        EXPECT_EQ(unnoticed, documented("Calls"));
+    }
 }
 
 TEST(InterruptSweep, EveryWaitEndsByTheInterruptAndPrintsItsCountsOnce) {
-    int runs = 0;
+    int runs = 0, met = 0;
     std::vector<std::string> commands = single_tests();
     commands.insert(commands.end(), {"", "netQ7test"});
     for (const std::string& words : commands) {
         const Outcome healthy_run = run(words);
         for (const sim::Event& event : healthy_run.world->log.all()) {
-            if (event.actor == 0 || event.ended <= event.at) continue;
+            if (event.actor == 0 || event.ended <= event.at || ++met % sample() != 0) continue;
             Board board = healthy();
             board.person.interrupts = {static_cast<double>(event.at + event.ended) / 2e6};
             const Outcome got = run(board, words);
@@ -213,7 +216,7 @@ TEST(InterruptSweep, EveryWaitEndsByTheInterruptAndPrintsItsCountsOnce) {
             ++runs;
         }
     }
-    EXPECT_GT(runs, 300);
+    EXPECT_GT(runs, 300 / sample());
     std::printf("%d runs with an interrupt\n", runs);
 }
 

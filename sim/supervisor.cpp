@@ -10,12 +10,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <stdexcept>
 #include <system_error>
+#include <type_traits>
 
 #include "platform/platform.h"
 #include "sim/call.h"
@@ -140,18 +142,21 @@ class Run {
         platform::exit(program.run());
     }
 
+    // The processes run meanwhile: a slot may be given to the next one at any moment.
     void watch_new_processes() {
-        std::uint32_t next = next_number_;
         for (Process& process : world->processes) {
-            const bool forked = process.is_used() && process.pid > 0;
-            if (!forked || process.number < next_number_) continue;
-            next = std::max(next, process.number + 1);
-            const int handle = static_cast<int>(::syscall(SYS_pidfd_open, process.pid, 0));
-            if (handle < 0 && errno == ESRCH) continue;  // exited and reaped already
-            watched_.push_back(
-                {&process, process.number, std::make_unique<RealFile>(handle, "pidfd_open")});
+            std::int64_t& latest = latest_watched_[&process - world->processes];
+            const std::atomic_ref number(process.number);
+            const std::uint32_t expected = number.load();
+            const pid_t pid = std::atomic_ref(process.pid).load();
+            if (!process.is_used() || pid <= 0 || expected <= latest) continue;
+            const int fd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+            if (fd < 0 && errno == ESRCH) continue;  // exited and reaped already
+            auto handle = std::make_unique<RealFile>(fd, "pidfd_open");
+            if (number.load() != expected) continue;  // its own fork wakes us again
+            latest = expected;
+            watched_.push_back({&process, expected, std::move(handle)});
         }
-        next_number_ = next;
     }
 
     // Passes on the turn of a process that died without doing so.
@@ -226,8 +231,10 @@ class Run {
     Live live_;
     Outcome outcome_;
     RealFile console_, errors_, wake_;
-    std::vector<Watched> watched_;   // living processes
-    std::uint32_t next_number_ = 0;  // of the next process to be watched
+    std::vector<Watched> watched_;  // living processes
+    // By slot, the number of the latest process that was watched there.
+    std::vector<std::int64_t> latest_watched_ =
+        std::vector<std::int64_t>(std::extent_v<decltype(World::processes)>, -1);
     pid_t leader_ = 0;     // the main process; it leads the group of all processes of the run
     bool exited_ = false;  // the main process exited by itself
     RealClock::time_point start_ = RealClock::now();
