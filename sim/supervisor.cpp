@@ -145,7 +145,8 @@ class Run {
     // The processes run meanwhile: a slot may be given to the next one at any moment.
     void watch_new_processes() {
         for (Process& process : world->processes) {
-            std::int64_t& latest = latest_watched_[&process - world->processes];
+            std::int64_t& latest =
+                latest_watched_[static_cast<std::size_t>(&process - world->processes)];
             const std::atomic_ref number(process.number);
             const std::uint32_t expected = number.load();
             const pid_t pid = std::atomic_ref(process.pid).load();
