@@ -111,6 +111,7 @@ TEST_P(Outcomes, AreThose) {
     std::istringstream lines(content_of(path));
     std::string line, anew;
     std::getline(lines, line);
+    EXPECT_TRUE(line.starts_with("# ")) << path << ": no case";
     while (line.starts_with("# ")) {
         std::string title = line, words, changes, expected;
         std::getline(lines, words);

@@ -19,7 +19,7 @@
 
 #include "sim/time.h"
 
-namespace toml {
+namespace toml {  // keys.cpp alone compiles toml++
 inline namespace v3 {
 class node;
 class table;

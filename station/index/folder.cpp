@@ -18,8 +18,10 @@ namespace fs = std::filesystem;
 
 // Other writers wait for a commit: it is due after so many attempts or so much time.
 constexpr std::size_t kAtOnce = 500;
-constexpr std::chrono::hours kLongestRun{1}, kLongestRelease{24};
 constexpr auto kAtLongest = std::chrono::milliseconds(200);
+
+// What is older and has no end, or no release, never gets one.
+constexpr std::chrono::hours kLongestRun{1}, kLongestRelease{24};
 
 // Collects attempts until a commit is due.
 class Batch {

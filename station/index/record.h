@@ -48,12 +48,12 @@ struct Cause {
 };
 
 // A measured value whose drift is drawn.
-inline constexpr const char* kClockDifference = "rtc.difference";  // s, the largest of an attempt
 struct Measurement {
     std::string fact, unit;
     std::int64_t value = 0;
     bool operator==(const Measurement&) const = default;
 };
+inline constexpr const char* kClockDifference = "rtc.difference";  // s, the largest of an attempt
 
 // What was repaired after the earlier attempt `of`, entered at this attempt's scan.
 struct Repair {
