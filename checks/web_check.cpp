@@ -263,6 +263,7 @@ TEST(YieldPage, DrawsDaysThatHaveAYield) {
     EXPECT_EQ(row.at("key"), to_iso(failed.start).substr(0, 10));
     EXPECT_EQ(row.at("first_good"), 0);
     EXPECT_EQ(row.at("final_good"), 1);
+    EXPECT_EQ(yield.at("totals").at("days"), 1);
     EXPECT_EQ(yield.at("totals").at("incomplete"), 1);
 }
 

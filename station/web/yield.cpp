@@ -79,6 +79,13 @@ index::Filter filter_of(index::Index& index, const Query& query, const std::stri
     return filter;
 }
 
+// Days, stations or models at which boards were tested for the first time.
+std::vector<index::Yield> rows_by(index::Index& index, index::By by, const index::Filter& filter) {
+    std::vector<index::Yield> rows = index.yield_by(by, filter);
+    std::erase_if(rows, [](const index::Yield& row) { return row.boards == 0; });
+    return rows;
+}
+
 json totals_json(index::Index& index, const index::Filter& filter) {
     const index::Yield all = index.yield(filter);
     return {{"first", all.boards},
@@ -88,15 +95,15 @@ json totals_json(index::Index& index, const index::Filter& filter) {
             {"incomplete", all.incomplete},
             {"reference", all.reference},
             {"trial", all.trial},
-            {"days", index.yield_by(index::By::day, filter).size()},
-            {"stations", index.yield_by(index::By::station, filter).size()}};
+            {"days", rows_by(index, index::By::day, filter).size()},
+            {"stations", rows_by(index, index::By::station, filter).size()}};
 }
 
 // The day with the lowest first-pass yield, and the cause that most of its boards have in common.
 json low_day(index::Index& index, index::Filter filter, const std::vector<index::Yield>& rows) {
     const index::Yield* worst = nullptr;
     for (const index::Yield& row : rows) {
-        if (row.boards == 0 || row.first_pass == row.boards) continue;
+        if (row.first_pass == row.boards) continue;
         if (worst == nullptr || row.first_pass * worst->boards < worst->first_pass * row.boards)
             worst = &row;
     }
@@ -116,18 +123,17 @@ json low_day(index::Index& index, index::Filter filter, const std::vector<index:
 json series_json(index::Index& index, const Query& query, const index::Filter& filter) {
     const std::string by = value_of(query, "by");
     const bool by_day = by.empty() || by == "day";
-    const auto rows = index.yield_by(by_day            ? index::By::day
-                                     : by == "station" ? index::By::station
-                                                       : index::By::model,
-                                     filter);
+    const auto rows = rows_by(index,
+                              by_day            ? index::By::day
+                              : by == "station" ? index::By::station
+                                                : index::By::model,
+                              filter);
     json series{{"by", by_day ? "day" : by}, {"rows", json::array()}};
-    for (const index::Yield& row : rows) {
-        if (row.boards == 0) continue;  // retests alone: no yield
+    for (const index::Yield& row : rows)
         series["rows"].push_back({{"key", by_day ? iso_day(std::stoi(row.key)) : row.key},
                                   {"first", row.boards},
                                   {"first_good", row.first_pass},
                                   {"final_good", row.final_pass}});
-    }
     if (by_day) series["low"] = low_day(index, filter, rows);
     return series;
 }
