@@ -46,4 +46,13 @@ TEST(SetUp, PackageThatCannotBeInstalledIsNamedWithTheReasonInTheLastLine) {
     std::filesystem::remove(place);
 }
 
+TEST(SetUp, ToolsRefuseWordsThatTheyDoNotKnow) {
+    for (const std::string tool :
+         {"arm", "arm-kernel", "bench", "card", "check", "coverage", "demo", "station"}) {
+        const Finished got = shell(Q7_SOURCE "/tools/" + tool + " --help");
+        EXPECT_EQ(got.status, 2) << tool;
+        EXPECT_THAT(got.err, StartsWith("usage: tools/" + tool)) << tool;
+    }
+}
+
 }  // namespace

@@ -1,5 +1,8 @@
 # Sourced by the tools: makes sure that what they need is installed.
 
+# takes_nothing WORD...: refuses what stands behind the name of a tool without options.
+takes_nothing() { [ $# -eq 0 ] || { echo "usage: tools/$(basename "$0")" >&2; exit 2; }; }
+
 has_command() { command -v "$1" >/dev/null; }
 has_header() { echo "#include <$1>" | g++ -x c++ -std=c++20 -fsyntax-only - 2>/dev/null; }
 
