@@ -19,14 +19,31 @@ import urllib.request
 
 SOURCE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
-# Boards that come by: a scenario of boards/ and how many of two hundred are like it. The answers are a
-# person's who looks at the panel and listens.
-MIX = [("healthy", 180), ("alarm-input-dead", 4), ("network-slow", 3), ("network-fibre-down", 3), ("disk-missing", 2),
-       ("usb-dead-port", 2), ("rs485-silent", 3), ("alarm-input-stuck", 2), ("rtc-stopped", 1)]
+# Boards that come by: a scenario of boards/ and how many of two hundred are like it. The person who
+# answers looks at the panel and listens; in the noise the buzzer of a healthy board is not heard.
+NOISE = "noise"
+MIX = [("healthy", 178), ("alarm-input-dead", 4), ("network-slow", 3), ("network-fibre-down", 3),
+       ("disk-missing", 2), ("usb-dead-port", 2), ("rs485-silent", 3), ("alarm-input-stuck", 2),
+       ("rtc-stopped", 1), (NOISE, 2)]
 STATIONS = ["3L02", "3L05", "3L07"]
 REFERENCES = [("45270-0000-0001", "healthy", "PASS"), ("45270-0000-0002", "rs485-silent", "FAIL")]
 SUPERVISOR, REPAIRER = "S7-0123456789abcdef", "R-0003"
 OPERATORS = {"3L02": "W1032", "3L05": "W1017", "3L07": "W1044"}
+PEOPLE = f"""[[operator]]
+name = "W1032"
+badge = "B-1032"
+[[supervisor]]
+name = "S7"
+badge = "{SUPERVISOR}"
+[[repairer]]
+name = "R3"
+badge = "{REPAIRER}"
+"""
+HEALTHY = os.path.join(SOURCE, "boards", "healthy.toml")
+
+
+def milliseconds(instant):
+    return instant.isoformat(timespec="milliseconds")
 
 
 class Line:
@@ -48,17 +65,21 @@ class Line:
         with open(plan, "w", encoding="utf-8") as file:
             file.write(text)
         with open(self.path("people.toml"), "w", encoding="utf-8") as file:
-            file.write('[[operator]]\nname = "W1032"\nbadge = "B-1032"\n'
-                       f'[[supervisor]]\nname = "S7"\nbadge = "{SUPERVISOR}"\n[[repairer]]\nname = "R3"\nbadge = "{REPAIRER}"\n')
+            file.write(PEOPLE)
         self.pace("")
         with open(self.path("simulator"), "w", encoding="utf-8") as file:
-            file.write(f'#!/bin/sh\nexec {self.build}/q7-sim --gbk $(cat {self.path("pace")}) --fifo {self.path("fifo")} --board "$(cat {self.path("board")})" "$@"\n')
+            file.write(f"""#!/bin/sh
+exec {self.build}/q7-sim --gbk $(cat {self.path("pace")}) --fifo {self.path("fifo")} \\
+    --board "$(cat {self.path("board")})" "$@"
+""")
         os.chmod(self.path("simulator"), 0o700)
 
     def path(self, *names):
         return os.path.join(self.folder, *names)
 
-    def board(self, name):
+    def board(self, kind):
+        self.kind = kind
+        name = "healthy" if kind == NOISE else kind
         with open(self.path("next"), "w", encoding="utf-8") as file:
             file.write(os.path.join(SOURCE, "boards", name + ".toml"))
         os.replace(self.path("next"), self.path("board"))
@@ -68,33 +89,43 @@ class Line:
             file.write(options)
 
     def words(self):
-        return ["--", f"{self.build}/q7-agent", "run", "--fifo", self.path("fifo"), "--spool", self.path("spool"), "--", self.path("simulator")]
+        return ["--", f"{self.build}/q7-agent", "run", "--fifo", self.path("fifo"),
+                "--spool", self.path("spool"), "--", self.path("simulator")]
+
+    def station(self, command, *options, **how):
+        """Runs a command of q7-station to its end."""
+        return subprocess.run([f"{self.build}/q7-station", command, *options], text=True, **how)
+
+    def simulation(self):
+        return ["--plan", self.path("plans", "healthy.toml"), "--board", HEALTHY,
+                "--simulator", f"{self.build}/q7-sim"]
 
     # ---- history ----
 
     def dictionary(self):
-        made = subprocess.run([f"{self.build}/q7-station", "dictionary", "--plan", self.path("plans", "healthy.toml"),
-                               "--board", os.path.join(SOURCE, "boards", "healthy.toml"), "--simulator", f"{self.build}/q7-sim",
-                               "--output", self.path("dictionaries", "healthy.dictionary")], capture_output=True, text=True)
+        made = self.station("dictionary", *self.simulation(), "--output",
+                            self.path("dictionaries", "healthy.dictionary"), capture_output=True)
         if made.returncode != 0:
             shutil.rmtree(self.path("dictionaries"))
             os.mkdir(self.path("dictionaries"))
             print(f"Without likely causes: {made.stderr.strip().splitlines()[-1]}", file=sys.stderr)
 
     def samples(self):
-        """One attempt of each board of the mix, by a station at full speed: (journal, judgement)."""
+        """By kind of board, the journal and judgement of an attempt that was run at full speed."""
         found = {}
         if not self.serve("samples", 0, ["--operator", "W1032"]):
             raise RuntimeError("the station does not start")
         self.prove("samples")
-        for number, (name, _) in enumerate(reversed(MIX)):  # the healthy one last: it waits to be scanned out
+        # The healthy one last: it waits to be scanned out.
+        for number, (name, _) in enumerate(reversed(MIX)):
             if name == "healthy":  # from which the station learns how long the steps take
                 self.pace(f"--pace {self.options.pace}")
             state = self.test(name, f"45270-2600-{number:04d}")
             identity = state["attempt"]["id"]
             path = self.path("samples", identity.split("-")[1], identity)
-            with open(path + ".journal", encoding="utf-8") as journal, open(path + ".judgement.json", encoding="utf-8") as judgement:
-                found[name] = (journal.read().splitlines(), json.load(judgement))
+            with open(path + ".journal", encoding="utf-8") as journal:
+                with open(path + ".judgement.json", encoding="utf-8") as judgement:
+                    found[name] = (journal.read().splitlines(), json.load(judgement))
         self.pace("")
         self.process.terminate()
         self.process.wait(20)
@@ -105,70 +136,86 @@ class Line:
         self.board(board)
         self.ask("/api/scan", {"text": serial})
         end = time.monotonic() + 60
-        while (state := self.ask("/api/state"))["phase"] != "verdict" or state["attempt"]["serial"] != serial:
+        while True:
+            state = self.ask("/api/state")
+            if state["phase"] == "verdict" and state["attempt"]["serial"] == serial:
+                return state
             self.answer(state)
             if time.monotonic() > end:
                 raise RuntimeError(f"the board {board} does not end")
             time.sleep(0.02)
-        return state
 
     def prove(self, journals):
         """The proof of the shift: simulated faults, then the plan's reference boards."""
-        subprocess.run([f"{self.build}/q7-station", "prove", "--plan", self.path("plans", "healthy.toml"), "--board", os.path.join(SOURCE, "boards", "healthy.toml"),
-                        "--simulator", f"{self.build}/q7-sim", "--station", "3L02", "--operator", "W1032", "--journals", self.path(journals),
-                        "--index", self.path(journals, "index.sqlite")], check=True, stdout=subprocess.DEVNULL)
+        self.station("prove", *self.simulation(), "--station", "3L02", "--operator", "W1032",
+                     "--journals", self.path(journals),
+                     "--index", self.path(journals, "index.sqlite"),
+                     check=True, stdout=subprocess.DEVNULL)
         if self.ask("/api/state")["phase"] == "sign-in":
             self.ask("/api/scan", {"text": "B-1032"})
         for serial, board, _ in REFERENCES:
             self.test(board, serial)
 
     def answer(self, state):
-        """What a person answers who sees that all is well."""
+        """What a person answers who sees that all is well, and hears it but for the noise."""
         if state["question"]:
+            attempt, question = state["attempt"], state["question"]["name"]
+            answer = "unsure" if self.kind == NOISE and question == "buzzer" else "yes"
             try:
-                self.ask("/api/answer", {"attempt": state["attempt"]["id"], "serial": state["attempt"]["serial"],
-                                         "question": state["question"]["name"], "answer": "yes"})
+                self.ask("/api/answer", {"attempt": attempt["id"], "serial": attempt["serial"],
+                                         "question": question, "answer": answer})
             except urllib.error.HTTPError:  # it has been answered meanwhile
                 pass
 
-    def place(self, sample, station, serial, number, count, start, released, repair=None):
-        """The same attempt at another time and station, as a journal that is whole, and its judgement."""
+    def place(self, sample, station, serial, number, count, start, repair):
+        """The attempt at another time and station, as a whole journal and its judgement; its id."""
         lines, judgement = sample
         shift = start - datetime.datetime.fromisoformat(judgement["start"])
         day = start.astimezone(datetime.timezone.utc).strftime("%Y%m%d")
         name = f"{station}-{day}-{count:04d}"
+        operator = OPERATORS[station]
+        renamed = [(judgement["id"], name), (judgement["serial"], serial),
+                   ('"operator":"W1032"', f'"operator":"{operator}"')]
         previous, out = "0" * 64, []
+
+        def checked(body):
+            return body + ',"crc":"%08x"}' % binascii.crc32(body.encode())
 
         def add(body):
             nonlocal previous
-            line = body + ',"crc":"%08x"}' % binascii.crc32(body.encode())
+            line = checked(body)
             previous = hashlib.sha256(line.encode()).hexdigest()
             out.append(line)
 
         def stamp(text):
-            return (datetime.datetime.fromisoformat(text) + shift).isoformat(timespec="milliseconds")
+            return milliseconds(datetime.datetime.fromisoformat(text) + shift)
 
         for line in lines:
             at = line[81:line.index('"', 81)]
             body = line[:line.rindex(',"crc"')].replace(at, stamp(at), 1)
             body = '{"prev":"' + previous + body[9 + 64:]
             if '"kind":"attempt"' in body[:140]:
-                body = body.replace('"station":"3L02"', f'"station":"{station}"', 1).replace('"attempt":1', f'"attempt":{number}', 1)
-            body = body.replace(judgement["id"], name).replace(judgement["serial"], serial).replace('"operator":"W1032"', f'"operator":"{OPERATORS[station]}"')
+                body = body.replace('"station":"3L02"', f'"station":"{station}"', 1)
+                body = body.replace('"attempt":1', f'"attempt":{number}', 1)
+            for old, new in renamed:
+                body = body.replace(old, new)
             if '"kind":"board"' in body[:160]:  # the agent's line has a CRC of its own
                 head, event = body.split('"event":', 1)
-                event = event[:event.rindex(',"crc"')]
-                body = head + '"event":' + event + ',"crc":"%08x"}' % binascii.crc32(event.encode())
+                body = head + '"event":' + checked(event[:event.rindex(',"crc"')])
             add(body)
             if repair and len(out) == 1:
-                add(f'{{"prev":"{previous}","at":"{stamp(judgement["start"])}","kind":"repair",' + json.dumps(repair)[1:-1])
-        judged = previous
-        if released:
-            add(f'{{"prev":"{previous}","at":"{stamp(judgement["end"])}","kind":"scan-out","serial":"{serial}","operator":"{OPERATORS[station]}"')
-        judgement = dict(judgement, id=name, serial=serial, station=station, operator=OPERATORS[station], attempt=number,
-                         start=start.isoformat(timespec="milliseconds"), end=stamp(judgement["end"]), journal={"lines": len(lines) + bool(repair), "sha256": judged},
+                add(f'{{"prev":"{previous}","at":"{stamp(judgement["start"])}","kind":"repair",'
+                    + json.dumps(repair)[1:-1])
+        judged = {"lines": len(out), "sha256": previous}
+        if judgement["verdict"] == "PASS":
+            add(f'{{"prev":"{previous}","at":"{stamp(judgement["end"])}","kind":"scan-out",'
+                f'"serial":"{serial}","operator":"{operator}"')
+        late = self.random.random() < 0.02 + 0.01 * (start.day % 7)
+        judgement = dict(judgement, id=name, serial=serial, station=station, operator=operator,
+                         attempt=number, start=milliseconds(start), end=stamp(judgement["end"]),
+                         journal=judged,
                          repairs=[{**repair, "at": repair["entered"]}] if repair else [],
-                         drift=[{"fact": "rtc.difference", "value": 1 if self.random.random() < 0.02 + 0.01 * (start.day % 7) else 0, "unit": "s"}])
+                         drift=[{"fact": "rtc.difference", "value": int(late), "unit": "s"}])
         judgement.pop("release", None)  # what passed in that week has left the station
         folder = self.path("journals", day)
         os.makedirs(folder, exist_ok=True)
@@ -177,6 +224,12 @@ class Line:
         with open(os.path.join(folder, name + ".judgement.json"), "w", encoding="utf-8") as file:
             file.write(json.dumps(judgement, ensure_ascii=False) + "\n")
         return name
+
+    def repair(self, attempt, causes, entered):
+        known = bool(causes) and self.random.random() < 0.9
+        return {"of": attempt, "defect": causes[0]["defect"] if known else "",
+                "text": "" if known else "焊点 / solder joint", "operator": "R3",
+                "entered": milliseconds(entered)}
 
     def history(self):
         os.mkdir(self.path("journals"))  # there may be no working day to fill it
@@ -199,32 +252,37 @@ class Line:
                     key = (station, start.astimezone(datetime.timezone.utc).strftime("%Y%m%d"))
                     counts[key] = counts.get(key, 0) + 1
                     good = kind == "healthy"
-                    identity = self.place(samples[kind], station, name, number, counts[key], start, good, repair if good else None)
+                    identity = self.place(samples[kind], station, name, number, counts[key], start,
+                                          repair if good else None)
                     if good:
                         break
-                    causes = samples[kind][1]["causes"]
-                    known = bool(causes) and self.random.random() < 0.9
-                    repair = {"of": identity, "defect": causes[0]["defect"] if known else "", "text": "" if known else "焊点 / solder joint",
-                              "operator": "R3", "entered": (start + datetime.timedelta(minutes=5)).isoformat(timespec="milliseconds")}
-                    kind, start = ("healthy" if self.random.random() < 0.85 else kind), start + datetime.timedelta(minutes=7)
+                    entered = start + datetime.timedelta(minutes=5)
+                    if kind != NOISE:
+                        repair = self.repair(identity, samples[kind][1]["causes"], entered)
+                    if kind == NOISE or self.random.random() < 0.85:
+                        kind = "healthy"
+                    start += datetime.timedelta(minutes=7)
                     station = self.random.choice(STATIONS)
         shutil.rmtree(self.path("samples"))
-        subprocess.run([f"{self.build}/q7-station", "index", "--index", self.path("journals", "index.sqlite"), "--journals", self.path("journals")],
-                       check=True, stdout=subprocess.DEVNULL)
+        self.station("index", "--index", self.path("journals", "index.sqlite"),
+                     "--journals", self.path("journals"), check=True, stdout=subprocess.DEVNULL)
 
     # ---- the station ----
 
     def serve(self, journals, port, who):
         self.process = subprocess.Popen(
-            [f"{self.build}/q7-station", "serve", "--listen", f"127.0.0.1:{port}", "--station", "3L02", *who,
-             "--plans", self.path("plans"), "--journals", self.path(journals), "--dictionaries", self.path("dictionaries"), *self.words()],
+            [f"{self.build}/q7-station", "serve", "--listen", f"127.0.0.1:{port}",
+             "--station", "3L02", *who, "--plans", self.path("plans"),
+             "--journals", self.path(journals), "--dictionaries", self.path("dictionaries"),
+             *self.words()],
             stdout=subprocess.PIPE, text=True,
-            start_new_session=True)  # Ctrl-C of the terminal ends it through us, when its board has ended
+            start_new_session=True)  # Ctrl-C ends it through us, when its board has ended
         self.url = self.process.stdout.readline().strip()
         return bool(self.url)
 
     def ask(self, path, body=None):
-        request = urllib.request.Request(self.url.rstrip("/") + path, data=None if body is None else json.dumps(body).encode(),
+        data = None if body is None else json.dumps(body).encode()
+        request = urllib.request.Request(self.url.rstrip("/") + path, data=data,
                                          headers={"Content-Type": "application/json"})
         with urllib.request.urlopen(request, timeout=5) as answer:
             return json.loads(answer.read())
@@ -237,15 +295,17 @@ class Line:
         while not self.stopping.wait(0.3):
             try:
                 state = self.ask("/api/state")
-                key = (state["phase"], (state["question"] or {}).get("name"), (state["attempt"] or {}).get("id"))
+                phase, question = state["phase"], state["question"]
+                key = (phase, (question or {}).get("name"), (state["attempt"] or {}).get("id"))
                 if key != seen:
                     seen, since = key, time.monotonic()
                 waited = time.monotonic() - since
-                if state["question"] and waited > 2.5:
+                is_due = phase == "verdict" and state["verdict"]["scan_out"] == "due"
+                if question and waited > 2.5:
                     self.answer(state)
-                elif state["phase"] == "verdict" and state["verdict"]["scan_out"] == "due" and waited > 4:
+                elif is_due and waited > 4:
                     self.ask("/api/scan", {"text": state["attempt"]["serial"]})
-                elif state["phase"] == "waiting" and waited > 3 or state["phase"] == "verdict" and waited > 8:
+                elif phase == "waiting" and waited > 3 or phase == "verdict" and waited > 8:
                     if not queue:
                         queue = ["healthy", self.random.choice([one for one, _ in MIX[1:]])]
                     self.board(queue.pop(0))
@@ -294,10 +354,12 @@ def main():
             return 1
         line.prove("journals")
         line.pace(f"--pace {options.pace}")
-        print(f"{line.url}          the station; its plan takes serial numbers like 45270-2648-0001\n"
-              f"{line.url}board     a board: scan, or type a serial number and Enter\n{line.url}yield     the yield of the week; {line.url}states the legend\n"
-              f"badges: operator B-1032, supervisor {SUPERVISOR}, repairer {REPAIRER}\n"
-              "Ctrl-C ends the demonstration.", flush=True)
+        print(f"""\
+{line.url}          the station; its plan takes serial numbers like 45270-2648-0001
+{line.url}board     a board: scan, or type a serial number and Enter
+{line.url}yield     the yield of the week; {line.url}states the legend
+badges: operator B-1032, supervisor {SUPERVISOR}, repairer {REPAIRER}
+Ctrl-C ends the demonstration.""", flush=True)
         if options.arrive:
             threading.Thread(target=line.arrive, daemon=True).start()
         while not wanted and line.process.poll() is None:
