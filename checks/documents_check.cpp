@@ -210,7 +210,6 @@ TEST(Sessions, GoAsTheyAreShown) {
         }
     }
     EXPECT_GT(commands, 8);
-    std::filesystem::remove_all(place);
 }
 
 }  // namespace

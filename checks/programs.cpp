@@ -5,11 +5,36 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <system_error>
 
 namespace checks {
+namespace {
+
+class ScratchFolder {  // of this process; removed at its end
+  public:
+    ScratchFolder() {
+        if (::mkdtemp(path_.data()) == nullptr)
+            throw std::system_error(errno, std::generic_category(), path_);
+    }
+    ~ScratchFolder() {
+        std::error_code ignored;
+        if (::getpid() == owner_) std::filesystem::remove_all(path_, ignored);
+    }
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+    const std::string& path() const { return path_; }
+
+  private:
+    std::string path_ = testing::TempDir() + "q7-checks-XXXXXX";
+    pid_t owner_ = ::getpid();
+};
+
+}  // namespace
 
 std::string content_of(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
@@ -17,7 +42,8 @@ std::string content_of(const std::string& path) {
 }
 
 std::string scratch(const std::string& name) {
-    return testing::TempDir() + std::to_string(::getpid()) + name;
+    static const ScratchFolder folder;
+    return folder.path() + "/" + name;
 }
 
 Finished shell(const std::string& command) {

@@ -14,6 +14,7 @@ Finished shell(const std::string& command);
 Finished q7_sim(const std::string& arguments);
 
 std::string content_of(const std::string& path);
-std::string scratch(const std::string& name);  // path of a temporary file of this process
+// Path of a temporary file of this process, which is gone with it.
+std::string scratch(const std::string& name);
 
 }  // namespace checks
