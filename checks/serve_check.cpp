@@ -410,6 +410,12 @@ TEST_F(Serve, TestsABoardBehindAThousandSilentConnections) {
     expect_clean_end();
 }
 
+std::string judgement_in(const fs::path& journals) {
+    for (const auto& entry : fs::recursive_directory_iterator(journals))
+        if (entry.path().string().ends_with(".judgement.json")) return entry.path();
+    return "";
+}
+
 TEST_F(Serve, SendsAVerdictWhenTheBoardIsScannedOut) {
     std::string plan = content_of(station_.path("plans/plan.toml"));
     plan.replace(plan.find("scan_out = false"), 16, "scan_out = true");
@@ -421,8 +427,17 @@ TEST_F(Serve, SendsAVerdictWhenTheBoardIsScannedOut) {
     EXPECT_EQ(station_.end(), 0);
     ASSERT_NO_FATAL_FAILURE(station_.start());
     EXPECT_EQ(station_.state().at("verdict").at("scan_out"), "due");
+    const std::string judgement = judgement_in(station_.path("journals"));
+    const std::string due = content_of(judgement);
+    EXPECT_THAT(due, HasSubstr(R"("release":"due")"));
     EXPECT_THAT(station_.post("/api/scan", {{"text", released}}), StartsWith("HTTP/1.1 200"));
     EXPECT_EQ(station_.state().at("last").at("released"), true);
+    // A server that was killed after the scan leaves the judgement from before it.
+    EXPECT_EQ(station_.end(), 0);
+    std::ofstream(judgement) << due;
+    ASSERT_NO_FATAL_FAILURE(station_.start());
+    EXPECT_EQ(station_.state().at("last").at("released"), true);
+    EXPECT_THAT(content_of(judgement), Not(HasSubstr("release\"")));
     expect_pass(station_.test(swapped), "at-release");
     // An index that is made meanwhile leaves the board out: its verdict can still change.
     EXPECT_EQ(shell(std::string(kStation) + " index --journals " + station_.path("journals")).out,
