@@ -33,8 +33,8 @@ TEST(CommandLine, MissingStandardDescriptorsAreTakenByNoFileOfTheRun) {
             });
             const auto& files = got.world->processes[0].files;
             for (unsigned fd = 0; fd < 3; ++fd) {
-                ASSERT_GE(files[fd], 0);
-                const char* path = got.world->log.text + got.world->files[files[fd]].path;
+                ASSERT_NE(files[fd], nullptr);
+                const char* path = got.world->log.text + files[fd]->path;
                 EXPECT_STREQ(path, (missing >> fd & 1) != 0 ? "/dev/null" : "console");
             }
             EXPECT_EQ(got.count("close", "/dev/null"), 1);

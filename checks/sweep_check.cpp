@@ -70,8 +70,8 @@ std::vector<Fault> faults_of(const std::string& path, const sim::Event& event,
 
 std::map<std::string, int> open_paths(const sim::World& world) {
     std::map<std::string, int> paths;
-    for (const std::int16_t file : world.processes[0].files) {
-        if (file >= 0) ++paths[world.log.text + world.files[file].path];
+    for (const sim::OpenFile* file : world.processes[0].files) {
+        if (file != nullptr) ++paths[world.log.text + file->path];
     }
     return paths;
 }

@@ -25,7 +25,7 @@ namespace {
 constexpr std::uint32_t kSpinning = 100'000;
 
 void stop_if_spinning(const char* function) {
-    Actor& actor = world->actors[self];
+    Actor& actor = *self;
     if (actor.instant != world->now) actor.calls_at_instant = 0;
     actor.instant = world->now;
     if (++actor.calls_at_instant < kSpinning) return;

@@ -25,17 +25,14 @@ World* world = nullptr;
 namespace {
 
 bool is_interrupted(const Actor& actor) {
-    const Process& process = world->processes[actor.process];
-    return process.interrupt_pending && &actor == &world->actors[process.main_actor];
+    return actor.process->interrupt_pending && actor.process->main_actor == &actor;
 }
 
 Microseconds end_of_wait(const Actor& actor) {
     if (actor.interruptible && is_interrupted(actor)) return world->now;
     Microseconds end = actor.until;
-    if (actor.file >= 0) {
-        const OpenFile& file = world->files[actor.file];
-        end = std::min(end, file.device->ready_at(file, actor.direction));
-    }
+    if (actor.file != nullptr)
+        end = std::min(end, actor.file->device->ready_at(*actor.file, actor.direction));
     return std::max(end, world->now);
 }
 
@@ -43,11 +40,10 @@ Microseconds end_of_wait(const Actor& actor) {
 std::string all_waits() {
     std::string text;
     for (const Actor& actor : world->actors) {
-        if (actor.state != Actor::State::alive) continue;
+        if (actor.state != State::alive) continue;
         text += std::string("\n  ") + world->name_of(actor) + ": ";
-        if (actor.file >= 0) {
-            text += std::string("for ") + world->log.text_at(world->files[actor.file].path)
-                    + " to become "
+        if (actor.file != nullptr) {
+            text += std::string("for ") + world->log.text_at(actor.file->path) + " to become "
                     + (actor.direction == Direction::read ? "readable" : "writable");
             if (actor.until == kNever) continue;
             text += ", ";
@@ -59,19 +55,16 @@ std::string all_waits() {
     return text;
 }
 
-bool is_ready(int place, Direction direction) {
-    if (place < 0) return false;
-    const OpenFile& file = world->files[place];
-    return file.device->ready_at(file, direction) <= world->now;
+bool is_ready(const OpenFile* file, Direction direction) {
+    return file != nullptr && file->device->ready_at(*file, direction) <= world->now;
 }
 
-void wait_for(Microseconds until, int file, Direction direction, bool interruptible) {
-    Actor& actor = world->actors[self];
-    actor.until = until;
-    actor.order = ++world->waits_begun;
-    actor.file = static_cast<std::int16_t>(file);
-    actor.direction = direction;
-    actor.interruptible = interruptible;
+void wait_for(Microseconds until, OpenFile* file, Direction direction, bool interruptible) {
+    self->until = until;
+    self->order = ++world->waits_begun;
+    self->file = file;
+    self->direction = direction;
+    self->interruptible = interruptible;
     pass_turn();
     await_turn();
 }
@@ -97,31 +90,31 @@ void stop_here(const char* format, ...) {
     va_start(arguments, format);
     stop_for(format, arguments);
     va_end(arguments);
-    if (self < 0) throw std::length_error(world->stop_reason);
+    if (self == nullptr) throw std::length_error(world->stop_reason);
     for (;;)
         ::pause();
 }
 
 bool anyone_alive() {
-    return std::ranges::any_of(
-        world->actors, [](const Actor& actor) { return actor.state == Actor::State::alive; });
+    return std::ranges::any_of(world->actors,
+                               [](const Actor& actor) { return actor.state == State::alive; });
 }
 
 Step next_step() {
     follow_changes();
-    Step next{kNever, -1};
+    Step next{kNever, nullptr};
     std::uint64_t first = UINT64_MAX;  // order of that wait
-    for (const Actor& actor : world->actors) {
-        if (actor.state != Actor::State::alive) continue;
+    for (Actor& actor : world->actors) {
+        if (actor.state != State::alive) continue;
         const Microseconds at = end_of_wait(actor);
         if (at > next.at || (at == next.at && actor.order > first)) continue;
-        next = {at, static_cast<int>(&actor - world->actors)};
+        next = {at, &actor};
         first = actor.order;
     }
     Microseconds board_at = next_change_at();
     for (const Device* device : all_devices())
         board_at = std::min(board_at, device->acts_at());
-    if (board_at <= next.at) next = {std::max(board_at, world->now), -1};
+    if (board_at <= next.at) next = {std::max(board_at, world->now), nullptr};
     return next;
 }
 
@@ -136,18 +129,18 @@ void run_step(const Step& step) {
         return;
     }
     world->now = step.at;
-    if (step.actor < 0) {
+    if (step.actor == nullptr) {
         make_due_changes();
         for (const Device* device : all_devices())
             if (device->acts_at() <= world->now) device->act();
         return;
     }
-    world->running = static_cast<std::int16_t>(step.actor);
-    sem_post(&world->actors[step.actor].turn);
+    world->running = step.actor;
+    sem_post(&step.actor->turn);
 }
 
 void pass_turn() {
-    world->running = -1;
+    world->running = nullptr;
     if (world->paced) {
         wake_supervisor();
         return;
@@ -157,7 +150,7 @@ void pass_turn() {
     while (!woken && !world->stopped && anyone_alive()) {
         const Step step = next_step();
         run_step(step);
-        woken = step.actor >= 0;
+        woken = step.actor != nullptr;
     }
 }
 
@@ -172,22 +165,21 @@ void await_turn() {
         timespec limit{};
         clock_gettime(CLOCK_MONOTONIC, &limit);
         limit.tv_sec += 5;
-        if (sem_clockwait(&world->actors[self].turn, CLOCK_MONOTONIC, &limit) == 0) break;
+        if (sem_clockwait(&self->turn, CLOCK_MONOTONIC, &limit) == 0) break;
         if (errno == ETIMEDOUT && !is_supervised()) ::_exit(127);
     }
     follow_changes();
 }
 
 bool deliver_interrupt() {
-    const Actor& actor = world->actors[self];
-    if (!is_interrupted(actor)) return false;
-    world->processes[actor.process].interrupt_pending = false;
+    if (!is_interrupted(*self)) return false;
+    self->process->interrupt_pending = false;
     save_coverage();
     ::raise(SIGINT);
     return true;
 }
 
-Wake wait_until(Microseconds until, int file, Direction direction) {
+Wake wait_until(Microseconds until, OpenFile* file, Direction direction) {
     const bool is_over = is_ready(file, direction) || until <= world->now;
     if (!is_over) wait_for(until, file, direction, true);
     if (deliver_interrupt()) return Wake::interrupt;
@@ -195,18 +187,18 @@ Wake wait_until(Microseconds until, int file, Direction direction) {
 }
 
 void spend_time(Microseconds duration) {
-    if (duration > 0) wait_for(world->now + duration, -1, Direction::read, false);
+    if (duration > 0) wait_for(world->now + duration, nullptr, Direction::read, false);
     deliver_interrupt();
 }
 
 bool spend_time_in_shell(Microseconds duration) {
-    wait_for(world->now + duration, -1, Direction::read, false);
-    return std::exchange(world->processes[world->actors[self].process].interrupt_pending, false);
+    wait_for(world->now + duration, nullptr, Direction::read, false);
+    return std::exchange(self->process->interrupt_pending, false);
 }
 
 void interrupt_all() {
     for (Process& process : world->processes) {
-        process.interrupt_pending = process.state == Process::State::alive;
+        process.interrupt_pending = process.state == State::alive;
     }
 }
 

@@ -10,9 +10,10 @@ namespace sim {
 
 enum class Wake { time_up, ready, interrupt };
 
-// Ends at `until`, when the open file becomes ready (-1 = none), or by an interrupt, whose handler
+// Ends at `until`, when the open file becomes ready (null = none), or by an interrupt, whose handler
 // has then run, as inside a system call. A wait that is already over keeps the turn.
-Wake wait_until(Microseconds until, int file = -1, Direction direction = Direction::read);
+Wake wait_until(Microseconds until, OpenFile* file = nullptr,
+                Direction direction = Direction::read);
 
 // Advances the clock; not interruptible. A pending interrupt is delivered afterwards.
 void spend_time(Microseconds duration);
@@ -30,7 +31,7 @@ void pass_turn();          // called by an actor that waits or has ended
 // supervisor takes the steps.
 struct Step {
     Microseconds at;  // kNever: nothing will ever happen
-    int actor;        // -1 = the board
+    Actor* actor;     // null = the board
 };
 bool anyone_alive();
 Step next_step();

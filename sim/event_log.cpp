@@ -81,7 +81,7 @@ Event& new_event(const char* function) {
     event.function = function;
     event.fd = -1;
     event.printed = static_cast<std::uint32_t>(::lseek(console_stream, 0, SEEK_CUR));
-    event.actor = self < 0 ? 0 : world->actors[self].name;
+    event.actor = self == nullptr ? 0 : self->name;
     return event;
 }
 

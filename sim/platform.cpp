@@ -57,7 +57,7 @@ int select_one(const char* function, int fd, Direction direction, timeval* remai
     Call call(function, Fd{fd}, budget);
     return static_cast<int>(on_file(call, [&](OpenFile& file) -> long {
         const Microseconds until = world->now + budget;
-        const Wake wake = wait_until(until, static_cast<int>(&file - world->files), direction);
+        const Wake wake = wait_until(until, &file, direction);
         const Microseconds rest = until - world->now;
         remaining->tv_sec = static_cast<time_t>(rest / 1'000'000);
         remaining->tv_usec = static_cast<suseconds_t>(rest % 1'000'000);
@@ -76,22 +76,15 @@ int control(int fd, std::uint32_t request, Argument argument) {
     }));
 }
 
-// Threads and processes.
-
-struct Thread {
-    int actor;
-    void* (*body)(void*);
-};
-
-void* run_thread(void* argument) {
-    const Thread thread = *static_cast<Thread*>(argument);
-    delete static_cast<Thread*>(argument);
-    self = thread.actor;
+void* run_thread(void* actor) {
+    self = static_cast<Actor*>(actor);
+    void* (*body)(void*) = nullptr;
     {
         const HiddenFromThreadSanitizer hidden;
         await_turn();
+        body = self->body;
     }
-    void* result = thread.body(nullptr);
+    void* result = body(nullptr);
     const HiddenFromThreadSanitizer hidden;
     end_thread();
     pass_turn();
@@ -222,7 +215,7 @@ int setuid(uid_t user) {
 pid_t fork() {
     Call call("fork", kNoPath, 0);
     return static_cast<pid_t>(call.run([&]() -> long {
-        Process& child = world->processes[add_child()];
+        Process& child = *add_child();
         const pid_t pid = ::fork();
         if (pid < 0) stop_here("the host refused a process: %s", std::strerror(errno));
         if (pid == 0) {
@@ -254,13 +247,13 @@ pid_t waitpid(pid_t process, int* status, int options) {
 
 int create_thread(pthread_t* thread, void* (*body)(void*)) {
     const int saved_errno = errno;
-    int actor = -1;
+    Actor* actor = nullptr;
     const int result = run("pthread_create", kNoPath, 0, [&] {
-        actor = add_thread();
+        actor = add_thread(body);
         return 0L;
     });
     if (result != 0) return std::exchange(errno, saved_errno);
-    const int error = ::pthread_create(thread, nullptr, run_thread, new Thread{actor, body});
+    const int error = ::pthread_create(thread, nullptr, run_thread, actor);
     if (error != 0) stop_here("the host refused a thread: %s", std::strerror(error));
     return 0;
 }

@@ -12,16 +12,20 @@
 namespace sim {
 
 class Device;
+struct OpenFile;
+struct Process;
 
 enum class Direction : std::uint8_t { read, write };
+enum class State : std::uint8_t { unused, alive, ended };  // of an actor or a process
 
 // A flow of control: the main thread, a thread that it started, a process that it forked.
 struct Actor {
-    enum class State : std::uint8_t { unused, alive, ended } state;
+    State state;
     bool interruptible;   // an interrupt ends its wait early
     Direction direction;  // of the wait for a descriptor
-    std::int16_t process;
-    std::int16_t file;     // open file that it waits for; -1 = none
+    Process* process;
+    void* (*body)(void*);  // of a thread
+    OpenFile* file;        // that it waits for; null = none
     Microseconds until;    // end of its wait
     std::uint64_t order;   // of its wait among all waits
     Microseconds instant;  // time of its latest call
@@ -33,13 +37,13 @@ struct Actor {
 };
 
 struct Process {
-    enum class State : std::uint8_t { unused, alive, ended } state;
+    State state;
     bool interrupt_pending;
-    std::int16_t main_actor;
-    std::int16_t parent;       // -1 = it has ended
-    pid_t pid;                 // on the host; 0 = not forked yet
-    std::uint32_t number;      // in the order of their start, from 0
-    std::int16_t files[1024];  // open file of each descriptor, -1 = closed
+    Actor* main_actor;
+    Process* parent;        // null = it has ended
+    pid_t pid;              // on the host; 0 = not forked yet
+    std::uint32_t number;   // in the order of their start, from 0
+    OpenFile* files[1024];  // of each descriptor; null = closed
 
     bool is_used() const { return state != State::unused; }
 };
@@ -54,21 +58,19 @@ struct OpenFile {
     bool is_used() const { return users > 0; }
 };
 
-extern constinit thread_local int self;  // the actor that this thread is; -1 = the supervisor
-
-Process& running_process();
+extern constinit thread_local Actor* self;  // that this thread is; null = the supervisor
 
 // New actors, alive and due at the present instant.
-void start_first_process();  // process 0, with the actor "main", which holds the turn
-int add_thread();            // of the running process; the slot of its actor
-int add_child();             // of the running process; its slot
+void start_first_process();               // process 0; its actor "main" holds the turn
+Actor* add_thread(void* (*body)(void*));  // of the running process
+Process* add_child();                     // of the running process
 
 // Whether the slot still holds the process of this number, alive; for the supervisor.
 bool is_alive(Process& process, std::uint32_t number);
 pid_t pid_of(const Process& process);  // as the product sees it
 
 // Ends all its actors and closes its descriptors; the turn stays where it is.
-void end_process(int process);
+void end_process(Process& process);
 void end_thread();  // the running one; frees its slot
 
 // The child of the running process that waitpid(-1) would reap: of those that have ended, the first

@@ -15,9 +15,9 @@
 #include <chrono>
 #include <cstdlib>
 #include <ctime>
+#include <map>
 #include <stdexcept>
 #include <system_error>
-#include <type_traits>
 
 #include "platform/platform.h"
 #include "sim/call.h"
@@ -83,7 +83,7 @@ class Run {
           wake_(::eventfd(0, EFD_NONBLOCK), "eventfd") {
         outcome_.world.reset(new_world());
         world = outcome_.world.get();
-        self = -1;
+        self = nullptr;
         console_stream = console_.get();
         world->wake_supervisor = wake_.get();
         world->paced = live.pace > 0;
@@ -138,15 +138,14 @@ class Run {
         ::setenv("TZ", scenario->time_zone.c_str(), 1);
         ::tzset();
         at_exit_of_main = program.at_exit;
-        self = 0;
+        self = world->processes[0].main_actor;
         platform::exit(program.run());
     }
 
     // The processes run meanwhile: a slot may be given to the next one at any moment.
     void watch_new_processes() {
         for (Process& process : world->processes) {
-            std::int64_t& latest =
-                latest_watched_[static_cast<std::size_t>(&process - world->processes)];
+            std::int64_t& latest = latest_watched_.try_emplace(&process, -1).first->second;
             const std::atomic_ref number(process.number);
             const std::uint32_t expected = number.load();
             const pid_t pid = std::atomic_ref(process.pid).load();
@@ -165,10 +164,9 @@ class Run {
         const bool crashed = is_alive(*dead.process, dead.number);
         if (dead.number == 0 && !crashed) exited_ = true;
         if (!crashed) return;
-        const auto place = static_cast<int>(dead.process - world->processes);
-        const bool held_turn =
-            world->running >= 0 && world->actors[world->running].process == place;
-        end_process(place);
+        const Actor* const running = world->running;  // others may run meanwhile
+        const bool held_turn = running != nullptr && running->process == dead.process;
+        end_process(*dead.process);
         if (held_turn) pass_turn();
     }
 
@@ -190,7 +188,7 @@ class Run {
 
     // Takes the steps that are due in a paced run; returns how long to wait for the next.
     int step_in_pace() {
-        while (world->paced && world->running < 0 && !world->stopped && anyone_alive()) {
+        while (world->paced && world->running == nullptr && !world->stopped && anyone_alive()) {
             if (live_.show) live_.show(console_.get(), errors_.get());
             const Step step = next_step();
             if (step.at == kNever) return -1;
@@ -223,7 +221,7 @@ class Run {
         }
         watch_new_processes();
         for (std::size_t i = 0; i < live_.inputs.size(); ++i) {
-            if (files[1 + i].revents == 0 || world->running >= 0) continue;
+            if (files[1 + i].revents == 0 || world->running != nullptr) continue;
             world->now = std::clamp(present(), world->now, std::max(world->now, next_step().at));
             if (!live_.inputs[i].second()) live_.inputs[i].first = -1;
         }
@@ -232,10 +230,8 @@ class Run {
     Live live_;
     Outcome outcome_;
     RealFile console_, errors_, wake_;
-    std::vector<Watched> watched_;  // living processes
-    // By slot, the number of the latest process that was watched there.
-    std::vector<std::int64_t> latest_watched_ =
-        std::vector<std::int64_t>(std::extent_v<decltype(World::processes)>, -1);
+    std::vector<Watched> watched_;                           // living processes
+    std::map<const Process*, std::int64_t> latest_watched_;  // number of the latest one, by slot
     pid_t leader_ = 0;     // the main process; it leads the group of all processes of the run
     bool exited_ = false;  // the main process exited by itself
     RealClock::time_point start_ = RealClock::now();
@@ -258,10 +254,9 @@ void save_coverage() {
 }
 
 void leave_process(int status) {
-    const int process = world->actors[self].process;
-    if (process == 0 && at_exit_of_main) at_exit_of_main();
+    if (self->process == world->processes && at_exit_of_main) at_exit_of_main();
     save_coverage();
-    end_process(process);
+    end_process(*self->process);
     pass_turn();
     ::_exit(status);
 }

@@ -14,7 +14,7 @@ namespace sim {
 
 struct World : States {
     Microseconds now;
-    std::int16_t running;  // actor that holds the turn
+    Actor* running;  // holds the turn; null = nobody
     std::uint32_t threads_started, children_started;
     std::uint64_t waits_begun;
     pid_t supervisor;

@@ -44,7 +44,7 @@ struct Console final : Device {
     void start() const override {
         for (std::int16_t fd = 0; fd < 3; ++fd) {
             world->files[fd] = {this, fd, 1, keep("console"), 0};
-            world->processes[0].files[fd] = fd;
+            world->processes[0].files[fd] = &world->files[fd];
         }
         for (const TypedLine& line : scenario->person.lines) {
             add_input(from_seconds(line.at), line.text);
