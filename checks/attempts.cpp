@@ -88,7 +88,7 @@ Played played_of(const Outcome& got, const std::string& words) {
     const sim::EventLog& log = got.world->log;
     for (const sim::Event& event : log.all()) {
         const double at_s = static_cast<double>(event.at) / 1e6;
-        const std::string_view device = event.function, text = log.sent(event);
+        const std::string_view device = event.function, text = event.sent;
         if (device == "panel" && text.starts_with("record")) {
             played.leds.emplace(text);
             buzzer_step = false;
@@ -96,7 +96,7 @@ Played played_of(const Outcome& got, const std::string& words) {
         }
         if (device == "line" && text.starts_with("4=") && buzzer_step) played.beeps.push_back(at_s);
         if (device == "ioctl" && event.request == 0x81) key_step = buzzer_step = false;
-        if (!log.is_report(event)) {
+        if (!event.is_report()) {
             continue;
         }
         print_up_to(event.printed, at_s);

@@ -8,7 +8,7 @@ using namespace checks;
 std::string everything(const Outcome& got) {
     std::string text = got.console + got.errors + got.record_bytes;
     for (const sim::Event& event : got.world->log.all())
-        text += sim::to_json(got.world->log, event) + "\n";
+        text += sim::to_json(event) + "\n";
     return text;
 }
 

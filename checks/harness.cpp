@@ -51,8 +51,8 @@ Outcome run_program(const Board& board, const std::function<int()>& program) {
     outcome.end_s = static_cast<double>(got.world->now) / 1e6;
     outcome.world = std::move(got.world);
     for (const sim::Event& event : outcome.world->log.all()) {
-        if (!outcome.world->log.is_report(event)) continue;
-        const std::string_view bytes = outcome.world->log.sent(event);
+        if (!event.is_report()) continue;
+        const std::string_view bytes = event.sent;
         outcome.record_bytes += bytes;
         outcome.records.push_back(sim::gbk_to_utf8(bytes.substr(8)));
     }
@@ -70,7 +70,7 @@ std::string Outcome::said() const {
 std::string Outcome::calls(std::string_view path) const {
     std::string list;
     for (const sim::Event& event : world->log.all()) {
-        if (event.actor == 0 || (path != "*" && world->log.path_of(event) != path)) continue;
+        if (event.is_of_board() || (path != "*" && event.path != path)) continue;
         char line[160];
         const double at = static_cast<double>(event.at) / 1e6;
         const bool closes = std::strcmp(event.function, "close") == 0;
@@ -90,8 +90,7 @@ std::string Outcome::calls(std::string_view path) const {
 int Outcome::count(std::string_view function, std::string_view path) const {
     int count = 0;
     for (const sim::Event& event : world->log.all()) {
-        if (sim::EventLog::is_call(event, function)
-            && (path.empty() || world->log.path_of(event) == path)) {
+        if (event.is_call(function) && (path.empty() || event.path == path)) {
             ++count;
         }
     }
@@ -101,7 +100,7 @@ int Outcome::count(std::string_view function, std::string_view path) const {
 std::vector<double> Outcome::changes(std::string_view device, std::string_view state) const {
     std::vector<double> instants;
     for (const sim::Event& event : world->log.all()) {
-        if (sim::EventLog::is_change(event, device) && world->log.sent(event) == state) {
+        if (event.is_change(device) && event.sent == state) {
             instants.push_back(static_cast<double>(event.at) / 1e6);
         }
     }
@@ -111,7 +110,7 @@ std::vector<double> Outcome::changes(std::string_view device, std::string_view s
 bool Outcome::nothing_is_mounted() const {
     return std::all_of(
         std::begin(world->mount_points), std::end(world->mount_points),
-        [](const sim::MountPoint& point) { return point.path == 0 || point.disk < 0; });
+        [](const sim::MountPoint& point) { return !point.is_used() || point.disk < 0; });
 }
 
 Board healthy(const std::string& changes) {

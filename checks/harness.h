@@ -41,7 +41,7 @@ struct Outcome {
     Capability capability{};
     std::string stopped;  // why the run was stopped; empty = it was not
     double end_s = 0;
-    std::unique_ptr<sim::World, sim::Outcome::Unmap> world;
+    std::shared_ptr<sim::World> world;
 
     // The console after the texts of the preparation.
     std::string said() const;

@@ -32,7 +32,7 @@ std::string texts_of(const Outcome& got) {
 std::string end_of(const Outcome& got) {
     const auto& events = got.world->log.all();
     const auto calls = std::count_if(events.begin(), events.end(),
-                                     [](const sim::Event& event) { return event.actor != 0; });
+                                     [](const sim::Event& event) { return !event.is_of_board(); });
     char end[100];
     std::snprintf(end, sizeof end, "%s %d after %.3f s, %zu beeps, %td calls",
                   got.signal != 0 ? "signal" : "status", got.signal != 0 ? got.signal : got.status,

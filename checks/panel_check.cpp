@@ -44,13 +44,11 @@ std::string said_by_key_loop(std::vector<std::string> reads) {
 std::string written(const Outcome& got, std::string_view actor) {
     std::string list;
     for (const sim::Event& event : got.world->log.all()) {
-        if (event.actor == 0 || event.function != std::string_view("write")
-            || got.world->log.path_of(event) != "/dev/ttyS2"
-            || got.world->log.actor_of(event) != actor) {
+        if (event.is_of_board() || event.function != std::string_view("write")
+            || event.path != "/dev/ttyS2" || event.actor != actor) {
             continue;
         }
-        const auto* frame =
-            reinterpret_cast<const std::uint8_t*>(got.world->log.sent(event).data());
+        const auto* frame = reinterpret_cast<const std::uint8_t*>(event.sent.data());
         char text[40];
         std::snprintf(text, sizeof text, "%.3f %02X %02X%02X | ",
                       static_cast<double>(event.at) / 1e6, frame[3], frame[4], frame[5]);

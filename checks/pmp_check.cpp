@@ -36,7 +36,7 @@ std::string sent_to_bridge(const Outcome& got) {
     std::string list;
     for (const sim::Event& event : got.world->log.all()) {
         if (event.request != 0x197B) continue;
-        for (const char byte : got.world->log.sent(event)) {
+        for (const char byte : event.sent) {
             char text[8];
             std::snprintf(text, sizeof text, "%02X ", static_cast<unsigned char>(byte));
             list += text;

@@ -24,8 +24,8 @@ int sleeps_before_sending() {
     const Outcome got = run("");
     int sleeps = 0;
     for (const sim::Event& event : got.world->log.all()) {
-        if (got.world->log.path_of(event) == "/dev/ttyS0" && event.result == 1024) break;
-        const bool of_main = got.world->log.actor_of(event) == std::string_view("main");
+        if (event.path == "/dev/ttyS0" && event.result == 1024) break;
+        const bool of_main = event.actor == std::string_view("main");
         sleeps += of_main && event.function == std::string_view("sleep") ? 1 : 0;
     }
     return sleeps;

@@ -71,7 +71,7 @@ std::vector<Fault> faults_of(const std::string& path, const sim::Event& event,
 std::map<std::string, int> open_paths(const sim::World& world) {
     std::map<std::string, int> paths;
     for (const sim::OpenFile* file : world.processes[0].files) {
-        if (file != nullptr) ++paths[world.log.text + file->path];
+        if (file != nullptr) ++paths[std::string(file->path)];
     }
     return paths;
 }
@@ -101,7 +101,7 @@ void judge(const Outcome& got, const Outcome& healthy, const sim::Event& event,
                 || has(got.console, "INFO: Upload complete\n"));
     if (got.signal != 0) return;
 
-    const bool on_control = healthy.world->log.path_of(event) == "/dev/zebio";
+    const bool on_control = event.path == "/dev/zebio";
     const bool buzzer_unreachable =
         on_control && (event.request == 0x01 || fault.onwards || is(event, "open"));
     EXPECT_TRUE(got.world->control.level[4] == 1 || buzzer_unreachable) << "the buzzer sounds";
@@ -133,8 +133,8 @@ void sweep_faults(const Board& healthy_board, const std::string& words) {
     std::uint32_t ordinal = 0;
     int runs = 0, met = 0;
     for (const sim::Event& event : healthy.world->log.all()) {
-        if (event.actor == 0) continue;
-        const std::string path(healthy.world->log.path_of(event));
+        if (event.is_of_board()) continue;
+        const std::string path(event.path);
         const std::uint32_t matching = ++calls_so_far[event.function + path];
         for (const Fault& fault : faults_of(path, event, ++ordinal, matching)) {
             if (endless_by_design(fault) || ++met % sample() != 0) continue;
@@ -197,7 +197,7 @@ TEST(InterruptSweep, EveryWaitEndsByTheInterruptAndPrintsItsCountsOnce) {
     for (const std::string& words : commands) {
         const Outcome healthy_run = run(words);
         for (const sim::Event& event : healthy_run.world->log.all()) {
-            if (event.actor == 0 || event.ended <= event.at || ++met % sample() != 0) continue;
+            if (event.is_of_board() || event.ended <= event.at || ++met % sample() != 0) continue;
             Board board = healthy();
             board.person.interrupts = {static_cast<double>(event.at + event.ended) / 2e6};
             const Outcome got = run(board, words);

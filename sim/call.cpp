@@ -29,7 +29,7 @@ void stop_if_spinning(const char* function) {
     if (actor.instant != world->now) actor.calls_at_instant = 0;
     actor.instant = world->now;
     if (++actor.calls_at_instant < kSpinning) return;
-    stop_here("%s was spinning: %u calls at %.6f s, the latest one %s", world->name_of(actor),
+    stop_here("%s was spinning: %u calls at %.6f s, the latest one %s", actor.name.data(),
               kSpinning, to_seconds(world->now), function);
 }
 
@@ -55,7 +55,7 @@ Call::Call(const char* function, std::string_view path, std::int64_t argument) {
     stop_if_spinning(function);
     event_ = &new_event(function);
     event_->argument = argument;
-    if (!path.empty()) event_->path = keep(path);
+    event_->path = keep(path);
 }
 
 Call::Call(const char* function, Fd fd, std::int64_t argument, std::uint32_t request)
@@ -75,18 +75,6 @@ int Call::begin() {
         stop_here("the power failed");
     }
     return has(Fault::Effect::error) ? fault_->error : 0;
-}
-
-void Call::sent(const void* bytes, std::size_t size) {
-    if (size == 0) return;
-    event_->sent = keep({static_cast<const char*>(bytes), size});
-    event_->sent_size = static_cast<std::uint32_t>(size);
-}
-
-void Call::got(const void* bytes, std::size_t size) {
-    if (size == 0) return;
-    event_->got = keep({static_cast<const char*>(bytes), size});
-    event_->got_size = static_cast<std::uint32_t>(size);
 }
 
 std::size_t Call::shortened(std::size_t size) const {

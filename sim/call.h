@@ -32,8 +32,9 @@ class Call {
     Call(const char* function, std::string_view path, std::int64_t argument);
     Call(const char* function, Fd fd, std::int64_t argument = 0, std::uint32_t request = 0);
 
-    void sent(const void* bytes, std::size_t size);
-    void got(const void* bytes, std::size_t size);
+    // Bytes in and out, for the event log.
+    void sent(std::string_view bytes) { event_->sent = keep(bytes); }
+    void got(std::string_view bytes) { event_->got = keep(bytes); }
 
     // The size of a read or write, as far as a fault allows it.
     std::size_t shortened(std::size_t size) const;

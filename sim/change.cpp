@@ -17,15 +17,29 @@ namespace {
 Board present;               // the copy of this process
 std::uint32_t followed = 0;  // changes applied to it
 
+// Applies the change for the whole run.
 void make(std::size_t place) {
     if (world->changes_made == std::size(world->made))
         stop_here("more than %zu changes", std::size(world->made));
     ++world->changes[place].came;
     note("change", "%s", present.changes[place].place.c_str());
-    for (const Device* device : all_devices())
+    for (const Device* device : kDevices)
         device->before_change();
     world->made[world->changes_made++] = static_cast<std::uint8_t>(place);
     follow_changes();
+}
+
+// Makes each change whose trigger, of this kind, has come; false = none.
+template <class HasCome>
+bool make_changes(Change::Trigger trigger, HasCome has_come) {
+    bool any = false;
+    for (std::size_t i = 0; i < present.changes.size(); ++i) {
+        const Change& change = present.changes[i];
+        if (change.trigger != trigger || !has_come(change, world->changes[i])) continue;
+        make(i);
+        any = true;
+    }
+    return any;
 }
 
 }  // namespace
@@ -72,32 +86,23 @@ Microseconds next_change_at() {
 }
 
 void make_due_changes() {
-    for (std::size_t i = 0; i < present.changes.size(); ++i) {
-        ChangeState& state = world->changes[i];
-        if (state.due > world->now) continue;
-        const Microseconds period = from_seconds(present.changes[i].every);
+    make_changes(Change::Trigger::time, [](const Change& change, ChangeState& state) {
+        if (state.due > world->now) return false;
+        const Microseconds period = from_seconds(change.every);
         state.due = period > 0 ? state.due + period : kNever;
-        make(i);
-    }
+        return true;
+    });
 }
 
 void make_changes_of_call(const Event& call) {
-    for (std::size_t i = 0; i < present.changes.size(); ++i) {
-        const Change& change = present.changes[i];
-        if (change.trigger != Change::Trigger::call || !change.concerns(call)) continue;
-        if (++world->changes[i].matches == change.nth) make(i);
-    }
+    make_changes(Change::Trigger::call, [&](const Change& change, ChangeState& state) {
+        return change.concerns(call) && ++state.matches == change.nth;
+    });
 }
 
 bool make_changes_of_key(std::string_view key) {
-    bool any = false;
-    for (std::size_t i = 0; i < present.changes.size(); ++i) {
-        if (present.changes[i].trigger != Change::Trigger::key || present.changes[i].key != key)
-            continue;
-        make(i);
-        any = true;
-    }
-    return any;
+    return make_changes(Change::Trigger::key,
+                        [&](const Change& change, auto&) { return change.key == key; });
 }
 
 }  // namespace sim

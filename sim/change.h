@@ -26,10 +26,8 @@ struct Change : Match {  // a matching call triggers it before the call is carri
 };
 void describe(Keys& keys, Change& change);
 
-struct ChangeState {
-    Microseconds due;       // of a trigger by time; kNever = done
-    std::uint32_t matches;  // calls so far
-    std::uint32_t came;     // times that it was applied
+struct ChangeState : MatchState {
+    Microseconds due;  // of a trigger by time; kNever = done
 };
 
 // Prepares the changes of the board. From then on `scenario` is the board as it is now. Each process

@@ -41,10 +41,10 @@ std::string all_waits() {
     std::string text;
     for (const Actor& actor : world->actors) {
         if (actor.state != State::alive) continue;
-        text += std::string("\n  ") + world->name_of(actor) + ": ";
+        text.append("\n  ").append(actor.name).append(": ");
         if (actor.file != nullptr) {
-            text += std::string("for ") + world->log.text_at(actor.file->path) + " to become "
-                    + (actor.direction == Direction::read ? "readable" : "writable");
+            text.append("for ").append(actor.file->path).append(" to become ");
+            text += (actor.direction == Direction::read ? "readable" : "writable");
             if (actor.until == kNever) continue;
             text += ", ";
         }
@@ -112,7 +112,7 @@ Step next_step() {
         first = actor.order;
     }
     Microseconds board_at = next_change_at();
-    for (const Device* device : all_devices())
+    for (const Device* device : kDevices)
         board_at = std::min(board_at, device->acts_at());
     if (board_at <= next.at) next = {std::max(board_at, world->now), nullptr};
     return next;
@@ -131,7 +131,7 @@ void run_step(const Step& step) {
     world->now = step.at;
     if (step.actor == nullptr) {
         make_due_changes();
-        for (const Device* device : all_devices())
+        for (const Device* device : kDevices)
             if (device->acts_at() <= world->now) device->act();
         return;
     }

@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <span>
 #include <string>
 #include <string_view>
 
@@ -42,20 +41,6 @@ void tell_places(const Places& tell, std::string_view folder,
         tell(folder, item.present ? std::string_view(name) : std::string_view());
 }
 
-// Finds the index of a path. It allocates nothing: a process that was forked beside threads searches,
-// too, and the lock of an allocator that cannot follow a fork may have been held.
-struct PlaceSearch {
-    std::string_view path;
-    int found = -1, next = 0;
-
-    void operator()(std::string_view folder, std::string_view name) {
-        const bool is_here = !name.empty() && path.size() == folder.size() + name.size()
-                             && path.starts_with(folder) && path.ends_with(name);
-        if (is_here && found < 0) found = next;
-        ++next;
-    }
-};
-
 class Device {
   public:
     // Reads what a scenario says of it into the board.
@@ -80,9 +65,8 @@ class Device {
     virtual std::int64_t size(int) const { return -1; }  // of a file that can be sought; -1 = none
     virtual termios* attributes(int) const { return nullptr; }  // of a serial line
 
-    // The first instant, not before the present one, at which the file is ready. kNever = not by
-    // itself.
-    virtual Microseconds ready_at(const OpenFile&, Direction) const;
+    // The instant from which on the file is ready. kNever = not by itself.
+    virtual Microseconds ready_at(const OpenFile&, Direction) const { return 0; }
 
     // When the device next does something by itself, and what.
     virtual Microseconds acts_at() const { return kNever; }
@@ -93,9 +77,11 @@ class Device {
 };
 
 int index_of(const Device& device, std::string_view path);  // -1 = nothing lies there
-std::span<const Device* const> all_devices();               // in the order of the device table
 
-// The device with this path, and which one of its kind lies there; null: the board has no such path.
-const Device* find_device(std::string_view path, int* index);
+struct Place {
+    const Device* device;  // null: the board has no such path
+    int index;             // which one of its kind
+};
+Place find_place(std::string_view path);
 
 }  // namespace sim

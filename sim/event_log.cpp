@@ -28,39 +28,26 @@ std::string hexadecimal(std::string_view bytes) {
 
 int console_stream = STDOUT_FILENO;
 
-bool EventLog::is_call(const Event& event, std::string_view function) {
-    return event.actor != 0 && event.function == function;
-}
-
-bool EventLog::is_change(const Event& event, std::string_view device) {
-    return event.actor == 0 && event.function == device;
-}
-
-bool EventLog::is_report(const Event& event) const {
-    return is_call(event, "write") && event.ended >= 0 && event.result > 0
-           && path_of(event) == "/var/q7.fifo";
-}
-
-std::string to_json(const EventLog& log, const Event& event) {
+std::string to_json(const Event& event) {
     nlohmann::ordered_json line;
     line["at"] = to_seconds(event.at);
-    if (event.actor == 0) {
+    if (event.is_of_board()) {
         line["device"] = event.function;
-        line["state"] = log.sent(event);
+        line["state"] = event.sent;
         return line.dump();
     }
-    line["actor"] = log.actor_of(event);
+    line["actor"] = event.actor;
     line["call"] = event.function;
     if (event.fd >= 0) line["fd"] = event.fd;
-    if (event.path != 0) line["path"] = log.path_of(event);
+    if (!event.path.empty()) line["path"] = event.path;
     if (std::strcmp(event.function, "ioctl") == 0) {
         char request[16];
         std::snprintf(request, sizeof request, "0x%X", event.request);
         line["request"] = request;
     }
     line["argument"] = event.argument;
-    if (event.sent_size > 0) line["sent"] = hexadecimal(log.sent(event));
-    if (event.got_size > 0) line["got"] = hexadecimal(log.got(event));
+    if (!event.sent.empty()) line["sent"] = hexadecimal(event.sent);
+    if (!event.got.empty()) line["got"] = hexadecimal(event.got);
     line["printed"] = event.printed;
     if (event.ended >= 0) {
         if (event.ended != event.at) line["ended"] = to_seconds(event.ended);
@@ -81,20 +68,19 @@ Event& new_event(const char* function) {
     event.function = function;
     event.fd = -1;
     event.printed = static_cast<std::uint32_t>(::lseek(console_stream, 0, SEEK_CUR));
-    event.actor = self == nullptr ? 0 : self->name;
+    if (self != nullptr) event.actor = self->name;
     return event;
 }
 
-std::uint32_t keep(std::string_view bytes) {
+std::string_view keep(std::string_view bytes) {
+    if (bytes.empty()) return {};
     EventLog& log = world->log;
     if (bytes.size() + 1 > sizeof log.text - log.text_used) {
         stop_here("more than %zu bytes in the event log", sizeof log.text);
     }
-    if (log.text_used == 0) log.text_used = 1;  // place 0 is the empty text
-    const std::uint32_t place = log.text_used;
-    std::memcpy(log.text + place, bytes.data(), bytes.size());
-    log.text_used += static_cast<std::uint32_t>(bytes.size()) + 1;
-    return place;
+    char* const place = log.text + log.text_used;
+    log.text_used += static_cast<std::uint32_t>(bytes.copy(place, bytes.size())) + 1;
+    return {place, bytes.size()};
 }
 
 void note(const char* device, const char* format, ...) {
@@ -104,10 +90,9 @@ void note(const char* device, const char* format, ...) {
     std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
     Event& event = new_event(device);
-    event.actor = 0;
+    event.actor = {};
     event.ended = world->now;
     event.sent = keep(text);
-    event.sent_size = static_cast<std::uint32_t>(std::strlen(text));
 }
 
 }  // namespace sim

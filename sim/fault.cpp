@@ -35,18 +35,17 @@ std::vector<std::pair<std::string, std::string>> calls() {
 }
 
 std::uint32_t opcode_of(const Event& event) {
-    const std::string_view sent = world->log.sent(event);
-    return event.request == 0x197B && sent.size() > 1 ? static_cast<std::uint8_t>(sent[1]) : 0;
+    const bool has_opcode = event.request == 0x197B && event.sent.size() > 1;
+    return has_opcode ? static_cast<std::uint8_t>(event.sent[1]) : 0;
 }
 
 }  // namespace
 
 bool Match::concerns(const Event& event) const {
-    return (call.empty() || call == event.function)
-           && (path.empty() || path == world->log.path_of(event))
+    return (call.empty() || call == event.function) && (path.empty() || path == event.path)
            && (request == 0 || request == event.request)
            && (opcode == 0 || opcode == opcode_of(event))
-           && (actor.empty() || actor == world->log.actor_of(event));
+           && (actor.empty() || actor == event.actor);
 }
 
 void describe(Keys& keys, Match& match) {
@@ -88,8 +87,11 @@ const Fault* matching_fault(const Event& event) {
     for (std::size_t i = 0; i < scenario->faults.size(); ++i) {
         const Fault& fault = scenario->faults[i];
         if (!fault.concerns(event)) continue;
-        const std::uint32_t match = ++world->fault_matches[i];
-        if (match == fault.nth || (fault.onwards && match > fault.nth)) found = &fault;
+        MatchState& state = world->faults[i];
+        ++state.matches;
+        if (state.matches != fault.nth && !(fault.onwards && state.matches > fault.nth)) continue;
+        ++state.came;
+        found = &fault;
     }
     return found;
 }

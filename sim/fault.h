@@ -25,6 +25,11 @@ struct Match {
 };
 void describe(Keys& keys, Match& match);
 
+struct MatchState {         // of a fault or change in the run
+    std::uint32_t matches;  // calls so far
+    std::uint32_t came;     // times that it came
+};
+
 // Takes the place of the n-th matching call or, with `onwards`, of each from then on.
 struct Fault : Match {
     enum class Effect : std::uint8_t { error, shorten, value, interrupt, power_cut };

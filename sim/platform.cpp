@@ -26,21 +26,15 @@ using namespace sim;
 
 namespace {
 
+std::string_view bytes(const void* data, std::size_t size) {
+    return {static_cast<const char*>(data), size};
+}
+
 long open_path(const char* path, int flags) {
-    int index = 0;
-    const Device* const device = find_device(path, &index);
+    const auto [device, index] = find_place(path);
     if (device == nullptr) return -ENOENT;
     const long opened = device->open(index, flags);
     return opened < 0 ? opened : new_descriptor(*device, index, path);
-}
-
-// Runs the body of a call that needs an open descriptor.
-template <class Body>
-long on_file(Call& call, Body body) {
-    return call.run([&]() -> long {
-        OpenFile* file = call.file();
-        return file == nullptr ? -EBADF : body(*file);
-    });
 }
 
 // Runs the body of a call without a descriptor; without a body it succeeds.
@@ -52,28 +46,56 @@ int run(
     return static_cast<int>(call.run(body));
 }
 
+// Runs the body of a call that needs an open descriptor.
+template <class Result = int, class Body>
+Result on_file(Call& call, Body body) {
+    return static_cast<Result>(call.run([&]() -> long {
+        OpenFile* file = call.file();
+        return file == nullptr ? -EBADF : body(*file);
+    }));
+}
+
+// Runs the body of a call on a serial line.
+template <class Body>
+int on_line(const char* function, int fd, std::int64_t argument, Body body) {
+    Call call(function, Fd{fd}, argument);
+    return on_file(call, [&](OpenFile& file) -> long {
+        termios* const attributes = file.device->attributes(file.index);
+        if (attributes == nullptr) return -ENOTTY;
+        body(*attributes);
+        return 0;
+    });
+}
+
+// The descriptor is closed even if the call then reports an error.
+int close_file(const char* function, int fd) {
+    Call call(function, Fd{fd});
+    const long closed = close_descriptor(fd);
+    return static_cast<int>(call.run([&] { return closed; }));
+}
+
 int select_one(const char* function, int fd, Direction direction, timeval* remaining) {
     const Microseconds budget = remaining->tv_sec * 1'000'000 + Microseconds{remaining->tv_usec};
     Call call(function, Fd{fd}, budget);
-    return static_cast<int>(on_file(call, [&](OpenFile& file) -> long {
+    return on_file(call, [&](OpenFile& file) -> long {
         const Microseconds until = world->now + budget;
         const Wake wake = wait_until(until, &file, direction);
         const Microseconds rest = until - world->now;
         remaining->tv_sec = static_cast<time_t>(rest / 1'000'000);
         remaining->tv_usec = static_cast<suseconds_t>(rest % 1'000'000);
         return wake == Wake::interrupt ? -EINTR : wake == Wake::ready ? 1 : 0;
-    }));
+    });
 }
 
 int control(int fd, std::uint32_t request, Argument argument) {
     Call call("ioctl", Fd{fd}, argument.value, request);
-    const OpenFile* const open = call.file();
-    if (open != nullptr) call.sent(argument.block, open->device->sent_size(request));
-    return static_cast<int>(on_file(call, [&](OpenFile& file) {
+    if (call.file() != nullptr)
+        call.sent(bytes(argument.block, call.file()->device->sent_size(request)));
+    return on_file(call, [&](OpenFile& file) {
         const long result = file.device->ioctl(file, request, argument);
-        call.got(argument.answer.data(), argument.answer.size());
+        call.got(argument.answer);
         return result;
-    }));
+    });
 }
 
 void* run_thread(void* actor) {
@@ -108,24 +130,20 @@ int open(const char* path, int flags) {
     return run("open", path, flags, [&] { return open_path(path, flags); });
 }
 
-int close(int fd) {
-    Call call("close", Fd{fd});
-    const long closed = close_descriptor(fd);  // even if close then reports an error
-    return static_cast<int>(call.run([&] { return closed; }));
-}
+int close(int fd) { return close_file("close", fd); }
 
 ssize_t read(int fd, void* data, std::size_t size) {
     Call call("read", Fd{fd}, static_cast<std::int64_t>(size));
-    return on_file(call, [&](OpenFile& file) {
+    return on_file<ssize_t>(call, [&](OpenFile& file) {
         const long count = file.device->read(file, data, call.shortened(size));
-        if (count > 0) call.got(data, static_cast<std::size_t>(count));
+        if (count > 0) call.got(bytes(data, static_cast<std::size_t>(count)));
         return count;
     });
 }
 
 ssize_t pread(int fd, void* data, std::size_t size, off_t offset) {
     Call call("pread", Fd{fd}, offset);
-    return on_file(call, [&](OpenFile& file) {
+    return on_file<ssize_t>(call, [&](OpenFile& file) {
         OpenFile place = file;
         place.offset = offset;
         return file.device->read(place, data, call.shortened(size));
@@ -134,8 +152,8 @@ ssize_t pread(int fd, void* data, std::size_t size, off_t offset) {
 
 ssize_t write(int fd, const void* data, std::size_t size) {
     Call call("write", Fd{fd}, static_cast<std::int64_t>(size));
-    call.sent(data, size);
-    return on_file(
+    call.sent(bytes(data, size));
+    return on_file<ssize_t>(
         call, [&](OpenFile& file) { return file.device->write(file, data, call.shortened(size)); });
 }
 
@@ -144,7 +162,7 @@ ssize_t write_text(int fd, const void* text, std::size_t size) { return ::write(
 
 off_t lseek(int fd, off_t offset, int whence) {
     Call call("lseek", Fd{fd}, offset);
-    return on_file(call, [&](OpenFile& file) -> long {
+    return on_file<off_t>(call, [&](OpenFile& file) -> long {
         const std::int64_t size = file.device->size(file.index);
         const std::int64_t from = whence == SEEK_SET ? 0 : whence == SEEK_END ? size : file.offset;
         if (size < 0) return -ESPIPE;
@@ -179,21 +197,11 @@ int wait_writable(int fd, timeval* remaining) {
 }
 
 int tcgetattr(int fd, termios* attributes) {
-    Call call("tcgetattr", Fd{fd});
-    return static_cast<int>(on_file(call, [&](OpenFile& file) -> long {
-        const termios* line = file.device->attributes(file.index);
-        if (line != nullptr) *attributes = *line;
-        return line == nullptr ? -ENOTTY : 0;
-    }));
+    return on_line("tcgetattr", fd, 0, [&](const termios& line) { *attributes = line; });
 }
 
 int tcsetattr(int fd, int when, const termios* attributes) {
-    Call call("tcsetattr", Fd{fd}, when);
-    return static_cast<int>(on_file(call, [&](OpenFile& file) -> long {
-        termios* line = file.device->attributes(file.index);
-        if (line != nullptr) *line = *attributes;
-        return line == nullptr ? -ENOTTY : 0;
-    }));
+    return on_line("tcsetattr", fd, when, [&](termios& line) { line = *attributes; });
 }
 
 int sleep_ms(unsigned duration_ms) {
@@ -282,10 +290,8 @@ int uname(utsname* names) {
 }
 
 int access(const char* path) {
-    return run("access", path, 0, [&]() -> long {
-        int index = 0;
-        return find_device(path, &index) == nullptr ? -ENOENT : 0;
-    });
+    return run("access", path, 0,
+               [&] { return find_place(path).device == nullptr ? -ENOENT : 0L; });
 }
 
 int mkdir(const char* path, mode_t) {
@@ -311,7 +317,7 @@ int statfs(const char* path, struct ::statfs* statistics) {
     Call call("statfs", path, 0);
     return static_cast<int>(call.run([&] {
         const long result = sim::statistics(path, *statistics);
-        if (result == 0) call.got(statistics, sizeof *statistics);
+        if (result == 0) call.got(bytes(statistics, sizeof *statistics));
         return result;
     }));
 }
@@ -333,17 +339,13 @@ const char* readdir(Directory* directory) {
     const char* name = nullptr;
     on_file(call, [&](OpenFile& file) -> long {
         name = next_entry(file);
-        if (name != nullptr) call.got(name, std::strlen(name));
+        if (name != nullptr) call.got(name);
         return name != nullptr ? 1 : 0;
     });
     return name;
 }
 
-int closedir(Directory* directory) {
-    Call call("closedir", Fd{descriptor_of(directory)});
-    const long closed = close_descriptor(descriptor_of(directory));
-    return static_cast<int>(call.run([&] { return closed; }));
-}
+int closedir(Directory* directory) { return close_file("closedir", descriptor_of(directory)); }
 
 int remove(const char* path) {
     return run("remove", path, 0, [&] { return remove_file(path); });

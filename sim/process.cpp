@@ -17,14 +17,6 @@ namespace {
 
 constexpr pid_t kFirstPid = 100;  // what the product sees; the host's numbers differ each time
 
-template <class Slot, std::size_t kCount>
-Slot& free_slot(Slot (&slots)[kCount], const char* what) {
-    Slot* const found =
-        std::find_if(slots, slots + kCount, [](const Slot& slot) { return !slot.is_used(); });
-    if (found == slots + kCount) stop_here("more than %zu %s", kCount, what);
-    return *found;
-}
-
 Actor* add_actor(Process& process, const char* kind, unsigned number) {
     char name[20];
     std::snprintf(name, sizeof name, number == 0 ? "%s" : "%s%u", kind, number);

@@ -30,7 +30,7 @@ struct Actor {
     std::uint64_t order;   // of its wait among all waits
     Microseconds instant;  // time of its latest call
     std::uint32_t calls_at_instant;
-    std::uint32_t name;  // in the text arena: "main", "thread1", "child1" ...
+    std::string_view name;  // "main", "thread1", "child1" ...
     sem_t turn;
 
     bool is_used() const { return state != State::unused; }
@@ -52,7 +52,7 @@ struct OpenFile {
     const Device* device;  // of the device table
     std::int16_t index;    // which one of its kind
     std::int16_t users;    // descriptors that refer to it; 0 = free
-    std::uint32_t path;    // in the text arena
+    std::string_view path;
     std::int64_t offset;
 
     bool is_used() const { return users > 0; }

@@ -64,13 +64,11 @@ std::string content_of(const RealFile& file) {
     return text;
 }
 
-World* new_world() {
+std::shared_ptr<World> new_world() {
     void* mapping = ::mmap(nullptr, sizeof(World), PROT_READ | PROT_WRITE,
                            MAP_SHARED | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (mapping == MAP_FAILED) fail("mmap");
-    World* made = static_cast<World*>(mapping);
-    made->supervisor = ::getpid();
-    return made;
+    return {static_cast<World*>(mapping), [](World* made) { ::munmap(made, sizeof *made); }};
 }
 
 // One run, from the fork to the death of the last process.
@@ -81,8 +79,9 @@ class Run {
           console_(::memfd_create("console", 0), "memfd_create"),
           errors_(::memfd_create("errors", 0), "memfd_create"),
           wake_(::eventfd(0, EFD_NONBLOCK), "eventfd") {
-        outcome_.world.reset(new_world());
+        outcome_.world = new_world();
         world = outcome_.world.get();
+        world->supervisor = ::getpid();
         self = nullptr;
         console_stream = console_.get();
         world->wake_supervisor = wake_.get();
@@ -90,7 +89,7 @@ class Run {
         start_first_process();
         start_changes(description);
         if (description.faults.size() > kMostFaults) stop_here("more than %zu faults", kMostFaults);
-        for (const Device* device : all_devices())
+        for (const Device* device : kDevices)
             device->start();
         if (world->stopped) throw std::length_error(world->stop_reason);
         ::prctl(PR_SET_CHILD_SUBREAPER, 1);
@@ -238,8 +237,6 @@ class Run {
 };
 
 }  // namespace
-
-void Outcome::Unmap::operator()(World* mapping) const { ::munmap(mapping, sizeof(World)); }
 
 Outcome simulate(const Board& description, const Program& program, const Live& live) {
     return Run(description, program, live).finish();

@@ -33,10 +33,7 @@ struct Outcome {
     std::string reason{};
     std::string console{}, errors{};  // bytes on standard output and standard error
 
-    struct Unmap {
-        void operator()(World* mapping) const;
-    };
-    std::unique_ptr<World, Unmap> world{};  // as the run left it
+    std::shared_ptr<World> world{};  // as the run left it
 };
 
 Outcome simulate(const Board& description, const Program& program, const Live& live = {});

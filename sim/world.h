@@ -4,6 +4,7 @@
 // a message.
 #pragma once
 
+#include <cstddef>
 #include <type_traits>
 
 #include "sim/board.h"
@@ -24,7 +25,7 @@ struct World : States {
     char stop_reason[4096];
     std::uint8_t left[256];  // by the program at its exit, for whoever reads the world
 
-    std::uint32_t fault_matches[kMostFaults];
+    MatchState faults[kMostFaults];
     ChangeState changes[kMostChanges];
     std::uint32_t changes_made;
     std::uint8_t made[1 << 16];  // their places, in order
@@ -34,8 +35,6 @@ struct World : States {
     OpenFile files[8192];
 
     EventLog log;
-
-    const char* name_of(const Actor& actor) const { return log.text_at(actor.name); }
 };
 static_assert(std::is_trivially_copyable_v<World>);
 
@@ -45,5 +44,13 @@ extern World* world;  // of this run; set before the product starts
 // returns; before the run it throws.
 [[gnu::format(printf, 1, 2)]] void stop_run(const char* format, ...);
 [[noreturn, gnu::format(printf, 1, 2)]] void stop_here(const char* format, ...);
+
+// The first slot that is not used. Ends the run where there is none, as "more than 64 pipes".
+template <class Slot, std::size_t kCount>
+Slot& free_slot(Slot (&slots)[kCount], const char* what) {
+    for (Slot& slot : slots)
+        if (!slot.is_used()) return slot;
+    stop_here("more than %zu %s", kCount, what);
+}
 
 }  // namespace sim

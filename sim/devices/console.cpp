@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstring>
 
 #include "sim/clock.h"
 #include "sim/scenario/keys.h"
@@ -35,7 +34,7 @@ void add_input(Microseconds at, std::string_view text) {
         stop_run("more than %zu lines typed and not read", std::size(queue.items));
         return;
     }
-    queue[queue.tail++] = {at, keep(text), static_cast<std::uint32_t>(text.size())};
+    queue[queue.tail++] = {at, keep(text)};
 }
 
 struct Console final : Device {
@@ -66,11 +65,9 @@ struct Console final : Device {
         auto& queue = world->console.typed;
         if (queue.is_empty() || queue.front().at > world->now) return -EAGAIN;
         ConsoleInput& input = queue[queue.head];
-        const std::size_t count = std::min<std::size_t>(size, input.size);
-        std::memcpy(data, world->log.text + input.text, count);
-        input.text += static_cast<std::uint32_t>(count);
-        input.size -= static_cast<std::uint32_t>(count);
-        if (input.size == 0 && count > 0) ++queue.head;
+        const std::size_t count = input.text.copy(static_cast<char*>(data), size);
+        input.text.remove_prefix(count);
+        if (input.text.empty() && count > 0) ++queue.head;
         return static_cast<long>(count);
     }
 
@@ -80,8 +77,8 @@ struct Console final : Device {
 
     Microseconds ready_at(const OpenFile&, Direction direction) const override {
         const auto& queue = world->console.typed;
-        if (direction == Direction::write) return world->now;
-        return queue.is_empty() ? kNever : std::max(queue.front().at, world->now);
+        if (direction == Direction::write) return 0;
+        return queue.is_empty() ? kNever : queue.front().at;
     }
 };
 

@@ -26,7 +26,7 @@ struct Operator {
 
 struct ConsoleInput {
     Microseconds at;
-    std::uint32_t text, size;  // in the text of the log; size 0 = end of input, which stays
+    std::string_view text;  // in the log, what was not read; empty = end of input, which stays
 };
 
 struct ConsoleState {

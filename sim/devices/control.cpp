@@ -39,7 +39,7 @@ enum Request : std::uint32_t {
 };
 
 long ask_others(std::uint32_t request, Argument& argument) {
-    for (const Device* device : all_devices()) {
+    for (const Device* device : kDevices) {
         const long result = device->control(request, argument);
         if (result != -ENOTTY) return result;
     }

@@ -13,9 +13,6 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <iterator>
-
 #include "sim/process.h"
 #include "sim/scenario/keys.h"
 #include "sim/world.h"
@@ -70,7 +67,7 @@ struct Pipes final : Device {
     Microseconds ready_at(const OpenFile& file, Direction direction) const override {
         const Pipe& pipe = pipe_of(file.index);
         const bool readable = !pipe.unread.is_empty() || !pipe.open[kWriting];
-        return direction == Direction::write || readable ? world->now : kNever;
+        return direction == Direction::write || readable ? 0 : kNever;
     }
 };
 
@@ -124,10 +121,8 @@ void use_host_fifo(int fd) { host_fifo = fd; }
 
 long open_pipe(int ends[2], int flags) {
     if (flags != O_NONBLOCK) return -EINVAL;
-    Pipe* const pipe = std::find_if(std::begin(world->pipes), std::end(world->pipes),
-                                    [](const Pipe& each) { return !each.is_used(); });
-    if (pipe == std::end(world->pipes)) stop_here("more than %zu pipes", std::size(world->pipes));
-    const auto index = static_cast<int>(2 * (pipe - world->pipes));
+    Pipe& pipe = free_slot(world->pipes, "pipes");
+    const auto index = static_cast<int>(2 * (&pipe - world->pipes));
     const long reading = new_descriptor(pipe_device, index + kReading, "pipe");
     if (reading < 0) return reading;
     const long writing = new_descriptor(pipe_device, index + kWriting, "pipe");
@@ -135,8 +130,8 @@ long open_pipe(int ends[2], int flags) {
         close_descriptor(static_cast<int>(reading));
         return writing;
     }
-    pipe->open[kReading] = pipe->open[kWriting] = true;
-    pipe->unread.head = pipe->unread.tail;
+    pipe.open[kReading] = pipe.open[kWriting] = true;
+    pipe.unread.head = pipe.unread.tail;
     ends[0] = static_cast<int>(reading);
     ends[1] = static_cast<int>(writing);
     return 0;

@@ -87,7 +87,7 @@ struct SerialNode final : Device {
 
     Microseconds ready_at(const OpenFile& file, Direction direction) const override {
         const SerialLine& line = world->lines[file.index];
-        if (port(file.index).hung_up) return world->now;
+        if (port(file.index).hung_up) return 0;
         if (direction == Direction::write)
             return port(file.index).blocked ? kNever : has_room_at(line);
         return line.arriving.is_empty() ? kNever : line.arriving.front().readable;

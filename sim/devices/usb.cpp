@@ -60,29 +60,26 @@ static void describe(Keys& keys, Usb& usb) {
 
 namespace {
 
+constexpr std::string_view kMountFolder = "/mnt/";
 constexpr std::uint32_t kHostBlockSize = 1024, kHostFreeBlocks = 100'000;
 
-// The disk of this name in the folder; -1 = none.
-int disk_at(std::string_view folder, std::string_view path) {
-    PlaceSearch search{path};
-    tell_places(std::ref(search), folder, scenario->usb.disks);
-    return search.found;
+// The disk with this node; -1 = none.
+int disk_at(std::string_view node) {
+    const int index = index_of(usb_device, node);  // the disks come first
+    return index < std::ssize(scenario->usb.disks) ? index : -1;
 }
 
 const UsbDisk& stick(int place) { return std::next(scenario->usb.disks.begin(), place)->second; }
 
 MountPoint* point_at(std::string_view path) {
     for (MountPoint& point : world->mount_points) {
-        if (point.path != 0 && path == world->log.text + point.path) return &point;
+        if (point.is_used() && point.path == path) return &point;
     }
     return nullptr;
 }
 
 MountPoint& add_point(std::string_view path) {
-    for (MountPoint& point : world->mount_points) {
-        if (point.path == 0) return point = {keep(path), false, -1};
-    }
-    stop_here("more than %zu directories under /mnt", std::size(world->mount_points));
+    return free_slot(world->mount_points, "directories under /mnt") = {keep(path), false, -1};
 }
 
 struct UsbNodes final : Device {
@@ -91,7 +88,7 @@ struct UsbNodes final : Device {
     void start() const override {
         const Usb& usb = scenario->usb;
         for (const std::string& path : usb.mounted)
-            add_point(path).disk = static_cast<std::int16_t>(disk_at("/mnt/", path));
+            add_point(path).disk = disk_at("/dev/" + path.substr(kMountFolder.size()));
         for (const std::string& path : usb.files)
             add_point(path).is_file = true;
         for (const std::string& path : usb.directories)
@@ -111,7 +108,7 @@ struct UsbNodes final : Device {
 const Device& usb_device = UsbNodes{};
 
 long make_directory(std::string_view path) {
-    if (!path.starts_with("/mnt/")) return -ENOENT;
+    if (!path.starts_with(kMountFolder)) return -ENOENT;
     if (point_at(path) != nullptr) return -EEXIST;
     add_point(path);
     return 0;
@@ -122,14 +119,14 @@ long remove_directory(std::string_view path) {
     if (point == nullptr) return -ENOENT;
     if (point->is_file) return -ENOTDIR;
     if (point->disk >= 0) return -EBUSY;
-    point->path = 0;
+    point->path = {};
     return 0;
 }
 
 long mount_disk(std::string_view device, std::string_view directory, std::string_view type,
                 bool by_shell) {
     MountPoint* point = point_at(directory);
-    const int place = disk_at("/dev/", device);
+    const int place = disk_at(device);
     if (point == nullptr || place < 0) return -ENOENT;
     if (point->is_file) return -ENOTDIR;
     if (point->disk >= 0) return -EBUSY;
@@ -138,7 +135,7 @@ long mount_disk(std::string_view device, std::string_view directory, std::string
     if (mount == UsbDisk::Mount::no_driver) return -ENXIO;
     const bool works = mount == UsbDisk::Mount::works || by_shell;
     if (mount == UsbDisk::Mount::no_file_system || !works) return -EINVAL;
-    point->disk = static_cast<std::int16_t>(place);
+    point->disk = place;
     return 0;
 }
 

@@ -38,9 +38,11 @@ struct Usb {
 };
 
 struct MountPoint {
-    std::uint32_t path;  // in the text of the log; 0 = free
-    bool is_file;        // in the way
-    std::int16_t disk;   // that is mounted there, -1 = none
+    std::string_view path;  // in the log; empty = free
+    bool is_file;           // in the way
+    int disk;               // that is mounted there, -1 = none
+
+    bool is_used() const { return !path.empty(); }
 };
 
 extern const Device& usb_device;

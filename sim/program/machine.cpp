@@ -52,11 +52,9 @@ Json run(const Board& board, const std::vector<std::string>& words, const Produc
         summary["sata_disks_found"] = slots.sata_disks_found;
     }
     summary["faults"] = Json::array();
-    for (std::size_t i = 0; i < board.faults.size(); ++i) {
-        const Fault& fault = board.faults[i];
-        const bool came = state.fault_matches[i] >= fault.nth;
-        summary["faults"].push_back({{"place", fault.place}, {"came", came}});
-    }
+    for (std::size_t i = 0; i < board.faults.size(); ++i)
+        summary["faults"].push_back(
+            {{"place", board.faults[i].place}, {"came", state.faults[i].came > 0}});
     summary["changes"] = Json::array();
     for (std::size_t i = 0; i < board.changes.size(); ++i)
         summary["changes"].push_back(
@@ -65,8 +63,7 @@ Json run(const Board& board, const std::vector<std::string>& words, const Produc
     summary["errors"] = gbk_to_utf8(outcome.errors);
     summary["records"] = Json::array();
     for (const Event& event : state.log.all())
-        if (state.log.is_report(event))
-            summary["records"].push_back(gbk_to_utf8(state.log.sent(event).substr(8)));
+        if (event.is_report()) summary["records"].push_back(gbk_to_utf8(event.sent.substr(8)));
     return summary;
 }
 

@@ -232,26 +232,23 @@ int end_like(const sim::Outcome& outcome) {
 
 // Prints the faults and changes of the scenario itself that never came; true if there was any. Those
 // of a base or of a built-in board may be meant for another command.
-bool report_what_never_came(const sim::Board& board, const sim::World& state) {
+bool report_what_never_came(const sim::Board& board, const sim::World& world) {
     bool any = false;
-    const auto report = [&](const sim::Match& what, const char* kind, const std::string& why) {
-        if (board.file.empty() || !what.place.starts_with(board.file + ":")) return;
+    const auto report = [&](const char* kind, const sim::Match& what, bool is_of_call,
+                            const sim::MatchState& state) {
+        if (state.came > 0 || board.file.empty() || !what.place.starts_with(board.file + ":"))
+            return;
         any = true;
-        std::cerr << "q7-sim: " << what.place << ": this " << kind << " never came" << why << "\n";
+        std::cerr << "q7-sim: " << what.place << ": this " << kind << " never came";
+        if (is_of_call)
+            std::cerr << ": " << state.matches << " calls matched, it waits for " << what.nth;
+        std::cerr << "\n";
     };
-    const auto waits = [](std::uint32_t matches, std::uint32_t nth) {
-        return ": " + std::to_string(matches) + " calls matched, it waits for "
-               + std::to_string(nth);
-    };
-    for (std::size_t i = 0; i < board.faults.size(); ++i) {
-        const std::uint32_t matches = state.fault_matches[i], nth = board.faults[i].nth;
-        if (matches < nth) report(board.faults[i], "fault", waits(matches, nth));
-    }
+    for (std::size_t i = 0; i < board.faults.size(); ++i)
+        report("fault", board.faults[i], true, world.faults[i]);
     for (std::size_t i = 0; i < board.changes.size(); ++i) {
-        const sim::Change& change = board.changes[i];
-        const bool of_call = change.trigger == sim::Change::Trigger::call;
-        if (state.changes[i].came == 0)
-            report(change, "change", of_call ? waits(state.changes[i].matches, change.nth) : "");
+        const bool is_of_call = board.changes[i].trigger == sim::Change::Trigger::call;
+        report("change", board.changes[i], is_of_call, world.changes[i]);
     }
     return any;
 }
@@ -273,7 +270,7 @@ sim::Outcome simulate(sim::Board& board, const Options& options) {
     screen.finish();
     if (options.trace) {
         for (const sim::Event& event : outcome.world->log.all())
-            trace << sim::to_json(outcome.world->log, event) << '\n';
+            trace << sim::to_json(event) << '\n';
         close_output(trace, *options.trace);
     }
     save_flashes(board, *outcome.world);

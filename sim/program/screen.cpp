@@ -13,8 +13,8 @@ namespace {
 
 // An LED or buzzer change as a line; empty for other events.
 std::string announcement(const Event& event) {
-    const std::string_view device = event.function, state = world->log.sent(event);
-    if (event.actor != 0) return "";
+    const std::string_view device = event.function, state = event.sent;
+    if (!event.is_of_board()) return "";
     if (device == "panel" && state.starts_with("record")) {
         return "[LEDs] " + std::string(state) + "\n";
     }
@@ -49,11 +49,10 @@ void Screen::show(int console, int errors) {
     for (; next_event_ < world->log.events_used; ++next_event_) {
         const Event& event = world->log.events[next_event_];
         const std::string announced = announces_devices_ ? announcement(event) : "";
-        const bool is_report = world->log.is_report(event);
-        if (announced.empty() && !is_report) continue;
+        if (announced.empty() && !event.is_report()) continue;
         print(console_, console, event.printed);
         if (!leds_.is_shown()) write_all(STDERR_FILENO, announced);
-        if (is_report) show_record(world->log.sent(event));
+        if (event.is_report()) show_record(event.sent);
     }
     print(console_, console, SIZE_MAX);
     if (leds_.is_shown()) leds_.draw(world->panel, world->control.level[4] == 0);

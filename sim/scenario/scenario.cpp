@@ -20,7 +20,7 @@ bool is_time_zone(const std::string& zone) {
 }
 
 void describe_devices(Keys& keys, Board& board) {
-    for (const Device* device : all_devices())
+    for (const Device* device : kDevices)
         device->describe(keys, board);
 }
 
