@@ -4,8 +4,6 @@
 
 #include "sim/change.h"
 #include "sim/clock.h"
-#include "sim/event_log.h"
-#include "sim/process.h"
 #include "sim/world.h"
 
 #ifdef __SANITIZE_THREAD__

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <iterator>
 
-#include "sim/board.h"
 #include "sim/device.h"
 #include "sim/scenario/keys.h"
 #include "sim/world.h"
@@ -55,7 +54,7 @@ void describe(Keys& keys, Change& change) {
     keys.one_of({"at", "key", "call"});
     keys.one_of({"at", "key", "path"});
     keys.one_of({"at", "key", "nth"});
-    keys.only_if(keys.says("at"), {"every"}, "at");
+    keys.only_if(keys.says("at"), "every", "at");
 }
 
 void start_changes(const Board& description) {

@@ -11,10 +11,8 @@
 #include <string>
 #include <utility>
 
-#include "sim/board.h"
 #include "sim/change.h"
 #include "sim/device.h"
-#include "sim/process.h"
 #include "sim/supervisor.h"
 #include "sim/world.h"
 
@@ -29,11 +27,10 @@ bool is_interrupted(const Actor& actor) {
 }
 
 Microseconds end_of_wait(const Actor& actor) {
-    if (actor.interruptible && is_interrupted(actor)) return world->now;
-    Microseconds end = actor.until;
-    if (actor.file != nullptr)
-        end = std::min(end, actor.file->device->ready_at(*actor.file, actor.direction));
-    return std::max(end, world->now);
+    const auto& [until, file, direction, interruptible, order] = actor.wait;
+    if (interruptible && is_interrupted(actor)) return world->now;
+    const Microseconds ready = file == nullptr ? kNever : file->device->ready_at(*file, direction);
+    return std::max(std::min(until, ready), world->now);
 }
 
 // What each actor waits for, on a line of its own.
@@ -42,14 +39,15 @@ std::string all_waits() {
     for (const Actor& actor : world->actors) {
         if (actor.state != State::alive) continue;
         text.append("\n  ").append(actor.name).append(": ");
-        if (actor.file != nullptr) {
-            text.append("for ").append(actor.file->path).append(" to become ");
-            text += (actor.direction == Direction::read ? "readable" : "writable");
-            if (actor.until == kNever) continue;
+        const Wait& wait = actor.wait;
+        if (wait.file != nullptr) {
+            text.append("for ").append(wait.file->path).append(" to become ");
+            text += wait.direction == Direction::read ? "readable" : "writable";
+            if (wait.until == kNever) continue;
             text += ", ";
         }
         char until[40];
-        std::snprintf(until, sizeof until, "until %.6f s", to_seconds(actor.until));
+        std::snprintf(until, sizeof until, "until %.6f s", to_seconds(wait.until));
         text += until;
     }
     return text;
@@ -59,12 +57,9 @@ bool is_ready(const OpenFile* file, Direction direction) {
     return file != nullptr && file->device->ready_at(*file, direction) <= world->now;
 }
 
-void wait_for(Microseconds until, OpenFile* file, Direction direction, bool interruptible) {
-    self->until = until;
-    self->order = ++world->waits_begun;
-    self->file = file;
-    self->direction = direction;
-    self->interruptible = interruptible;
+void wait_for(const Wait& wait) {
+    self->wait = wait;
+    self->wait.order = ++world->waits_begun;
     pass_turn();
     await_turn();
 }
@@ -103,13 +98,12 @@ bool anyone_alive() {
 Step next_step() {
     follow_changes();
     Step next{kNever, nullptr};
-    std::uint64_t first = UINT64_MAX;  // order of that wait
     for (Actor& actor : world->actors) {
         if (actor.state != State::alive) continue;
         const Microseconds at = end_of_wait(actor);
-        if (at > next.at || (at == next.at && actor.order > first)) continue;
-        next = {at, &actor};
-        first = actor.order;
+        const bool is_first = next.actor == nullptr || at < next.at
+                              || (at == next.at && actor.wait.order < next.actor->wait.order);
+        if (is_first) next = {at, &actor};
     }
     Microseconds board_at = next_change_at();
     for (const Device* device : kDevices)
@@ -179,20 +173,20 @@ bool deliver_interrupt() {
     return true;
 }
 
-Wake wait_until(Microseconds until, OpenFile* file, Direction direction) {
+Wake wait_until(Microseconds until, const OpenFile* file, Direction direction) {
     const bool is_over = is_ready(file, direction) || until <= world->now;
-    if (!is_over) wait_for(until, file, direction, true);
+    if (!is_over) wait_for({until, file, direction, true});
     if (deliver_interrupt()) return Wake::interrupt;
     return is_ready(file, direction) ? Wake::ready : Wake::time_up;
 }
 
 void spend_time(Microseconds duration) {
-    if (duration > 0) wait_for(world->now + duration, nullptr, Direction::read, false);
+    if (duration > 0) wait_for({world->now + duration});
     deliver_interrupt();
 }
 
 bool spend_time_in_shell(Microseconds duration) {
-    wait_for(world->now + duration, nullptr, Direction::read, false);
+    wait_for({world->now + duration});
     return std::exchange(self->process->interrupt_pending, false);
 }
 

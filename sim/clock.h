@@ -12,7 +12,7 @@ enum class Wake { time_up, ready, interrupt };
 
 // Ends at `until`, when the open file becomes ready (null = none), or by an interrupt, whose handler
 // has then run, as inside a system call. A wait that is already over keeps the turn.
-Wake wait_until(Microseconds until, OpenFile* file = nullptr,
+Wake wait_until(Microseconds until, const OpenFile* file = nullptr,
                 Direction direction = Direction::read);
 
 // Advances the clock; not interruptible. A pending interrupt is delivered afterwards.

@@ -34,9 +34,8 @@ struct Argument {  // of an ioctl: by value, or a block
 // /dev has "/dev/" and its name. No name = nothing lies there.
 using Places = std::function<void(std::string_view folder, std::string_view name)>;
 
-template <class Item>
-void tell_places(const Places& tell, std::string_view folder,
-                 const std::map<std::string, Item>& items) {
+template <class Map>
+void tell_places(const Places& tell, std::string_view folder, const Map& items) {
     for (const auto& [name, item] : items)
         tell(folder, item.present ? std::string_view(name) : std::string_view());
 }

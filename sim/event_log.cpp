@@ -8,7 +8,6 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
-#include "sim/process.h"
 #include "sim/world.h"
 
 namespace sim {

@@ -1,11 +1,9 @@
 #include "sim/fault.h"
 
 #include <cstring>
-#include <string_view>
 #include <utility>
 #include <vector>
 
-#include "sim/board.h"
 #include "sim/scenario/keys.h"
 #include "sim/world.h"
 
@@ -56,7 +54,7 @@ void describe(Keys& keys, Match& match) {
     keys.key("request", match.request, "request of an ioctl; 0 = any");
     keys.key("opcode", match.opcode, "opcode of a bridge request; 0 = any", {0, 255});
     keys.key("nth", match.nth, "which of the matching calls", {1});
-    keys.only_if(match.call.empty() || match.call == "ioctl", {"request"}, "call = \"ioctl\"");
+    keys.only_if(match.call.empty() || match.call == "ioctl", "request", "call = \"ioctl\"");
 }
 
 void describe(Keys& keys, Fault& fault) {
@@ -76,10 +74,10 @@ void describe(Keys& keys, Fault& fault) {
     keys.key("count", fault.count, "bytes that a short transfer takes at most");
     const bool transfers = fault.call.empty() || fault.call == "read" || fault.call == "pread"
                            || fault.call == "write";
-    keys.only_if(transfers, {"count"}, "call = \"read\", \"pread\" or \"write\"");
-    keys.only_if(fault.effect == Fault::Effect::error, {"errno"}, "effect = \"error\"");
-    keys.only_if(fault.effect == Fault::Effect::value, {"value"}, "effect = \"value\"");
-    keys.only_if(fault.effect == Fault::Effect::shorten, {"count"}, "effect = \"short\"");
+    keys.only_if(transfers, "count", "call = \"read\", \"pread\" or \"write\"");
+    keys.only_if(fault.effect == Fault::Effect::error, "errno", "effect = \"error\"");
+    keys.only_if(fault.effect == Fault::Effect::value, "value", "effect = \"value\"");
+    keys.only_if(fault.effect == Fault::Effect::shorten, "count", "effect = \"short\"");
 }
 
 const Fault* matching_fault(const Event& event) {

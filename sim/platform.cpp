@@ -8,7 +8,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstring>
 #include <utility>
 
@@ -18,7 +17,6 @@
 #include "sim/devices/network.h"
 #include "sim/devices/pipe.h"
 #include "sim/devices/usb.h"
-#include "sim/process.h"
 #include "sim/supervisor.h"
 #include "sim/world.h"
 

@@ -7,8 +7,6 @@
 #include <cstdio>
 #include <iterator>
 
-#include "sim/device.h"
-
 namespace sim {
 
 constinit thread_local Actor* self = nullptr;
@@ -24,8 +22,7 @@ Actor* add_actor(Process& process, const char* kind, unsigned number) {
     actor = {};
     actor.state = State::alive;
     actor.process = &process;
-    actor.until = world->now;
-    actor.order = ++world->waits_begun;
+    actor.wait = {.until = world->now, .order = ++world->waits_begun};
     actor.name = keep(name);
     sem_init(&actor.turn, 1, 0);
     return &actor;
@@ -124,7 +121,7 @@ long new_descriptor(const Device& device, int index, std::string_view path) {
     auto* const closed = std::find(std::begin(files), std::end(files), nullptr);
     if (closed == std::end(files)) return -EMFILE;
     OpenFile& file = free_slot(world->files, "open files");
-    file = {&device, static_cast<std::int16_t>(index), 1, keep(path), 0};
+    file = {&device, index, 1, keep(path), 0};
     *closed = &file;
     return closed - files;
 }

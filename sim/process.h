@@ -18,16 +18,20 @@ struct Process;
 enum class Direction : std::uint8_t { read, write };
 enum class State : std::uint8_t { unused, alive, ended };  // of an actor or a process
 
+struct Wait {  // of an actor
+    Microseconds until;
+    const OpenFile* file = nullptr;  // or until this is ready
+    Direction direction = Direction::read;
+    bool interruptible = false;  // an interrupt ends it early
+    std::uint64_t order = 0;     // among all waits
+};
+
 // A flow of control: the main thread, a thread that it started, a process that it forked.
 struct Actor {
     State state;
-    bool interruptible;   // an interrupt ends its wait early
-    Direction direction;  // of the wait for a descriptor
     Process* process;
     void* (*body)(void*);  // of a thread
-    OpenFile* file;        // that it waits for; null = none
-    Microseconds until;    // end of its wait
-    std::uint64_t order;   // of its wait among all waits
+    Wait wait;
     Microseconds instant;  // time of its latest call
     std::uint32_t calls_at_instant;
     std::string_view name;  // "main", "thread1", "child1" ...
@@ -50,8 +54,8 @@ struct Process {
 
 struct OpenFile {
     const Device* device;  // of the device table
-    std::int16_t index;    // which one of its kind
-    std::int16_t users;    // descriptors that refer to it; 0 = free
+    int index;             // which one of its kind
+    int users;             // descriptors that refer to it; 0 = free
     std::string_view path;
     std::int64_t offset;
 

@@ -20,12 +20,9 @@
 #include <system_error>
 
 #include "platform/platform.h"
-#include "sim/call.h"
 #include "sim/change.h"
 #include "sim/clock.h"
 #include "sim/device.h"
-#include "sim/process.h"
-#include "sim/world.h"
 
 #ifdef Q7_COVERAGE
 extern "C" void __gcov_dump();

@@ -1,7 +1,6 @@
 // The alarm outputs, the inputs, and the fixture that wires them.
 #pragma once
 
-#include <cstdint>
 #include <set>
 #include <vector>
 

@@ -44,9 +44,7 @@ static void describe(Keys& keys, Bridge& bridge) {
         "their page of 256 bytes",
         {0, kFlashSize - 1});
     keys.key("flash", hexadecimal(bridge.flash, kFlashSize), "content of the flash from address 0");
-    keys.key("from", from_file(keys.folder(), bridge.flash, kFlashSize),
-             "a file of this machine with its content");
-    describe_image(keys, bridge.flash);
+    describe_source(keys, bridge.flash, kFlashSize);
     keys.one_of({"flash", "from", "image"});
     keys.key("save", bridge.save, "a file of this machine for the flash as the run leaves it");
     if (keys.says("save")) bridge.save = keys.folder() + bridge.save;
@@ -91,11 +89,9 @@ void chip_erase(const Bridge& bridge, Flash& flash) {
     fail_bad_cells(bridge, flash);
 }
 
-void page_program(const Bridge& bridge, BridgeState& state, std::uint32_t address,
+void page_program(const Bridge& bridge, Flash& flash, std::uint32_t address,
                   const std::uint8_t* data) {
-    Flash& flash = state.flash;
     if (flash.protection != 0 || !begin(flash, bridge.program_time)) return;
-    ++state.programmed_words;
     for (std::uint32_t i = 0; i < 4 && bridge.programs; ++i)
         flash.cells[(address + i) % kFlashSize] &= data[i];
     for (const std::uint32_t cell : bridge.disturbed) {
@@ -105,8 +101,7 @@ void page_program(const Bridge& bridge, BridgeState& state, std::uint32_t addres
     fail_bad_cells(bridge, flash);
 }
 
-void transfer(const Bridge& bridge, BridgeState& state, std::uint8_t* block) {
-    Flash& flash = state.flash;
+void transfer(const Bridge& bridge, Flash& flash, std::uint8_t* block) {
     std::uint8_t* const data = block + kData;
     const std::uint32_t address = get_word(block + kAddress);
     const int command = block[kTransfer] << 8 | block[kOpcode];
@@ -122,7 +117,7 @@ void transfer(const Bridge& bridge, BridgeState& state, std::uint8_t* block) {
     for (std::uint32_t i = 0; i < 4 && command == kReadData; ++i)
         data[i] = flash.cells[(address + i) % kFlashSize];
     if (command == kChipErase) chip_erase(bridge, flash);
-    if (command == kPageProgram) page_program(bridge, state, address, data);
+    if (command == kPageProgram) page_program(bridge, flash, address, data);
 }
 
 void reset(std::uint32_t selector) {
@@ -199,13 +194,16 @@ long pass_through(const std::string& name, Argument& argument) {
         const auto found = registers.find(get_word(block + kAddress));
         put_word(block + kData, found == registers.end() ? 0 : found->second);
     }
-    BridgeState& state = world->bridges[std::distance(scenario->bridges.begin(), bridge)];
+    const auto place = std::distance(scenario->bridges.begin(), bridge);
     const bool first_flash = block[kPort] == 0x80;
-    if (block[kUnit] == 0xF7 && first_flash) transfer(bridge->second, state, block);
+    if (block[kUnit] == 0xF7 && first_flash)
+        transfer(bridge->second, world->bridges[place].flash, block);
     return 0;
 }
 
-void describe_image(Keys& keys, std::string& bytes) {
+void describe_source(Keys& keys, std::string& bytes, std::size_t most) {
+    keys.key("from", from_file(keys.folder(), bytes, most),
+             "a file of this machine with its content");
     std::uint32_t size = 0;
     keys.key("image", size, "a valid firmware image of this many bytes", {0, 131'072});
     if (size != 0) bytes = firmware_image(size);

@@ -1,10 +1,7 @@
 // Port-multiplier bridges with their SPI flash, behind the pass-through request of a disk.
 #pragma once
 
-#include <cstdint>
-#include <map>
 #include <set>
-#include <string>
 
 #include "sim/device.h"
 
@@ -35,8 +32,8 @@ struct Bridge {  // port multiplier with its SPI flash
     std::string save;   // file of this machine for the flash as the run leaves it
 };
 
-// Reads `image = 4096`: an image of this many bytes.
-void describe_image(Keys& keys, std::string& bytes);
+// Reads `from`, a file of at most so many bytes, and `image = 4096`, an image of this many bytes.
+void describe_source(Keys& keys, std::string& bytes, std::size_t most);
 
 struct Flash {
     std::uint8_t cells[kFlashSize];
@@ -48,7 +45,7 @@ struct Flash {
 struct BridgeState {
     Flash flash;
     std::uint8_t running[kFlashSize];  // the firmware that it was last reset with
-    std::uint32_t resets, programmed_words;
+    std::uint32_t resets;
 };
 
 extern const Device& bridge_device;

@@ -41,7 +41,7 @@ struct Console final : Device {
     void describe(Keys& keys, Board& board) const override { keys.table("operator", board.person); }
 
     void start() const override {
-        for (std::int16_t fd = 0; fd < 3; ++fd) {
+        for (int fd = 0; fd < 3; ++fd) {
             world->files[fd] = {this, fd, 1, keep("console"), 0};
             world->processes[0].files[fd] = &world->files[fd];
         }

@@ -1,14 +1,10 @@
 // The standard streams and the operator.
 #pragma once
 
-#include <cstdint>
-#include <string>
-#include <string_view>
 #include <vector>
 
 #include "sim/device.h"
 #include "sim/queue.h"
-#include "sim/time.h"
 
 namespace sim {
 

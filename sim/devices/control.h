@@ -1,11 +1,9 @@
 // The control device, /dev/zebio.
 #pragma once
 
-#include <cstdint>
 #include <set>
 
 #include "sim/device.h"
-#include "sim/time.h"
 
 namespace sim {
 

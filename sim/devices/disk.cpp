@@ -1,7 +1,6 @@
 // SATA, eSATA and miniSAS disks: identity, size, and pass-through requests to their bridge.
 #include "sim/devices/disk.h"
 
-#include <algorithm>
 #include <iterator>
 
 #include "sim/clock.h"
@@ -19,7 +18,7 @@ constexpr std::uint32_t kPassThrough = 0x197B;
 constexpr std::size_t kRegisters = 4;  // of a drive command, before its data
 constexpr Names kNames{"NODE", "sd[a-z] esd[a-z] sas*"};
 
-const Disk& disk_at(int index) { return std::next(scenario->disks.rbegin(), index)->second; }
+const Disk& disk_at(int index) { return std::next(scenario->disks.begin(), index)->second; }
 
 // ATA strings are padded with blanks, and the two bytes of each word are swapped.
 std::string ata_string(std::string text, std::size_t size) {
@@ -75,11 +74,7 @@ struct DiskNodes final : Device {
                    [&](Keys& sub, Disk& disk) { describe_disk(sub, disk, board.bridges); });
     }
 
-    void places(const Places& tell) const override {
-        const auto& disks = scenario->disks;  // the newest node first
-        for (auto at = disks.rbegin(); at != disks.rend(); ++at)
-            tell("/dev/", at->second.present ? std::string_view(at->first) : std::string_view());
-    }
+    void places(const Places& tell) const override { tell_places(tell, "/dev/", scenario->disks); }
 
     long ioctl(OpenFile& file, std::uint32_t request, Argument& argument) const override {
         const Disk& disk = disk_at(file.index);

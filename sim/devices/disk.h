@@ -1,10 +1,6 @@
 // SATA, eSATA and miniSAS disks.
 #pragma once
 
-#include <cstdint>
-#include <map>
-#include <string>
-
 #include "sim/device.h"
 
 namespace sim {

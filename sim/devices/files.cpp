@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <string>
 #include <vector>
 
 #include "sim/devices/bridge.h"
@@ -19,9 +18,7 @@ static void describe(Keys& keys, FileContent& file) {
     keys.key("present", file.present, "false: the board does not have this file of its base");
     keys.key("bytes", hexadecimal(file.bytes), "its content");
     keys.key("text", file.bytes, "its content, as text");
-    keys.key("from", from_file(keys.folder(), file.bytes, kMostBytes),
-             "a file of this machine with its content");
-    describe_image(keys, file.bytes);
+    describe_source(keys, file.bytes, kMostBytes);
     keys.one_of({"bytes", "text", "from", "image"});
     std::int64_t size = -1;
     keys.key("size", size, "bytes that it is cut off at or filled up to; -1 = as they are",
@@ -32,7 +29,11 @@ static void describe(Keys& keys, FileContent& file) {
 namespace {
 
 constexpr Names kPaths{"PATH", "/dav0/zeb321.bin /dav2/devCfg.bin /dav2/devCfg_backup.bin"};
-constexpr int kNull = kMostFiles;  // index of /dev/null
+constexpr int kNull = 0;  // index of /dev/null; the files follow
+
+const std::string& bytes_of(int index) {
+    return std::next(scenario->files.begin(), index - 1)->second.bytes;
+}
 
 struct Files final : Device {
     void describe(Keys& keys, Board& board) const override {
@@ -44,20 +45,17 @@ struct Files final : Device {
     }
 
     void places(const Places& tell) const override {
-        int index = 0;
-        for (const auto& [path, file] : scenario->files) {
-            const bool is_here = file.present && !world->removed[index];
-            tell("", is_here ? std::string_view(path) : std::string_view());
-            ++index;
-        }
-        for (; index < kNull; ++index)
-            tell("", "");
         tell("/dev/", "null");
+        const bool* removed = world->removed;
+        for (const auto& [path, file] : scenario->files) {
+            const bool is_here = !*removed++ && file.present;
+            tell("", is_here ? std::string_view(path) : std::string_view());
+        }
     }
 
     long read(OpenFile& file, void* data, std::size_t size) const override {
         if (file.index == kNull) return 0;
-        const std::string& bytes = std::next(scenario->files.begin(), file.index)->second.bytes;
+        const std::string& bytes = bytes_of(file.index);
         const std::size_t offset = std::min(bytes.size(), static_cast<std::size_t>(file.offset));
         const std::size_t count = bytes.copy(static_cast<char*>(data), size, offset);
         file.offset += static_cast<std::int64_t>(count);
@@ -69,8 +67,7 @@ struct Files final : Device {
     }
 
     std::int64_t size(int index) const override {
-        if (index == kNull) return -1;
-        return std::ssize(std::next(scenario->files.begin(), index)->second.bytes);
+        return index == kNull ? -1 : std::ssize(bytes_of(index));
     }
 };
 
@@ -80,8 +77,8 @@ const Device& file_device = Files{};
 
 long remove_file(std::string_view path) {
     const int index = index_of(file_device, path);
-    if (index < 0 || index == kNull) return -ENOENT;
-    world->removed[index] = true;
+    if (index <= kNull) return -ENOENT;
+    world->removed[index - 1] = true;
     return 0;
 }
 

@@ -1,10 +1,6 @@
 // The regular files of the board, and the directory /dev.
 #pragma once
 
-#include <cstdint>
-#include <map>
-#include <string>
-
 #include "sim/device.h"
 
 namespace sim {

@@ -7,8 +7,21 @@
 #include "sim/world.h"
 
 namespace sim {
+namespace {
 
-const HardwareField kHardwareFields[21] = {
+constexpr std::uint32_t kGetHardware = 0x04;
+
+// A field of the 256-byte block that the request answers, little endian.
+struct Field {
+    const char* key;
+    int offset, high, low;  // of its word in the block; its bits in that word
+    std::uint32_t preset;
+    const char* meaning;
+
+    std::uint32_t most() const { return 0xFFFFFFFFu >> (31 - high + low); }
+};
+
+constexpr Field kFields[] = {
     // key           offset  bits    preset  meaning
     {"board_word", 0, 31, 0, 0, "bytes 0 to 3 of the hardware block"},
     {"presence", 4, 15, 0, 1, "presence word; 0xFFFF = no description"},
@@ -34,21 +47,10 @@ const HardwareField kHardwareFields[21] = {
     {"minisas", 32, 15, 14, 0, "miniSAS ports"},
 };
 
-std::map<std::string, std::uint32_t> preset_hardware() {
-    std::map<std::string, std::uint32_t> hardware;
-    for (const HardwareField& field : kHardwareFields)
-        hardware[field.key] = field.preset;
-    return hardware;
-}
-
-namespace {
-
-constexpr std::uint32_t kGetHardware = 0x04;
-
 struct HardwareBlock final : Device {
     void describe(Keys& keys, Board& board) const override {
         keys.table("hardware", board.hardware, [](Keys& sub, auto& hardware) {
-            for (const HardwareField& field : kHardwareFields)
+            for (const Field& field : kFields)
                 sub.key(field.key, hardware.at(field.key), field.meaning, {0, field.most()});
         });
     }
@@ -57,7 +59,7 @@ struct HardwareBlock final : Device {
         if (request != kGetHardware) return -ENOTTY;
         std::uint8_t block[256];
         std::memset(block, 0xFF, sizeof block);  // what has no meaning is not 0
-        for (const HardwareField& field : kHardwareFields) {
+        for (const Field& field : kFields) {
             std::uint8_t* const word = block + field.offset;
             const std::uint32_t mask = field.most() << field.low;
             const std::uint32_t value = scenario->hardware.at(field.key) << field.low;
@@ -70,5 +72,12 @@ struct HardwareBlock final : Device {
 }  // namespace
 
 const Device& hardware_device = HardwareBlock{};
+
+std::map<std::string, std::uint32_t> preset_hardware() {
+    std::map<std::string, std::uint32_t> hardware;
+    for (const Field& field : kFields)
+        hardware[field.key] = field.preset;
+    return hardware;
+}
 
 }  // namespace sim

@@ -1,10 +1,6 @@
 // The network ports, as ethtool shows them through a datagram socket.
 #pragma once
 
-#include <cstdint>
-#include <map>
-#include <string>
-
 #include "sim/device.h"
 
 namespace sim {

@@ -13,7 +13,6 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include "sim/process.h"
 #include "sim/scenario/keys.h"
 #include "sim/world.h"
 

@@ -1,8 +1,6 @@
 // Pipes between processes of the product, and the report FIFO, /var/q7.fifo, with its reader.
 #pragma once
 
-#include <cstdint>
-
 #include "sim/device.h"
 #include "sim/queue.h"
 

@@ -1,8 +1,6 @@
 // The real-time clock, /dev/rtc.
 #pragma once
 
-#include <cstdint>
-
 #include "sim/device.h"
 
 namespace sim {

@@ -7,7 +7,6 @@
 
 #include "sim/device.h"
 #include "sim/queue.h"
-#include "sim/time.h"
 
 namespace sim {
 

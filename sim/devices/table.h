@@ -31,7 +31,7 @@ struct Descriptions {  // members of the board
     std::map<std::string, NetworkPort> ports;
     Usb usb;
     std::map<std::string, Bridge> bridges;
-    std::map<std::string, Disk> disks;
+    std::map<std::string, Disk, std::greater<>> disks;  // the newest node first
     std::map<std::string, FileContent> files;
     Operator person;
 };

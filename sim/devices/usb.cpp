@@ -7,7 +7,6 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstring>
 #include <iterator>
 #include <sstream>
@@ -18,6 +17,7 @@
 namespace sim {
 
 constexpr Names kSticks{"NODE", "ms[a-z] ms[a-z][0-9]"};
+constexpr std::size_t kMostLeft = 8;  // of each kind
 constexpr Names kTree{"NAME", "[0-9]-[0-9]:[0-9].[0-9]"};
 
 static void describe(Keys& keys, UsbDisk& disk) {
@@ -40,8 +40,8 @@ static void describe_left(Keys& keys, const char* key, std::set<std::string>& pa
                           const char* meaning) {
     keys.key(key, paths, meaning);
     for (const std::string& path : paths) {
-        if (!matches("/mnt/*", path) || paths.size() > kMostDirectories)
-            keys.refuse(key, key + (" takes at most " + std::to_string(kMostDirectories))
+        if (!matches("/mnt/*", path) || paths.size() > kMostLeft)
+            keys.refuse(key, key + (" takes at most " + std::to_string(kMostLeft))
                                  + " paths /mnt/NAME and not \"" + path + "\"");
     }
 }

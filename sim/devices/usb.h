@@ -1,19 +1,13 @@
 // USB disks, mice, the device tree behind the rear ports, and the mount points under /mnt.
 #pragma once
 
-#include <cstdint>
-#include <map>
 #include <set>
-#include <string>
-#include <string_view>
 
 #include "sim/device.h"
 
 struct statfs;
 
 namespace sim {
-
-constexpr std::size_t kMostDirectories = 8;  // under /mnt, left from earlier
 
 struct UsbDisk {  // by the name of its node: "msa1"
     enum class Mount : std::uint8_t { works, by_shell, no_file_system, no_driver };

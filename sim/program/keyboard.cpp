@@ -36,8 +36,6 @@ constexpr PanelKey kPanelKeys[] = {
 
 }  // namespace
 
-const char kKeyboardHelp[] = "keys drive the panel (--help shows which), Enter answers the console";
-
 std::string panel_key_help() {
     std::string text;
     for (const auto& [typed, key] : kPanelKeys) {
@@ -51,7 +49,8 @@ Keyboard::Keyboard(bool used) : is_terminal_(used && ::tcgetattr(STDIN_FILENO, &
     termios by_key = before_;
     by_key.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
     ::tcsetattr(STDIN_FILENO, TCSANOW, &by_key);
-    std::fprintf(stderr, "q7-sim: %s\n", kKeyboardHelp);
+    std::fputs("q7-sim: keys drive the panel (--help shows which), Enter answers the console\n",
+               stderr);
 }
 
 Keyboard::~Keyboard() {

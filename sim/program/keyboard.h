@@ -9,8 +9,7 @@
 
 namespace sim {
 
-extern const char kKeyboardHelp[];  // a line
-std::string panel_key_help();       // each character with the panel key that it presses
+std::string panel_key_help();  // each character with the panel key that it presses
 
 class Keyboard {
   public:

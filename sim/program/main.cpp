@@ -36,8 +36,8 @@ constexpr int kNeverCame = 121;  // with --strict
 struct Options {
     std::string board = "healthy";
     double pace = 0;
-    std::optional<std::string> trace, fifo;
-    bool gbk = false, strict = false, script = false, check = false, summary = false;
+    std::optional<std::string> trace, fifo, summary;
+    bool gbk = false, strict = false, script = false, check = false;
     std::vector<std::string> q7_arguments;
 };
 
@@ -103,9 +103,8 @@ Options parse_options(int argc, char** argv) {
     app.add_flag("--check", options.check,
                  "Run the scenarios that follow and say which keep what their [expect] promises; "
                  "status 1 when not all do");
-    app.add_option_function<std::string>(
-           "--summary", [&](const std::string&) { options.summary = true; },
-           "Show what came of the run as a line of JSON, and nothing else")
+    app.add_option("--summary", options.summary,
+                   "Show what came of the run as a line of JSON, and nothing else")
         ->type_name("json")
         ->check(CLI::IsMember({"json"}));
     app.add_flag("--strict", options.strict,

@@ -168,9 +168,8 @@ void Keys::one_of(std::initializer_list<const char*> keys) const {
     }
 }
 
-void Keys::only_if(bool says_so, std::initializer_list<const char*> keys, const char* why) const {
-    for (const char* key : keys)
-        if (!says_so && says(key)) refuse(key, std::string(key) + " has no meaning without " + why);
+void Keys::only_if(bool condition, const char* key, const char* with) const {
+    if (!condition && says(key)) refuse(key, std::string(key) + " has no meaning without " + with);
 }
 
 void Keys::refuse(const char* key, const std::string& why, std::ptrdiff_t item) const {
@@ -224,15 +223,13 @@ std::map<std::string, Table> Keys::claim_named(
     if (node == nullptr) return {};
     const std::string takes = std::string(key) + " takes ";
     if (!node->is_table()) refuse_node(*node, takes + "tables by " + names.row + shown(*node));
-    const auto accept = [&](const toml::node& at, const std::string& name, bool is_accepted,
-                            const std::string& accepted) {
-        if (!is_accepted) refuse_node(at, takes + accepted + " and not \"" + name + "\"");
-    };
     std::map<std::string, Table> tables;
     for (const auto& [name_key, content] : *node->as_table()) {
         const std::string name(name_key.str());
-        accept(content, name, matches(names.patterns, name), names.patterns);
-        accept(content, name, !is_later_ || known(name), "what the start describes");
+        const bool fits = matches(names.patterns, name);
+        if (!fits || (is_later_ && !known(name)))
+            refuse_node(content, takes + (fits ? "what the start describes" : names.patterns)
+                                     + " and not \"" + name + "\"");
         tables.emplace(name, content_of(content, key));
     }
     return tables;

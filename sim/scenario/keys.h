@@ -140,8 +140,8 @@ class Keys {
     void start_only(std::initializer_list<const char*> keys) const;
     // The keys of which a table says one at most.
     void one_of(std::initializer_list<const char*> keys) const;
-    // The keys that have a meaning only where another one says so, with the reason.
-    void only_if(bool says_so, std::initializer_list<const char*> keys, const char* why) const;
+    // A key that has a meaning only with this.
+    void only_if(bool condition, const char* key, const char* with) const;
     // A list whose items do not come in the order of their times.
     template <class Item>
     void ascending(const char* key, const std::vector<Item>& items) const {
@@ -165,13 +165,12 @@ class Keys {
             section(1, key, *content, [&](Keys& keys) { describe(keys, item); });
     }
     // Tables by name: [key.NAME]; each file adds to those of its base, a change to none.
-    template <class Item, class Describe = Description>
-    void named(const char* key, const Names& names, std::map<std::string, Item>& items,
-               Describe describe = {}) {
-        Item sample;
+    template <class Map, class Describe = Description>
+    void named(const char* key, const Names& names, Map& items, Describe describe = {}) {
+        typename Map::mapped_type sample;
         const auto known = [&](const std::string& name) { return items.count(name) != 0; };
         for (const auto& [name, content] : claim_named(key, names, known)) {
-            Item& item = content == nullptr ? sample : items[name];
+            auto& item = content == nullptr ? sample : items[name];
             section(1, std::string(key) + "." + name, content,
                     [&](Keys& keys) { describe(keys, item); });
         }
