@@ -8,9 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "sim/change.h"
 #include "sim/devices/table.h"
-#include "sim/fault.h"
+#include "sim/occurrence.h"
 
 namespace sim {
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "sim/change.h"
 #include "sim/clock.h"
 #include "sim/world.h"
 

@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "sim/event_log.h"
-#include "sim/fault.h"
+#include "sim/occurrence.h"
 #include "sim/process.h"
 
 namespace sim {

@@ -11,8 +11,8 @@
 #include <string>
 #include <utility>
 
-#include "sim/change.h"
 #include "sim/device.h"
+#include "sim/occurrence.h"
 #include "sim/supervisor.h"
 #include "sim/world.h"
 

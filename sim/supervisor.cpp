@@ -20,9 +20,9 @@
 #include <system_error>
 
 #include "platform/platform.h"
-#include "sim/change.h"
 #include "sim/clock.h"
 #include "sim/device.h"
+#include "sim/occurrence.h"
 
 #ifdef Q7_COVERAGE
 extern "C" void __gcov_dump();
@@ -84,8 +84,7 @@ class Run {
         world->wake_supervisor = wake_.get();
         world->paced = live.pace > 0;
         start_first_process();
-        start_changes(description);
-        if (description.faults.size() > kMostFaults) stop_here("more than %zu faults", kMostFaults);
+        start_occurrences(description);
         for (const Device* device : kDevices)
             device->start();
         if (world->stopped) throw std::length_error(world->stop_reason);

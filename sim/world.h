@@ -25,10 +25,9 @@ struct World : States {
     char stop_reason[4096];
     std::uint8_t left[256];  // by the program at its exit, for whoever reads the world
 
-    MatchState faults[kMostFaults];
-    ChangeState changes[kMostChanges];
+    OccurrenceState faults[kMostFaults], changes[kMostChanges];
     std::uint32_t changes_made;
-    std::uint8_t made[1 << 16];  // their places, in order
+    std::uint8_t made[1 << 16];  // their places in the list, in order
 
     Actor actors[64];
     Process processes[64];

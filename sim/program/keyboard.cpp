@@ -4,9 +4,9 @@
 
 #include <cstdio>
 
-#include "sim/change.h"
 #include "sim/devices/console.h"
 #include "sim/devices/panel.h"
+#include "sim/occurrence.h"
 
 namespace sim {
 namespace {

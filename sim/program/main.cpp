@@ -233,8 +233,8 @@ int end_like(const sim::Outcome& outcome) {
 // of a base or of a built-in board may be meant for another command.
 bool report_what_never_came(const sim::Board& board, const sim::World& world) {
     bool any = false;
-    const auto report = [&](const char* kind, const sim::Match& what, bool is_of_call,
-                            const sim::MatchState& state) {
+    const auto report = [&](const char* kind, const sim::Occurrence& what, bool is_of_call,
+                            const sim::OccurrenceState& state) {
         if (state.came > 0 || board.file.empty() || !what.place.starts_with(board.file + ":"))
             return;
         any = true;
