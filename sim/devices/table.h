@@ -9,7 +9,6 @@
 #include "sim/devices/control.h"
 #include "sim/devices/disk.h"
 #include "sim/devices/files.h"
-#include "sim/devices/hardware.h"
 #include "sim/devices/network.h"
 #include "sim/devices/panel.h"
 #include "sim/devices/pipe.h"
@@ -53,21 +52,20 @@ struct States {  // members of the world
 };
 
 inline const Device* const kDevices[] = {
-    &hardware_device,  // what the control device says of the board
-    &control_device,   // /dev/zebio
-    &fifo_device,      // /var/q7.fifo
-    &panel_device,     // on /dev/ttyS2
-    &rs485_device,     // on /dev/ttyS0
-    &alarm_device,     // behind the control device
-    &serial_device,    // /dev/ttyS0, /dev/ttyS2
-    &rtc_device,       // /dev/rtc
-    &network_device,   // sockets
-    &usb_device,       // /dev/ms*, /dev/input, /sys/bus/usb/devices, /mnt
-    &bridge_device,    // behind disks
-    &disk_device,      // /dev/sd*, /dev/esd*, /dev/sas*
-    &file_device,      // regular files, /dev, /dev/null
-    &console_device,   // standard streams
-    &pipe_device,      // pipes
+    &control_device,  // /dev/zebio, with the hardware block
+    &fifo_device,     // /var/q7.fifo
+    &panel_device,    // on /dev/ttyS2
+    &rs485_device,    // on /dev/ttyS0
+    &alarm_device,    // behind the control device
+    &serial_device,   // /dev/ttyS0, /dev/ttyS2
+    &rtc_device,      // /dev/rtc
+    &network_device,  // sockets
+    &usb_device,      // /dev/ms*, /dev/input, /sys/bus/usb/devices, /mnt
+    &bridge_device,   // behind disks
+    &disk_device,     // /dev/sd*, /dev/esd*, /dev/sas*
+    &file_device,     // regular files, /dev, /dev/null
+    &console_device,  // standard streams
+    &pipe_device,     // pipes
 };
 
 }  // namespace sim
