@@ -16,10 +16,6 @@ export function el(tag, attributes = {}, ...children) {
   return node;
 }
 
-// Text at a fixed place of the page.
-export const at = (left, top, size, text, more = {}) =>
-  el('div', { class: `at ${more.class ?? ''}`, css: { left: `${left}px`, top: `${top}px`, fontSize: `${size}px`, ...more.css } }, text);
-
 // ---- language ----------------------------------------------------------------------------------
 
 export const language = () => (localStorage.getItem('language') === 'en' ? 'en' : 'zh');

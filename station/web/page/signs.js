@@ -53,6 +53,13 @@ export function stateSign(state, size) {
   return state === 'not-proven' ? sign('waits', size) : sign(state, size, ...(ownColours[state] ?? ['ink']));
 }
 
+// The sign on a ground that is flooded with the verdict's colour.
+const cuts = { pass: 'green-panel', fail: 'red', incomplete: 'ink-2' };
+export function floodSign(verdict, size) {
+  if (verdict === 'not-proven') return sign(verdict, size, 'ink', 'amber');
+  return sign(verdict, size, 'white', cuts[verdict]);
+}
+
 function bands(width, y, height) {
   const group = svg('g');
   group.append(svg('rect', { x: 0, y, width, height, fill: token('ink') }));
