@@ -53,11 +53,19 @@ export function stateSign(state, size) {
   return state === 'not-proven' ? sign('waits', size) : sign(state, size, ...(ownColours[state] ?? ['ink']));
 }
 
+// The sign of a step, or of a frame of the drawing, on the colour of its state.
+const stepColours = {
+  pass: ['green', 'white'], fail: ['white', 'red'], 'not-proven': ['ink', 'amber'],
+  incomplete: ['white'], running: ['white'], 'not-yet': ['grey'],
+};
+export function stepSign(state, size) {
+  const kind = state === 'waits' ? 'not-proven' : state;
+  return sign(kind, size, ...stepColours[kind]);
+}
+
 // The sign on a ground that is flooded with the verdict's colour.
-const cuts = { pass: 'green-panel', fail: 'red', incomplete: 'ink-2' };
 export function floodSign(verdict, size) {
-  if (verdict === 'not-proven') return sign(verdict, size, 'ink', 'amber');
-  return sign(verdict, size, 'white', cuts[verdict]);
+  return verdict === 'pass' ? sign('pass', size, 'white', 'green-panel') : stepSign(verdict, size);
 }
 
 function bands(width, y, height) {
