@@ -16,6 +16,10 @@ export function el(tag, attributes = {}, ...children) {
   return node;
 }
 
+// A button for the pointer: the keyboard belongs to keys and scanner.
+export const button = (attributes, click, ...children) =>
+  el('button', { type: 'button', tabindex: -1, ...attributes, on: { click } }, ...children);
+
 // ---- language ----------------------------------------------------------------------------------
 
 export const language = () => (localStorage.getItem('language') === 'en' ? 'en' : 'zh');
