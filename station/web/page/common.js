@@ -1,6 +1,5 @@
 // What the pages share: elements, language, scaling, keys and scanner, requests.
 
-import { svg } from './signs.js';
 import { texts } from './texts.js';
 
 // An element; everything that came from outside is a child and so a text node.
@@ -149,5 +148,3 @@ export const minute = (iso) => (iso ?? '').slice(11, 16);
 // An attempt's id without its year: 3L02-1123-0088.
 export const shortId = (id) => (id ?? '').replace(/-20\d\d(\d{4})-/, '-$1-');
 export const day = (iso) => (iso ?? '').slice(5, 10);
-
-export { svg };
