@@ -1,7 +1,7 @@
 // Reads a verdict for people: which finding stands first, and what the difference is. Languages
 // come later, in texts.js.
 
-import { inputsOf } from './drawing.js';
+import { inputsOf } from './slots.js';
 
 const plain = (value) => String(value ?? '').replace(/^0x/, '');
 export { plain };

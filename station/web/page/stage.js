@@ -2,7 +2,7 @@
 // language; its places and sizes are in stage.css.
 
 import { el, minute, shortId } from './common.js';
-import { svg, sign, stateSign, floodSign, ground } from './signs.js';
+import { floodSign, ground, line, sign, stateSign, svg } from './signs.js';
 import { differences, findingOf, fitOf, plain, reasonsOf } from './reading.js';
 
 const div = (name, ...children) => el('div', { class: name }, ...children);
@@ -34,9 +34,7 @@ function panel(of, verdict, width, icon, word, ...rows) {
 const CORNERS = 'M18 77V18H77M612 18H672V77M672 240V300H612M77 300H18V240';
 
 function prompt(head, how, also = '') {
-  const line = { fill: 'none', stroke: 'var(--ink)', 'stroke-width': 10 };
-  return card('prompt',
-    svg('svg', { width: 690, height: 318 }, svg('path', { d: CORNERS, ...line })),
+  return card('prompt', svg('svg', { width: 690, height: 318 }, line(CORNERS, 'ink', 10)),
     at('head', head), at('how', how), at('also lesser', also));
 }
 
@@ -176,7 +174,7 @@ function buzzerPicture() {
   const beep = (x) =>
     svg('rect', { x, y: 40, width: 90, height: 90, rx: 10, fill: 'var(--ink)' });
   return svg('svg', { width: 560, height: 170 }, beep(40), beep(210), beep(380),
-    svg('path', { d: 'M10 140H500', stroke: 'var(--ink)', 'stroke-width': 4 }));
+    line('M10 140H500', 'ink', 4));
 }
 
 const picture = (name, [head, rest], drawn) => at(`picture ${name}`, bold(head), ` ${rest}`, drawn);

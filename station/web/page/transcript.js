@@ -2,7 +2,7 @@
 
 import { el } from './common.js';
 import { stateSign } from './signs.js';
-import { inputsOf } from './drawing.js';
+import { inputsOf } from './slots.js';
 
 function explain(reason, t) {
   if (/alarm\.output\.\d+\.inputs$/.test(reason.fact ?? '')) {

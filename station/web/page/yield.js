@@ -2,7 +2,7 @@
 // list of boards behind it.
 
 import { button, day, el, fit, get, minute, onLanguage, scanner, text } from './common.js';
-import { stateSign, svg } from './signs.js';
+import { box, disc, line, stateSign, svg, token } from './signs.js';
 import { tabs } from './tabs.js';
 
 const filters = new URLSearchParams(location.search);
@@ -62,11 +62,10 @@ function boardRow({ serial, id, time, station, number, verdict, item }, t) {
 
 function filterBar(t) {
   const { choices } = data;
-  const down = { d: 'M1 2L7 8L13 2', fill: 'none', stroke: 'var(--ink)', 'stroke-width': 2.4 };
   const change = (name) => (event) => { set(name, event.target.value); event.target.blur(); };
   const filter = (name, shown, options) => el('label', { class: 'filter' },
     el('span', { class: 'name' }, t.filters[name]), el('b', {}, shown),
-    svg('svg', { width: 14, height: 10, viewBox: '0 0 14 10' }, svg('path', down)),
+    svg('svg', { width: 14, height: 10 }, line('M1 2L7 8L13 2', 'ink', 2.4)),
     el('select', { 'data-typed': true, tabindex: -1, on: { change: change(name) } },
       options.map(([value, words]) =>
         el('option', { value, selected: (filters.get(name) ?? '') === value }, words))));
@@ -135,22 +134,20 @@ function yieldBox(t) {
   const lowest = Math.min(100, ...rows.map((row) => 100 * row.first_good / Math.max(1, row.first)));
   const floor = Math.max(0, Math.floor((lowest - 3) / 2) * 2);
   const x = (i) => CHART.left + 20 + at[i] / last * (CHART.width - 40);
-  const square = { x: 4, y: 4, width: 11, height: 11, fill: 'none', stroke: 'var(--ink)' };
-  const circle = { cx: 9.5, cy: 9.5, r: 6, fill: 'var(--ink)' };
   const canvas = el('canvas', { class: 'chart', css: { top: `${CHART.top - CHART.margin}px` },
     width: CHART.left + CHART.width, height: CHART.height + 2 * CHART.margin });
-  const box = el('section', { class: 'white yield-box' },
+  const node = el('section', { class: 'white yield-box' },
     boxHead(t.yieldTitle(), lesser(floor ? t.axisFrom(floor) : '')),
     el('div', { class: 'by' }, ['day', 'station', 'model'].map((one) =>
       button({ class: one === by ? 'here' : '' }, () => set('by', one), t.by[one]))),
     canvas,
     el('div', { class: 'at lines' },
-      lineName(svg('rect', { ...square, 'stroke-width': 2.6 }), t.finalYield()),
-      lineName(svg('circle', circle), t.firstYield())),
+      lineName(box(4, 4, 11, 11, 'ink', 2.6), t.finalYield()),
+      lineName(disc(9.5, 9.5, 6, 'ink'), t.firstYield())),
     rows.map((row, i) => pointNames(t, row, by, i, x(i))),
     el('div', { class: 'at lesser unit' }, t.unitBoards === '块' ? t.unitBoards : ''),
     lowPoint(t, data.series, floor, x));
-  return { box, draw: () => drawChart(canvas, rows, at, last, floor) };
+  return { node, draw: () => drawChart(canvas, rows, at, last, floor) };
 }
 
 const lineName = (mark, words) =>
@@ -265,18 +262,17 @@ function driftBox(t) {
 // ---- Pareto of items and of causes -------------------------------------------------------------
 
 function hatch(width) {
-  const stroke = { stroke: 'var(--ink)', 'stroke-width': 2 };
-  const root = svg('svg', { width, height: 26, viewBox: `0 0 ${width} 26` }, svg('rect',
-    { x: 1, y: 1, width: Math.max(1, width - 2), height: 24, fill: 'var(--amber)', ...stroke }));
+  const root = svg('svg', { width, height: 26, viewBox: `0 0 ${width} 26` },
+    box(1, 1, Math.max(1, width - 2), 24, 'ink', 2, { fill: token('amber') }));
   for (let x = -26; x < width; x += 13) {
     const x1 = Math.max(2, x), x2 = Math.min(width - 2, x + 22);
     const d = `M${x1} ${24 - (x1 - x)}L${x2} ${24 - (x2 - x)}`;
-    if (x2 > x1) root.append(svg('path', { d, ...stroke, 'stroke-width': 2.4 }));
+    if (x2 > x1) root.append(line(d, 'ink', 2.4));
   }
   return root;
 }
 const block = (width, colour) => svg('svg', { width, height: 26 },
-  svg('rect', { width, height: 26, fill: `var(--${colour})` }));
+  svg('rect', { width, height: 26, fill: token(colour) }));
 const barRow = (...children) => el('div', { class: 'bar-row' }, children);
 const bars = (...rows) => el('div', { class: 'bars' }, rows);
 const span = (name, words) => el('span', { class: name }, words);
@@ -348,8 +344,8 @@ function render() {
     root.replaceChildren(filterBar(t), empty(el('div', {}, t.noBoards()), clear));
     return;
   }
-  const { box, draw } = yieldBox(t);
-  root.replaceChildren(filterBar(t), tiles(t), box, driftBox(t), itemsBox(t), causesBox(t));
+  const { node, draw } = yieldBox(t);
+  root.replaceChildren(filterBar(t), tiles(t), node, driftBox(t), itemsBox(t), causesBox(t));
   draw();
 }
 
