@@ -550,16 +550,6 @@ class AgentSteps : public Agent {
     }
     ~AgentSteps() override { ::close(go_); }
 
-    static std::string octal(const std::string& bytes) {
-        std::string text;
-        for (const char byte : bytes) {
-            char digits[8];
-            std::snprintf(digits, sizeof digits, "\\%03o", static_cast<unsigned char>(byte));
-            text += digits;
-        }
-        return text;
-    }
-
     Words stepping(const std::string& command, const std::string& name) const {
         return words(command, {"--run", name, "--", "/bin/sh", program_});
     }

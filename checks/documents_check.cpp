@@ -186,10 +186,8 @@ std::string masked(std::string session) {
 
 // Writes each board of the page next to a folder named build, and runs each command there.
 TEST(Sessions, GoAsTheyAreShown) {
-    const std::string place = scratch("session");
-    std::filesystem::create_directory(place);
-    std::filesystem::create_directory_symlink(Q7_BINARIES, place + "/build");
-    int commands = 0;
+    const std::string place = folder_of_document("session");
+    int sessions = 0;
     for (const char* name : {"/README.md", "/docs/simulator.md", "/checks/sessions.md"}) {
         const std::string page = content_of(Q7_SOURCE + std::string(name));
         for (const std::string& board : blocks(page, "toml")) {
@@ -197,20 +195,11 @@ TEST(Sessions, GoAsTheyAreShown) {
             std::ofstream(place + "/" + board.substr(2, board.find('\n') - 2)) << board;
         }
         for (const std::string& session : blocks(page, "console")) {
-            std::istringstream lines(session);
-            std::string played;
-            for (std::string line; std::getline(lines, line);) {
-                if (!line.starts_with("$ ")) continue;
-                std::ofstream(place + "/command") << line.substr(2) << "\n";
-                played += line + "\n" + shell("sh -c 'cd " + place + "; sh ./command 2>&1'").out;
-                if (played.back() != '\n') played += '\n';
-                ++commands;
-            }
-            EXPECT_EQ(masked(played), masked(session)) << name;
+            EXPECT_EQ(masked(play(session, place)), masked(session)) << name;
+            ++sessions;
         }
     }
-    EXPECT_GT(commands, 8);
-    std::filesystem::remove_all(place);
+    EXPECT_GT(sessions, 8);
 }
 
 }  // namespace

@@ -153,8 +153,6 @@ TEST(ManyStations, LoseNoAttemptAndSendNoneTwice) {
     EXPECT_EQ(ids.size(), std::size_t(kStations * attempts));
     EXPECT_EQ(index.attempts(), kStations * attempts);
     EXPECT_FALSE(index.recount());
-    std::error_code ignored;
-    fs::remove_all(folder, ignored);
 }
 
 }  // namespace

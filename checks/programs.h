@@ -13,7 +13,15 @@ struct Finished {
 Finished shell(const std::string& command);
 Finished q7_sim(const std::string& arguments);
 
+std::string octal(const std::string& bytes);  // for printf in a shell
+
+// A folder in which the commands of a document find what they name.
+std::string folder_of_document(const std::string& name);
+// What a document's session shows when its commands, the lines after "$ ", run in this folder.
+std::string play(const std::string& session, const std::string& folder);
+
 std::string content_of(const std::string& path);
-std::string scratch(const std::string& name);  // path of a temporary file of this process
+// Path of a temporary file of this process, which is gone with it.
+std::string scratch(const std::string& name);
 
 }  // namespace checks

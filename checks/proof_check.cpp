@@ -85,7 +85,6 @@ TEST(Proof, IsGoodWhenEveryVerdictOfThisShiftIsAsPlanned) {
     EXPECT_EQ(state(0), ProofState::failed);
     std::ofstream(folder + "/proofs/3L02-P-0003.json") << "{";
     EXPECT_EQ(state(0), ProofState::failed);  // the second's, not none's
-    fs::remove_all(folder);
 }
 
 TEST(Proof, ProductionIsLockedUntilItIsGood) {
@@ -117,7 +116,6 @@ TEST(Proof, ProductionIsLockedUntilItIsGood) {
     const Finished produced = run("45270-2648-0413", "production", "healthy");
     EXPECT_EQ(produced.status, 0);
     EXPECT_THAT(produced.out, HasSubstr("\"shift\":\"P-0001\""));
-    fs::remove_all(folder);
 }
 
 // A simulator that shows a healthy board whatever it is told.
@@ -137,7 +135,6 @@ TEST(Proof, AStationThatSeesNoFaultFailsIt) {
     EXPECT_EQ(got.status, 1) << got.out << got.err;
     EXPECT_THAT(got.out, HasSubstr("BAD  alarm.input.open 1"));
     EXPECT_THAT(got.out, HasSubstr("P-0001 failed"));
-    fs::remove_all(folder);
 }
 
 }  // namespace

@@ -410,6 +410,12 @@ TEST_F(Serve, TestsABoardBehindAThousandSilentConnections) {
     expect_clean_end();
 }
 
+std::string judgement_in(const fs::path& journals) {
+    for (const auto& entry : fs::recursive_directory_iterator(journals))
+        if (entry.path().string().ends_with(".judgement.json")) return entry.path();
+    return "";
+}
+
 TEST_F(Serve, SendsAVerdictWhenTheBoardIsScannedOut) {
     std::string plan = content_of(station_.path("plans/plan.toml"));
     plan.replace(plan.find("scan_out = false"), 16, "scan_out = true");
@@ -421,8 +427,17 @@ TEST_F(Serve, SendsAVerdictWhenTheBoardIsScannedOut) {
     EXPECT_EQ(station_.end(), 0);
     ASSERT_NO_FATAL_FAILURE(station_.start());
     EXPECT_EQ(station_.state().at("verdict").at("scan_out"), "due");
+    const std::string judgement = judgement_in(station_.path("journals"));
+    const std::string due = content_of(judgement);
+    EXPECT_THAT(due, HasSubstr(R"("release":"due")"));
     EXPECT_THAT(station_.post("/api/scan", {{"text", released}}), StartsWith("HTTP/1.1 200"));
     EXPECT_EQ(station_.state().at("last").at("released"), true);
+    // A server that was killed after the scan leaves the judgement from before it.
+    EXPECT_EQ(station_.end(), 0);
+    std::ofstream(judgement) << due;
+    ASSERT_NO_FATAL_FAILURE(station_.start());
+    EXPECT_EQ(station_.state().at("last").at("released"), true);
+    EXPECT_THAT(content_of(judgement), Not(HasSubstr("release\"")));
     expect_pass(station_.test(swapped), "at-release");
     // An index that is made meanwhile leaves the board out: its verdict can still change.
     EXPECT_EQ(shell(std::string(kStation) + " index --journals " + station_.path("journals")).out,
@@ -467,10 +482,10 @@ TEST_F(Serve, ShowsTheCausesOfAFailure) {
 
 // --- What cannot be stored ---------------------------------------------------------------------
 
-// A user whom permissions bind.
-std::vector<std::string> as_nobody() {
+// Permissions bind root, too.
+std::vector<std::string> bound_by_permissions() {
     if (::geteuid() != 0) return {};
-    return {"setpriv", "--reuid=nobody", "--regid=nogroup", "--clear-groups"};
+    return {"setpriv", "--bounding-set=-dac_override,-dac_read_search"};
 }
 
 void set_permissions(const fs::path& folder, fs::perms permissions) {
@@ -482,10 +497,8 @@ void set_permissions(const fs::path& folder, fs::perms permissions) {
 TEST_F(Serve, ShowsNoPassWhereTheFolderIsReadOnly) {
     const fs::path journals = station_.path("journals");
     fs::create_directories(journals);
-    fs::permissions(journals, fs::perms::all);
-    const auto take_nothing = fs::perms::owner_read | fs::perms::owner_exec | fs::perms::others_read
-                              | fs::perms::others_exec;
-    ASSERT_NO_FATAL_FAILURE(station_.start(as_nobody()));
+    const auto take_nothing = fs::perms::owner_read | fs::perms::owner_exec;
+    ASSERT_NO_FATAL_FAILURE(station_.start(bound_by_permissions()));
     ASSERT_THAT(station_.post("/api/scan", {{"text", serial()}}), StartsWith("HTTP/1.1 200"));
     ASSERT_TRUE(within(kPatience, [&] { return station_.state().at("question").is_object(); }));
     set_permissions(journals, take_nothing);
@@ -496,9 +509,9 @@ TEST_F(Serve, ShowsNoPassWhereTheFolderIsReadOnly) {
     EXPECT_TRUE(locked.at("verdict").is_null());
     EXPECT_THAT(station_.post("/api/scan", {{"text", serial()}}), HasSubstr("\"locked\""));
     // The run is whole in its journal: the server that can store again judges it.
-    set_permissions(journals, fs::perms::all);
+    set_permissions(journals, fs::perms::owner_all);
     station_.end();
-    ASSERT_NO_FATAL_FAILURE(station_.start(as_nobody()));
+    ASSERT_NO_FATAL_FAILURE(station_.start(bound_by_permissions()));
     EXPECT_TRUE(within(kPatience, [&] { return !station_.goes_on(); }));
     expect_pass(station_.state());
 }

@@ -71,30 +71,17 @@ TEST(StationManual, NamesEveryCommandAndOption) {
 
 // What the page shows, played again: its journal is kept as a file, so every byte is the same.
 TEST(StationPage, ShowsWhatTheProgramPrints) {
-    const std::string page = content_of(Q7_SOURCE "/docs/station.md"), place = scratch("page");
-    fs::create_directory(place);
-    fs::create_directory_symlink(Q7_BINARIES, place + "/build");
-    fs::create_directory_symlink(Q7_SOURCE "/checks", place + "/checks");
+    const std::string page = content_of(Q7_SOURCE "/docs/station.md"),
+                      place = folder_of_document("page");
     const std::string session = between(page, "\n```console\n", "\n```\n").substr(12) + "\n";
-    std::istringstream lines(session);
-    std::string played;
-    for (std::string line; std::getline(lines, line);) {
-        if (!line.starts_with("$ ")) continue;
-        std::ofstream(place + "/command") << line.substr(2) << "\n";
-        played += line + "\n" + shell("sh -c 'cd " + place + "; sh ./command 2>&1'").out;
-    }
-    EXPECT_EQ(played, session);
-    EXPECT_THAT(played, HasSubstr("\nFAIL "));
-    fs::remove_all(place);
+    EXPECT_EQ(play(session, place), session);
+    EXPECT_THAT(session, HasSubstr("\nFAIL "));
 }
 
 // The proof of a shift. Its attempts are named after the day.
 TEST(QualityPage, ItsShiftBeginsAsShown) {
-    const std::string page = content_of(Q7_SOURCE "/docs/quality.md"), place = scratch("shift");
-    fs::create_directory(place);
-    fs::create_directory_symlink(Q7_BINARIES, place + "/build");
-    for (const char* folder : {"plans", "boards"})
-        fs::create_directory_symlink(Q7_SOURCE "/" + std::string(folder), place + "/" + folder);
+    const std::string page = content_of(Q7_SOURCE "/docs/quality.md"),
+                      place = folder_of_document("shift");
     std::ofstream(place + "/references.toml") << between(page, "# references.toml\n", "```\n");
     const std::string session = between(page, "\n```console\n", "\n```\n").substr(12) + "\n";
     std::istringstream lines(session);
@@ -111,7 +98,6 @@ TEST(QualityPage, ItsShiftBeginsAsShown) {
     };
     EXPECT_EQ(on_some_day(got.out), on_some_day(shown));
     EXPECT_THAT(shown, HasSubstr("P-0001: "));
-    fs::remove_all(place);
 }
 
 // What the Chinese pages quote in 「」 is what the station's screen shows, but for its numbers.
@@ -133,10 +119,8 @@ TEST(StationScreen, ShowsWhatThePagesQuote) {
 
 // The first attempt of the page, in a folder of this check's own.
 TEST(StationPage, ItsFirstAttemptPasses) {
-    const std::string page = content_of(Q7_SOURCE "/docs/station.md"), place = scratch("attempt");
-    fs::create_directory(place);
-    fs::create_directory_symlink(Q7_BINARIES, place + "/build");
-    fs::create_directory_symlink(Q7_SOURCE "/plans", place + "/plans");
+    const std::string page = content_of(Q7_SOURCE "/docs/station.md"),
+                      place = folder_of_document("attempt");
     std::string command = between(page, "    build/q7-station run ", "\n\n");
     for (std::size_t at; (at = command.find("/tmp/spool")) != std::string::npos;)
         command.replace(at, 10, "spool");
@@ -144,7 +128,6 @@ TEST(StationPage, ItsFirstAttemptPasses) {
     const Finished got = shell("sh -c 'cd " + place + "; sh ./command'");
     EXPECT_EQ(got.status, 0) << got.err;
     EXPECT_THAT(got.out, HasSubstr("\nPASS 45270-2648-0413   1-"));
-    fs::remove_all(place);
 }
 
 }  // namespace

@@ -331,16 +331,6 @@ class PlayedBoard : public StationRun {
         StationRun::TearDown();
     }
 
-    static std::string octal(const std::string& bytes) {
-        std::string text;
-        for (const char byte : bytes) {
-            char digits[8];
-            std::snprintf(digits, sizeof digits, "\\%03o", static_cast<unsigned char>(byte));
-            text += digits;
-        }
-        return text;
-    }
-
     // Puts aside what was not taken, then lets the board go on so often.
     void allow(std::size_t count) const {
         char left[256];

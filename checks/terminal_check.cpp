@@ -14,6 +14,7 @@
 #include <system_error>
 
 #include "checks/harness.h"
+#include "checks/programs.h"
 
 namespace {
 
@@ -95,7 +96,7 @@ std::string read_from_panel(const std::string& log) {
 
 // The scenario presses no keys while a person does.
 TEST_F(Terminal, EveryKeyOfThePanelCanBeTypedAndLedsAreShown) {
-    const std::string log = testing::TempDir() + "terminal.jsonl";
+    const std::string log = scratch("terminal.jsonl");
     const Session session =
         at_terminal({"--pace", "5", "--trace", log, "-o", "3"},
                     {{"record  ○●○●○●○● ○●○●○●○●", "u"},
@@ -119,7 +120,7 @@ TEST_F(Terminal, EveryKeyOfThePanelCanBeTypedAndLedsAreShown) {
 }
 
 TEST_F(Terminal, KeyOfAChangeIsNoPanelKey) {
-    const std::string board = testing::TempDir() + "terminal.toml";
+    const std::string board = scratch("terminal.toml");
     std::ofstream(board) << "base = 'healthy'\n[[changes]]\nkey = 'u'\npanel.connected = false\n";
     const Session session =
         at_terminal({"--pace", "10", "--board", board, "-o", "3"}, {{"ESC退出测试", "ue"}});
@@ -134,7 +135,7 @@ TEST_F(Terminal, ScenarioPressesItsKeysWhenAsked) {
 }
 
 TEST_F(Terminal, CtrlCEndsTheRunAndNothingWrittenIsLost) {
-    const std::string log = testing::TempDir() + "terminal.jsonl";
+    const std::string log = scratch("terminal.jsonl");
     const Session session =
         at_terminal({"--pace", "10", "--trace", log, "-o", "3"}, {{"ESC退出测试", "\x03"}});
     EXPECT_TRUE(WIFSIGNALED(session.status) && WTERMSIG(session.status) == SIGINT)

@@ -1,7 +1,6 @@
 // The station's server by raw sockets: who may ask, and what bounds a client.
 
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -11,6 +10,7 @@
 
 #include "checks/http_client.h"
 #include "checks/index_attempts.h"
+#include "checks/programs.h"
 #include "gmock/gmock.h"
 #include "station/web/server.h"
 #include "station/web/yield.h"
@@ -114,7 +114,7 @@ TEST_F(Web, ATokenToLookDoesNotOperate) {
 }
 
 TEST_F(Web, TokensAreReadOnlyWhenBothAreThereAndLong) {
-    const std::string file = testing::TempDir() + "tokens-" + std::to_string(::getpid());
+    const std::string file = checks::scratch("tokens");
     const auto read = [&](const std::string& text) {
         std::ofstream(file) << text;
         return station::web::read_tokens(file);
@@ -124,7 +124,6 @@ TEST_F(Web, TokensAreReadOnlyWhenBothAreThereAndLong) {
     EXPECT_THROW(read("look 0123456789abcdef\n"), std::runtime_error);
     EXPECT_THROW(read("look short\noperate fedcba9876543210\n"), std::runtime_error);
     EXPECT_THROW(read("admin 0123456789abcdef\n"), std::runtime_error);
-    ::unlink(file.c_str());
 }
 
 TEST_F(Web, ErrorsAreCodesAndAFailureStaysInside) {

@@ -377,8 +377,8 @@ void Controller::scan_out(const std::string& text) {
     const Judgement judgement = judge(journal, evidence, *plan_);
     json object, stored;
     try {
-        object = keep(journal_, evidence, judgement, true, false);
-        stored = send(object, false);
+        object = write_judgement(journal, evidence, judgement);
+        stored = send(object);
     } catch (const std::system_error& error) {
         problem_ = storage_problem(error.code().value());
         throw Refusal(409, "locked");
@@ -549,9 +549,7 @@ void Controller::restore(const fs::path& path) {
     run_.answers = answers_json(journal, {});
     run_.steps = judged_steps(loaded.plan, evidence, judgement, learned_);
     try {
-        const bool is_due = awaits_release(journal, judgement);
-        const json object = keep(path, evidence, judgement, false, is_due);
-        show_verdict(journal, judgement, send(object, is_due));
+        show_verdict(journal, judgement, send(written_judgement(journal, evidence, judgement)));
     } catch (const std::system_error& error) {
         problem_ = storage_problem(error.code().value());
         probed_at_ = Clock::now();
@@ -623,9 +621,8 @@ void Controller::finish(const Judgement& judgement) {
     changed_();
     const Journal journal = read_journal(path);
     const Evidence evidence = take_evidence(journal);
-    const bool is_due = awaits_release(journal, judgement);
-    const json object = keep(path, evidence, judgement, true, is_due);
-    json stored = send(object, is_due);
+    const json object = write_judgement(journal, evidence, judgement);
+    json stored = send(object);
     const std::lock_guard lock(mutex_);
     if (judgement.verdict == Verdict::pass && judgement.identity.mark == "production")
         learn(evidence);
@@ -635,7 +632,7 @@ void Controller::finish(const Judgement& judgement) {
     run_.due.clear();
     note_proof(judgement);
     show_verdict(journal, judgement, std::move(stored));
-    if (!is_due) factory_.tell(object.dump() + "\n");
+    if (!object.contains("release")) factory_.tell(object.dump() + "\n");
 }
 
 // A board that passed and is not scanned out yet. Until then its verdict can change, and the
@@ -647,28 +644,35 @@ bool Controller::awaits_release(const Journal& journal, const Judgement& judgeme
                            [](const Remark& remark) { return remark.kind == "scan-out"; });
 }
 
-// Writes the judgement of a new attempt with its causes, and returns it; of an attempt before it
-// returns what was written, unless the server was killed before it had looked up the causes. A board
-// that awaits its release is marked: no index takes it yet. Throws where nothing can be written.
-json Controller::keep(const fs::path& path, const Evidence& evidence, const Judgement& judgement,
-                      bool is_new, bool awaits_release) const {
-    const fs::path file = judgement_path(path);
-    json object = fs::exists(file) ? json::parse(read_file(file.string()), nullptr, false) : json();
-    const bool has_causes = object.is_object() && !object.value("causes", json::array()).empty();
-    if (is_new || !object.is_object() || (judgement.verdict != Verdict::pass && !has_causes)) {
-        object = to_json(judgement);
-        object["causes"] = ask(records_.causes, json::array(), judgement, evidence);
-        if (awaits_release) object["release"] = "due";
-        write_file(file, object.dump() + "\n");
-    }
+// Writes the judgement with its causes, and returns it. That of a board that awaits its release is
+// marked: no index takes it yet. Throws where nothing can be written.
+json Controller::write_judgement(const Journal& journal, const Evidence& evidence,
+                                 const Judgement& judgement) const {
+    json object = to_json(judgement);
+    object["causes"] = ask(records_.causes, json::array(), judgement, evidence);
+    if (awaits_release(journal, judgement)) object["release"] = "due";
+    write_file(judgement_path(journal_), object.dump() + "\n");
     return object;
+}
+
+// The judgement that an earlier server wrote. Writes it again where that server was killed before it
+// had looked up the causes, or after the scan that released the board.
+json Controller::written_judgement(const Journal& journal, const Evidence& evidence,
+                                   const Judgement& judgement) const {
+    const fs::path file = judgement_path(journal_);
+    if (!fs::exists(file)) return write_judgement(journal, evidence, judgement);
+    json object = json::parse(read_file(file.string()), nullptr, false);
+    const bool is_whole =
+        object.is_object() && object.contains("release") == awaits_release(journal, judgement)
+        && (judgement.verdict == Verdict::pass || !object.value("causes", json::array()).empty());
+    return is_whole ? object : write_judgement(journal, evidence, judgement);
 }
 
 // Hands a judgement to the database, or to the copy that waits for it, unless the board awaits its
 // release. Throws where neither works.
-json Controller::send(const json& judgement, bool awaits_release) const {
+json Controller::send(const json& judgement) const {
     json stored{{"journal", true}, {"judgement", true}};
-    if (awaits_release) {
+    if (judgement.contains("release")) {
         stored["database"] = "at-release";
         stored["unsent"] = ask(records_.unsent, std::size_t{0});
         return stored;

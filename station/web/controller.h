@@ -120,10 +120,11 @@ class Controller : private AttemptWatcher {
     [[nodiscard]] std::string proof_lock(const Plan& plan);
     void restore(const std::filesystem::path& journal);
     [[nodiscard]] bool awaits_release(const Journal& journal, const Judgement& judgement) const;
-    [[nodiscard]] nlohmann::json keep(const std::filesystem::path& path, const Evidence& evidence,
-                                      const Judgement& judgement, bool is_new,
-                                      bool awaits_release) const;
-    [[nodiscard]] nlohmann::json send(const nlohmann::json& judgement, bool awaits_release) const;
+    [[nodiscard]] nlohmann::json write_judgement(const Journal& journal, const Evidence& evidence,
+                                                 const Judgement& judgement) const;
+    [[nodiscard]] nlohmann::json written_judgement(const Journal& journal, const Evidence& evidence,
+                                                   const Judgement& judgement) const;
+    [[nodiscard]] nlohmann::json send(const nlohmann::json& judgement) const;
     void show_verdict(const Journal& journal, const Judgement& judgement, nlohmann::json stored);
     [[nodiscard]] std::vector<std::string> locks(const Plan& plan, const std::string& mark);
     [[nodiscard]] std::string phase_name(bool is_locked) const;
