@@ -185,7 +185,8 @@ def not_proven():
              {"name": "info", "verdict": "not-proven",
               "reasons": [reason("missing-fact", "not-proven", "info.alarm_io")]}],
             [{"defect": "control = {boot_device_type = 0x4487, high_lines = [25]}",
-              "title": {"zh": "启动参数说“无报警、无 485”", "en": "Boot parameters: no alarm, no RS-485"},
+              "title": {"zh": "启动参数说“无报警、无 485”",
+                        "en": "Boot parameters: no alarm, no RS-485"},
               "exact": True, "matched": 9, "of": 9, "check": {"zh": "", "en": ""}}])
     state["verdict"]["stored"].update(database="spooled", unsent=3)
     return state
