@@ -239,7 +239,7 @@ function aboutFact(t, { reason, output, should, differ }) {
 function measured(t, finding) {
   const { reason } = finding;
   const value = t.value(reason.value), wanted = plain(t.value(reason.wanted));
-  const long = Math.max(plain(value).length, wanted.length) > 5;
+  const long = Math.max(plain(value).length, wanted.length) > 4;
   const unit = reason.unit && reason.unit !== 'bits' ? t.unit(reason.unit) : '';
   const runs = differences(/^0x/.test(reason.value) ? reason.value : value, reason.wanted);
   const marked = ({ text, differs }) => {
@@ -276,14 +276,14 @@ function causes(t, verdict) {
       span('gives', gives(cause, verdict, t)))));
 }
 
-// A reason names what q7 printed, and may be long.
-const reasonSize = (content) => Math.max(16, Math.min(28, Math.floor(430 / widthOf(content))));
-
 function reasonRows(t, reasons, room, place = '') {
   const one = (reason) => {
     const content = t.reason(reason);
-    return div('reason', stateSign(reason.verdict, 40), bold(t.step(reason.item)),
-      el('span', { css: { fontSize: `${reasonSize(content)}px` } }, content));
+    const size = Math.min(28, Math.floor(430 / widthOf(content)));
+    // It names what q7 printed, and may be long: then it has two lines.
+    const said = size < 20 ? span('two-lines', content)
+      : el('span', { css: { fontSize: `${size}px` } }, content);
+    return div('reason', stateSign(reason.verdict, 40), bold(t.step(reason.item)), said);
   };
   const more = reasons.length - room;
   return at(`reasons ${place}`, reasons.slice(0, room).map(one),
