@@ -33,8 +33,9 @@ options = argparse.Namespace(build="build", screenshots=None)
 def start_browser():
     settings = webdriver.ChromeOptions()
     profile = tempfile.mkdtemp(prefix="q7-browser-")
-    for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--no-first-run", "--disable-background-networking",
-                     "--disable-component-update", "--disable-sync", "--hide-scrollbars", "--force-device-scale-factor=1",
+    for argument in ("--headless=new", "--no-sandbox", "--disable-gpu", "--no-first-run",
+                     "--disable-background-networking", "--disable-component-update",
+                     "--disable-sync", "--hide-scrollbars", "--force-device-scale-factor=1",
                      f"--user-data-dir={profile}"):
         settings.add_argument(argument)
     settings.set_capability("goog:loggingPrefs", {"browser": "ALL"})
@@ -46,7 +47,8 @@ def start_browser():
 
 def resize(driver, width, height):
     driver.execute_cdp_cmd("Emulation.setDeviceMetricsOverride",
-                           {"width": width, "height": height, "deviceScaleFactor": 1, "mobile": width < 600})
+                           {"width": width, "height": height, "deviceScaleFactor": 1,
+                            "mobile": width < 600})
 
 
 class Station:
@@ -65,11 +67,12 @@ class Station:
         with open(self.path("plans", "plan.toml"), "w", encoding="utf-8") as file:
             file.write(plan)
         with open(self.path("people.toml"), "w", encoding="utf-8") as file:
-            file.write('[[operator]]\nname = "W1032"\nbadge = "B-1032"\n[[supervisor]]\nname = "S7"\nbadge = "super-0123456789abcdef"\n'
+            file.write('[[operator]]\nname = "W1032"\nbadge = "B-1032"\n'
+                       '[[supervisor]]\nname = "S7"\nbadge = "super-0123456789abcdef"\n'
                        '[[repairer]]\nname = "R3"\nbadge = "R-0003"\n')
         with open(self.path("sim"), "w", encoding="utf-8") as file:
-            file.write(f'#!/bin/sh\nexec {options.build}/q7-sim --gbk --pace {pace} --fifo {self.path("fifo")} '
-                       f'--board "$(cat {self.path("board")})" "$@"\n')
+            file.write(f'#!/bin/sh\nexec {options.build}/q7-sim --gbk --pace {pace} '
+                       f'--fifo {self.path("fifo")} --board "$(cat {self.path("board")})" "$@"\n')
         os.chmod(self.path("sim"), 0o700)
         self.board("healthy")
         self.process = None
@@ -90,9 +93,11 @@ class Station:
     def start(self, people=False, more=()):
         who = ["--people", self.path("people.toml")] if people else ["--operator", "W1032"]
         self.process = subprocess.Popen(
-            [f"{options.build}/q7-station", "serve", "--listen", f"127.0.0.1:{self.port}", "--station", "3L02",
-             "--plans", self.path("plans"), "--journals", self.path("journals"), *who, *more, "--",
-             f"{options.build}/q7-agent", "run", "--fifo", self.path("fifo"), "--spool", self.path("spool"), "--", self.path("sim")],
+            [f"{options.build}/q7-station", "serve", "--listen", f"127.0.0.1:{self.port}",
+             "--station", "3L02", "--plans", self.path("plans"),
+             "--journals", self.path("journals"), *who, *more, "--",
+             f"{options.build}/q7-agent", "run", "--fifo", self.path("fifo"),
+             "--spool", self.path("spool"), "--", self.path("sim")],
             stdout=subprocess.PIPE, text=True)
         self.url = self.process.stdout.readline().strip()
         self.port = int(re.search(r":(\d+)/", self.url).group(1))
@@ -145,14 +150,21 @@ class PageCase(unittest.TestCase):
     def shown(self):
         return self.browser.execute_script("return document.body.innerText")
 
+    def data(self, name):
+        """data-NAME of the first element that has it."""
+        return self.browser.execute_script(
+            f"return document.querySelector('[data-{name}]')?.dataset.{name}")
+
     def question(self):
-        return self.browser.execute_script("return document.querySelector('[data-question]')?.dataset.question")
+        return self.data("question")
 
     def verdict(self):
-        return self.browser.execute_script("return document.querySelector('[data-verdict]')?.dataset.verdict")
+        return self.data("verdict")
 
     def states_of(self, kind):
-        return self.browser.execute_script(f"return Object.fromEntries([...document.querySelectorAll('[data-{kind}]')].map(e => [e.dataset.{kind}, e.dataset.state]))")
+        return self.browser.execute_script(
+            f"const all = [...document.querySelectorAll('[data-{kind}]')];"
+            f"return Object.fromEntries(all.map(e => [e.dataset.{kind}, e.dataset.state]))")
 
     def answer_all(self, answers):
         """Answers each question as it comes, until the verdict stands."""
@@ -175,7 +187,8 @@ class PageCase(unittest.TestCase):
 
     def assert_no_errors(self):
         errors = [line for line in self.browser.get_log("browser") if line["level"] == "SEVERE"
-                  and not re.search(r"ERR_INTERNET_DISCONNECTED|ERR_CONNECTION|ERR_INCOMPLETE|409", line["message"])]
+                  and not re.search(r"ERR_INTERNET_DISCONNECTED|ERR_CONNECTION|ERR_INCOMPLETE|409",
+                                    line["message"])]
         self.assertEqual(errors, [])
 
 
@@ -195,7 +208,8 @@ class StationPage(PageCase):
 
     def journal(self):
         folder = self.station.path("journals")
-        path = sorted(os.path.join(at, name) for at, _, names in os.walk(folder) for name in names if name.endswith(".journal"))[-1]
+        path = sorted(os.path.join(at, name) for at, _, names in os.walk(folder)
+                      for name in names if name.endswith(".journal"))[-1]
         with open(path, encoding="utf-8") as file:
             return [json.loads(line) for line in file]
 
@@ -214,17 +228,22 @@ class StationPage(PageCase):
         # Neither a scan with Enter nor a short stroke, Enter, Space or Esc answers.
         self.scan("45270-2648-0413")
         self.press(Keys.F2, 0.05)
-        ActionChains(self.browser).send_keys(Keys.ENTER + Keys.SPACE + Keys.ESCAPE + Keys.TAB).perform()
+        others = Keys.ENTER + Keys.SPACE + Keys.ESCAPE + Keys.TAB
+        ActionChains(self.browser).send_keys(others).perform()
         time.sleep(0.3)
         self.assertEqual(self.question(), "buzzer")
         self.assertIn("先回答问题", self.shown())
         # The answer of an earlier question, and one of another serial number, are refused.
         refused = self.browser.execute_async_script("""
             const done = arguments[0];
-            fetch('/api/state').then(r => r.json()).then(state => Promise.all(
-              [['panel-leds', state.attempt.serial], ['buzzer', '45270-0000-0000']].map(([question, serial]) =>
-                fetch('/api/answer', {method: 'POST', headers: {'Content-Type': 'application/json'},
-                  body: JSON.stringify({attempt: state.attempt.id, serial, question, answer: 'yes'})}).then(r => r.status)))).then(done)""")
+            const post = (state, question, serial) =>
+              fetch('/api/answer', {method: 'POST', headers: {'Content-Type': 'application/json'},
+                body: JSON.stringify(
+                  {attempt: state.attempt.id, serial, question, answer: 'yes'})});
+            fetch('/api/state').then(r => r.json()).then(state => Promise.all([
+              post(state, 'panel-leds', state.attempt.serial),
+              post(state, 'buzzer', '45270-0000-0000'),
+            ])).then(all => done(all.map(r => r.status)))""")
         self.assertEqual(refused, [409, 409])
         # The question is there again after a reload.
         self.browser.refresh()
@@ -237,8 +256,11 @@ class StationPage(PageCase):
         self.assertIn("再扫一次", self.shown())
         self.screenshot("pass")
         answers = [line for line in self.journal() if line["kind"] == "answer"]
-        self.assertEqual([(one["question"], one["answer"], one["operator"], one["via"]) for one in answers],
-                         [("buzzer", "yes", "W1032", "page"), ("panel-leds", "yes", "W1032", "page"), ("panel-keys", "yes", "W1032", "page")])
+        self.assertEqual([(one["question"], one["answer"], one["operator"], one["via"])
+                          for one in answers],
+                         [("buzzer", "yes", "W1032", "page"),
+                          ("panel-leds", "yes", "W1032", "page"),
+                          ("panel-keys", "yes", "W1032", "page")])
         # The verdict stays, over a reload too, until the board is scanned out.
         self.press(Keys.ENTER)
         self.browser.refresh()
@@ -265,14 +287,19 @@ class StationPage(PageCase):
         return found
 
     def prove(self):
-        made = subprocess.run([f"{options.build}/q7-station", "prove", "--plan", self.station.path("plans", "plan.toml"), "--station", "3L02",
-                               "--board", os.path.join(SOURCE, "boards", "healthy.toml"), "--simulator", f"{options.build}/q7-sim",
-                               "--journals", self.station.path("journals")], capture_output=True, text=True, check=False)
+        made = subprocess.run(
+            [f"{options.build}/q7-station", "prove", "--station", "3L02",
+             "--plan", self.station.path("plans", "plan.toml"),
+             "--board", os.path.join(SOURCE, "boards", "healthy.toml"),
+             "--simulator", f"{options.build}/q7-sim",
+             "--journals", self.station.path("journals")],
+            capture_output=True, text=True, check=False)
         self.assertEqual(made.returncode, 0, made.stdout + made.stderr)
         self.assertEqual(len(re.findall("^ok ", made.stdout, re.M)), 10)
 
     def test_no_production_before_the_proof_of_the_shift(self):
-        references = '[[reference]]\nserial = "45270-0000-0001"\nverdict = "PASS"\n[[reference]]\nserial = "45270-0000-0002"\nverdict = "FAIL"\n\n[facts]'
+        references = ('[[reference]]\nserial = "45270-0000-0001"\nverdict = "PASS"\n'
+                      '[[reference]]\nserial = "45270-0000-0002"\nverdict = "FAIL"\n\n[facts]')
         self.use(Station([("\n[facts]", "\n" + references)]))
         self.open()
         self.wait(lambda: "缺本班的开班验证" in self.shown())
@@ -289,13 +316,15 @@ class StationPage(PageCase):
         self.run_board("45270-0000-0002", "alarm-input-dead", "fail")
         self.assertIn("验证做完", self.shown())
         self.run_board("45270-2648-0412", "healthy", "pass")
-        self.assertEqual([(one["mark"], one["shift"]) for one in self.attempts()], [("reference", "P-0001")] * 12 + [("production", "P-0001")])
+        self.assertEqual([(one["mark"], one["shift"]) for one in self.attempts()],
+                         [("reference", "P-0001")] * 12 + [("production", "P-0001")])
         # A restarted server shows the board, not a simulated one of another proof; and a reference
         # board with another verdict fails that proof.
         self.prove()
         self.station.end()
         self.station.start()
-        self.wait(lambda: self.verdict() == "pass" and "45270-2648-0412" in self.shown() and "P-0002" in self.shown())
+        self.wait(lambda: self.verdict() == "pass" and "45270-2648-0412" in self.shown()
+                  and "P-0002" in self.shown())
         self.run_board("45270-0000-0001", "alarm-input-dead", "fail")
         self.wait(lambda: "验证不合要求" in self.shown())
         self.run_board("45270-0000-0001", "healthy", "pass")
@@ -316,7 +345,10 @@ class StationPage(PageCase):
         self.browser.find_element(By.CSS_SELECTOR, "#repair input").send_keys("光耦 6" + Keys.ENTER)
         self.browser.find_element(By.CSS_SELECTOR, "#repair h2").click()
         self.browser.execute_script("document.activeElement.blur()")
-        store = lambda: self.browser.find_element(By.CSS_SELECTOR, "#repair .main").click()  # noqa: E731
+
+        def store():
+            self.browser.find_element(By.CSS_SELECTOR, "#repair .main").click()
+
         self.scan("B-1032")  # an operator repairs nothing
         self.assertTrue(self.browser.find_elements(By.CSS_SELECTOR, "#repair"))
         store()
@@ -328,17 +360,23 @@ class StationPage(PageCase):
         self.browser.get(self.station.url)
         self.run_board("45270-2648-0413", "healthy", "pass")
         repairs = [line for line in self.journal() if line["kind"] == "repair"]
-        self.assertEqual([(one["of"], one["text"], one["operator"]) for one in repairs], [(failed, "光耦 6", "R3")])
+        self.assertEqual([(one["of"], one["text"], one["operator"]) for one in repairs],
+                         [(failed, "光耦 6", "R3")])
         self.assertEqual(os.listdir(self.station.path("journals", "repairs")), [])
         self.browser.get(self.station.url + f"board?serial=45270-2648-0413&id={failed}")
         self.wait(lambda: re.search(r"已修：光耦 6 • R3 • \d\d:\d\d", self.shown()))
         # Index and exports have it, made again from the journals too.
-        exported = [f"{options.build}/q7-station", "export", "--format", "json", "--journals", self.station.path("journals"), "--index"]
+        exported = [f"{options.build}/q7-station", "export", "--format", "json",
+                    "--journals", self.station.path("journals"), "--index"]
         again = self.station.path("again.sqlite")
-        subprocess.run([f"{options.build}/q7-station", "index", "--journals", self.station.path("journals"), "--index", again], check=True, capture_output=True)
+        subprocess.run([f"{options.build}/q7-station", "index",
+                        "--journals", self.station.path("journals"), "--index", again],
+                       check=True, capture_output=True)
         for index in (self.station.path("journals", "index.sqlite"), again):
-            attempts = json.loads(subprocess.run([*exported, index], check=True, capture_output=True, text=True).stdout)["attempts"]
-            self.assertEqual([[(r["of"], r["text"], r["operator"]) for r in one["repairs"]] for one in attempts], [[], [(failed, "光耦 6", "R3")]])
+            export = subprocess.run([*exported, index], check=True, capture_output=True, text=True)
+            self.assertEqual([[(r["of"], r["text"], r["operator"]) for r in one["repairs"]]
+                              for one in json.loads(export.stdout)["attempts"]],
+                             [[], [(failed, "光耦 6", "R3")]])
         self.assert_no_errors()
 
     def test_a_trial_run_is_marked_by_a_supervisor_and_releases_nothing(self):
@@ -346,25 +384,32 @@ class StationPage(PageCase):
         self.open(people=True)
         self.scan("B-1032")
         self.wait(lambda: self.phase() == "waiting")
-        marked = "return fetch('/api/mark', {method: 'POST', headers: {'Content-Type': 'application/json'}, body: JSON.stringify({mark: 'trial'})}).then(r => r.status)"
+        marked = """
+            const headers = {'Content-Type': 'application/json'};
+            const body = JSON.stringify({mark: 'trial'});
+            return fetch('/api/mark', {method: 'POST', headers, body}).then(r => r.status)"""
         self.assertEqual(self.browser.execute_script(marked), 409)
         self.scan("super-0123456789abcdef")
         self.wait(lambda: "主管 S7" in self.shown())
         self.press(Keys.F2)
-        self.wait(lambda: self.browser.find_elements(By.XPATH, "//*[@id='identity']//*[text()='试跑']"))
+        mark = "//*[@id='identity']//*[text()='试跑']"
+        self.wait(lambda: self.browser.find_elements(By.XPATH, mark))
         self.run_board("45270-2648-0420", "healthy", "pass")
         self.assertIn("不放行", self.shown())
         self.run_board("45270-2648-0421", "healthy", "pass")
-        self.assertEqual([(one["mark"], one.get("marked_by"), one["operator"]) for one in self.attempts()],
+        self.assertEqual([(one["mark"], one.get("marked_by"), one["operator"])
+                          for one in self.attempts()],
                          [("trial", "S7", "W1032"), ("production", None, "W1032")])
-        totals = self.browser.execute_script("return fetch('/api/yield').then(r => r.json()).then(found => found.totals)")
+        totals = self.browser.execute_script(
+            "return fetch('/api/yield').then(r => r.json()).then(found => found.totals)")
         self.assertEqual((totals["first"], totals["trial"]), (1, 1))
 
     def test_the_factory_may_refuse_a_start_and_gets_every_verdict(self):
         self.use(Station(questions=False))
         got, asked = self.station.path("got"), self.station.path("asked")
         with open(self.station.path("before"), "w", encoding="utf-8") as file:
-            file.write(f"tee -a {asked} | grep -q 0499 && {{ echo '工单关了 <b>WO-7</b>'; exit 1; }}; exit 0\n")
+            file.write(f"tee -a {asked} | grep -q 0499 "
+                       "&& { echo '工单关了 <b>WO-7</b>'; exit 1; }; exit 0\n")
         self.open(more=["--before", f"sh {self.station.path('before')}", "--after", f"cat >>{got}"])
         self.scan("45270-2648-0499")
         self.wait(lambda: self.phase() == "refused")
@@ -374,14 +419,17 @@ class StationPage(PageCase):
         self.wait(lambda: os.path.exists(got) and os.path.getsize(got))
         with open(got, encoding="utf-8") as file:
             told = [json.loads(line) for line in file]
-        self.assertEqual([(one["serial"], one["verdict"], one["station"]) for one in told], [("45270-2648-0412", "PASS", "3L02")])
+        self.assertEqual([(one["serial"], one["verdict"], one["station"]) for one in told],
+                         [("45270-2648-0412", "PASS", "3L02")])
         with open(asked, encoding="utf-8") as file:
-            self.assertEqual([json.loads(line)["serial"] for line in file], ["45270-2648-0499", "45270-2648-0412"])
+            self.assertEqual([json.loads(line)["serial"] for line in file],
+                             ["45270-2648-0499", "45270-2648-0412"])
         # Behind F8: items, record, the replay of the attempt, and back.
         for shown in ("items", "transcript", "replay"):
             self.press(Keys.F8)
         self.wait(lambda: self.phase() == "replay" and "running" in self.states_of("step").values())
-        self.wait(lambda: "重放完" in self.shown() and set(self.states_of("step").values()) == {"pass"}, 12)
+        self.wait(lambda: "重放完" in self.shown()
+                  and set(self.states_of("step").values()) == {"pass"}, 12)
         self.press(Keys.F8)
         self.wait(lambda: self.verdict() == "pass")
         self.assert_no_errors()
@@ -398,7 +446,8 @@ class StationPage(PageCase):
         self.use(Station(pace=20))
         self.open()
         self.scan("45270-2648-0412")
-        self.wait(lambda: self.question() == "panel-leds" or (self.question() == "buzzer" and (self.press(Keys.F2) or False)))
+        self.wait(lambda: self.question() == "panel-leds"
+                  or (self.question() == "buzzer" and (self.press(Keys.F2) or False)))
         self.station.end(signal.SIGKILL)
         self.wait(lambda: self.phase() == "away", 8)
         self.assertIn("服务器没有回应", self.shown())
@@ -407,7 +456,8 @@ class StationPage(PageCase):
         self.station.start()
         self.wait(lambda: self.phase() != "away", 8)
         self.assertEqual(self.answer_all({}), "pass")
-        self.assertEqual([line["kind"] for line in self.journal() if line["kind"] in ("resumed", "end")], ["resumed", "end"])
+        self.assertEqual([line["kind"] for line in self.journal()
+                          if line["kind"] in ("resumed", "end")], ["resumed", "end"])
         events = [line["event"]["n"] for line in self.journal() if line["kind"] == "board"]
         self.assertEqual(events, list(range(1, len(events) + 1)))
         # Ten seconds in which nothing comes: said on the page, and the true state afterwards.
@@ -425,7 +475,8 @@ class StationPage(PageCase):
         self.scan("45270-2648-0413")
         self.assertEqual(self.answer_all({}), "fail")
         slots = self.states_of("slot")
-        self.assertEqual([name for name, state in slots.items() if state == "fail"], ["alarm-inputs.6"])
+        self.assertEqual([name for name, state in slots.items() if state == "fail"],
+                         ["alarm-inputs.6"])
         self.assertIn("报警输入 6 不动作", self.shown())
         self.screenshot("fail")
         self.browser.find_element(By.CSS_SELECTOR, ".languages [lang=en]").click()
@@ -441,14 +492,16 @@ class StationPage(PageCase):
 
     def test_steps_that_did_not_run_are_not_proven(self):
         with open(os.path.join(SOURCE, "boards", "healthy.toml"), encoding="utf-8") as file:
-            board = file.read().replace("boot_device_type = 0x1234", "boot_device_type = 0x4487\nhigh_lines = [25]")
+            board = file.read().replace("boot_device_type = 0x1234",
+                                        "boot_device_type = 0x4487\nhigh_lines = [25]")
         self.assertIn("high_lines", board)
         self.station.board("no-alarm", board)
         self.open()
         self.scan("45270-2648-0414")
         self.assertEqual(self.answer_all({}), "not-proven")
         steps = self.states_of("step")
-        self.assertEqual({name for name, state in steps.items() if state == "not-proven"}, {"alarm", "rs485", "info"})
+        self.assertEqual({name for name, state in steps.items() if state == "not-proven"},
+                         {"alarm", "rs485", "info"})
         self.assertIn("两步没有运行", self.shown())
         self.assertIn("没有测，不算数", self.shown())
         self.assertNotIn("不良", self.shown())
@@ -459,7 +512,8 @@ class StationPage(PageCase):
         with open(os.path.join(SOURCE, "boards", "healthy.toml"), encoding="utf-8") as file:
             board = file.read()
         board = board.replace('sda = {serial = "SIM-0001", model = "Simulated disk 1 TB"', disk)
-        board = board.replace('sdb = {serial = "SIM-0002", model = "Simulated disk 1 TB"', 'sdb = {serial = "SIM-0002", model = "=HYPERLINK(1)"')
+        board = board.replace('sdb = {serial = "SIM-0002", model = "Simulated disk 1 TB"',
+                              'sdb = {serial = "SIM-0002", model = "=HYPERLINK(1)"')
         self.assertIn(disk, board)
         self.use(Station(questions=False))
         self.station.board("evil", board)
@@ -470,9 +524,11 @@ class StationPage(PageCase):
         self.wait(lambda: self.browser.find_elements(By.CSS_SELECTOR, ".line.fold, .line"))
         for fold in self.browser.find_elements(By.CSS_SELECTOR, ".line.fold"):
             fold.click()
-        self.wait(lambda: "<script>alert(1)</script>" in self.browser.find_element(By.CSS_SELECTOR, ".transcript").get_attribute("textContent"))
-        self.assertIn("=HYPERLINK(1)", self.browser.find_element(By.CSS_SELECTOR, ".transcript").get_attribute("textContent"))
-        self.assertEqual(self.browser.execute_script("return document.querySelectorAll('#page script').length"), 0)
+        transcript = "return document.querySelector('.transcript').textContent"
+        self.wait(lambda: "<script>alert(1)</script>" in self.browser.execute_script(transcript))
+        self.assertIn("=HYPERLINK(1)", self.browser.execute_script(transcript))
+        scripts = "return document.querySelectorAll('#page script').length"
+        self.assertEqual(self.browser.execute_script(scripts), 0)
         self.assert_no_errors()
 
     def test_a_locked_database_leaves_a_pass_that_is_sent_later(self):
@@ -492,7 +548,8 @@ class StationPage(PageCase):
     def test_no_pass_where_nothing_can_be_stored(self):
         disk = self.station.path("journals")
         os.mkdir(disk)
-        if subprocess.run(["mount", "-t", "tmpfs", "-o", "size=48k", "tmpfs", disk], capture_output=True).returncode != 0:
+        if subprocess.run(["mount", "-t", "tmpfs", "-o", "size=48k", "tmpfs", disk],
+                          capture_output=True).returncode != 0:
             self.skipTest("no file system of its own can be mounted here")
         self.addCleanup(subprocess.run, ["umount", "-l", disk], check=False)
         self.open()
@@ -525,41 +582,75 @@ class FixturePages(PageCase):
             fixture_server.current["name"] = page
         if not is_state or self.browser.current_url != here:
             self.browser.get(here if is_state else here + page)
-        self.browser.execute_script("localStorage.setItem('language', arguments[0]); dispatchEvent(new Event('languagechange-here'))", language)
+        self.browser.execute_script(
+            "localStorage.setItem('language', arguments[0]);"
+            "dispatchEvent(new Event('languagechange-here'))", language)
         if is_state:
             now = states.state(page)["now"][11:19]
             phase = "question" if states.state(page)["question"] else states.state(page)["phase"]
             self.wait(lambda: self.phase() == phase and now in self.shown())
         else:
-            there = "return document.querySelector('#board .record, #yield .tile, .empty, .legend .plate, #board .head') !== null"
-            self.wait(lambda: self.browser.execute_script(there))
+            there = "#board .record, #yield .tile, .empty, .legend .plate, #board .head"
+            self.wait(lambda: self.browser.find_elements(By.CSS_SELECTOR, there))
             if "serial" in page:
                 self.wait(lambda: self.browser.find_elements(By.CSS_SELECTOR, "#board .record"))
 
     def test_texts_fit_and_can_be_read_in_both_languages(self):
         outside = """
-            const edge = (e) => { for (let p = e.parentElement; p; p = p.parentElement) if (getComputedStyle(p).overflowX === 'hidden') return p.getBoundingClientRect().right; return innerWidth; };
-            return [...document.querySelectorAll('#page *')].filter(e => e.children.length === 0 && e.textContent.trim() && !e.closest('svg, select, .transcript, .scroll, .check, .repair')
-              && (e.scrollWidth > e.clientWidth + 1 && getComputedStyle(e).display !== 'inline' || e.getBoundingClientRect().right > edge(e) + 1
+            const edge = (e) => {
+              let p = e.parentElement;
+              while (p && getComputedStyle(p).overflowX !== 'hidden') p = p.parentElement;
+              return p ? p.getBoundingClientRect().right : innerWidth;
+            };
+            const looked = (e) => e.children.length === 0 && e.textContent.trim()
+              && !e.closest('svg, select, .transcript, .scroll, .check, .repair');
+            return [...document.querySelectorAll('#page *')].filter(e => looked(e)
+              && (e.scrollWidth > e.clientWidth + 1 && getComputedStyle(e).display !== 'inline'
+                || e.getBoundingClientRect().right > edge(e) + 1
                 || e.getBoundingClientRect().bottom > innerHeight + 1)).map(e => e.textContent)"""
-        # What a text stands on is what the browser finds below it; 4.5 to 1, and nothing below 15 px.
+        # What a text stands on is what the browser finds below it; 4.5 to 1, nothing below 15 px.
         unreadable = """
-            const rgb = (colour) => { const m = /rgba?\\((\\d+), (\\d+), (\\d+)(?:, ([\\d.]+))?/.exec(colour); return m && (m[4] ?? 1) > 0.99 ? [+m[1], +m[2], +m[3]] : null; };
-            const light = (c) => { const [r, g, b] = c.map(v => (v /= 255) <= 0.03928 ? v / 12.92 : ((v + 0.055) / 1.055) ** 2.4); return 0.2126 * r + 0.7152 * g + 0.0722 * b; };
-            const contrast = (a, b) => { const [x, y] = [light(a), light(b)].sort((p, q) => q - p); return (x + 0.05) / (y + 0.05); };
-            const isShape = (e) => e instanceof SVGElement && !(e instanceof SVGSVGElement) && e.tagName !== 'g' && e.tagName !== 'text';
+            const rgb = (colour) => {
+              const m = /rgba?\\((\\d+), (\\d+), (\\d+)(?:, ([\\d.]+))?/.exec(colour);
+              return m && (m[4] ?? 1) > 0.99 ? [+m[1], +m[2], +m[3]] : null;
+            };
+            const linear = (v) => v <= 0.03928 ? v / 12.92 : ((v + 0.055) / 1.055) ** 2.4;
+            const light = (c) => {
+              const [r, g, b] = c.map(v => linear(v / 255));
+              return 0.2126 * r + 0.7152 * g + 0.0722 * b;
+            };
+            const contrast = (a, b) => {
+              const [x, y] = [light(a), light(b)].sort((p, q) => q - p);
+              return (x + 0.05) / (y + 0.05);
+            };
+            const isShape = (e) => e instanceof SVGElement && !(e instanceof SVGSVGElement)
+              && e.tagName !== 'g' && e.tagName !== 'text';
             const below = (text) => {
-              const box = text.getBoundingClientRect(), all = document.elementsFromPoint(box.left + box.width / 2, box.top + box.height / 2), at = all.indexOf(text);
+              const box = text.getBoundingClientRect();
+              const x = box.left + box.width / 2, y = box.top + box.height / 2;
+              const all = document.elementsFromPoint(x, y), at = all.indexOf(text);
               if (at < 0) return null;
-              for (const e of all.slice(text instanceof SVGElement ? at + 1 : at)) { const c = rgb(isShape(e) ? getComputedStyle(e).fill : getComputedStyle(e).backgroundColor); if (c) return c; }
+              for (const e of all.slice(text instanceof SVGElement ? at + 1 : at)) {
+                const style = getComputedStyle(e);
+                const c = rgb(isShape(e) ? style.fill : style.backgroundColor);
+                if (c) return c;
+              }
               return rgb(getComputedStyle(document.body).backgroundColor);
             };
-            return [...document.querySelectorAll('#page *')].filter(e => [...e.childNodes].some(n => n.nodeType === 3 && n.textContent.trim()) && !e.closest('select')).flatMap(e => {
-              const style = getComputedStyle(e), ink = rgb(e instanceof SVGElement ? style.fill : style.color), ground = below(e), size = parseFloat(style.fontSize);
+            const isText = (n) => n.nodeType === 3 && n.textContent.trim();
+            const says = (e) => [...e.childNodes].some(isText);
+            const texts = [...document.querySelectorAll('#page *')].filter(says);
+            return texts.filter(e => !e.closest('select')).flatMap(e => {
+              const style = getComputedStyle(e), size = parseFloat(style.fontSize);
+              const ink = rgb(e instanceof SVGElement ? style.fill : style.color);
+              const ground = below(e);
               const found = ground && ink ? contrast(ink, ground) : null;
-              return size < arguments[0] || found !== null && found < 4.5 ? [`${e.textContent} ${size} px ${found?.toFixed(2)}`] : [];
+              return size < arguments[0] || found !== null && found < 4.5
+                ? [`${e.textContent} ${size} px ${found?.toFixed(2)}`] : [];
             })"""
-        for page in [name for name in states.ALL if name != "10-phone"] + ["board?serial=45270-2648-0413", "yield", "yield?item=none", "states", "board"]:
+        pages = [name for name in states.ALL if name != "10-phone"]
+        pages += ["board?serial=45270-2648-0413", "yield", "yield?item=none", "states", "board"]
+        for page in pages:
             for language in ("zh", "en"):
                 with self.subTest(page=page, language=language):
                     self.show(page, language)
@@ -569,16 +660,24 @@ class FixturePages(PageCase):
 
     def test_colours_keep_their_contrasts(self):
         self.show("1-waiting")
-        tokens = self.browser.execute_script("const s = getComputedStyle(document.documentElement); return Object.fromEntries(arguments[0].map(n => [n, s.getPropertyValue('--' + n).trim()]))",
-                                             ["white", "plate", "ink", "ink-2", "grey", "blue", "green", "green-tint", "green-panel", "red", "amber"])
+        names = ["white", "plate", "ink", "ink-2", "grey", "blue", "green", "green-tint",
+                 "green-panel", "red", "amber"]
+        tokens = self.browser.execute_script("""
+            const s = getComputedStyle(document.documentElement);
+            const value = (name) => s.getPropertyValue('--' + name).trim();
+            return Object.fromEntries(arguments[0].map(name => [name, value(name)]))""", names)
 
         def light(name):
             parts = [int(tokens[name][i:i + 2], 16) / 255 for i in (1, 3, 5)]
             r, g, b = [v / 12.92 if v <= 0.03928 else ((v + 0.055) / 1.055) ** 2.4 for v in parts]
             return 0.2126 * r + 0.7152 * g + 0.0722 * b
 
-        for a, b, wanted in (("ink", "white", 17.9), ("ink-2", "white", 8.8), ("grey", "white", 5.4), ("grey", "plate", 3.9), ("blue", "white", 7.1), ("blue", "plate", 5.1),
-                             ("green", "green-tint", 5.3), ("green", "plate", 4.7), ("green-panel", "white", 4.7), ("red", "white", 8.4), ("amber", "ink", 10.3), ("green-panel", "red", 1.75)):
+        for a, b, wanted in (("ink", "white", 17.9), ("ink-2", "white", 8.8),
+                             ("grey", "white", 5.4), ("grey", "plate", 3.9), ("blue", "white", 7.1),
+                             ("blue", "plate", 5.1), ("green", "green-tint", 5.3),
+                             ("green", "plate", 4.7), ("green-panel", "white", 4.7),
+                             ("red", "white", 8.4), ("amber", "ink", 10.3),
+                             ("green-panel", "red", 1.75)):
             high, low = sorted((light(a), light(b)), reverse=True)
             self.assertGreaterEqual((high + 0.05) / (low + 0.05), wanted - 0.06, (a, b))
 
@@ -587,11 +686,14 @@ class FixturePages(PageCase):
         missing = self.browser.execute_async_script("""
             const done = arguments[0];
             import('/texts.js').then(({texts}) => {
-              const keys = (value, path) => value && typeof value === 'object' ? Object.entries(value).flatMap(([k, v]) => keys(v, path + '.' + k)) : [path];
+              const keys = (value, path) => value && typeof value === 'object'
+                ? Object.entries(value).flatMap(([k, v]) => keys(v, path + '.' + k)) : [path];
               const zh = keys(texts.zh, ''), en = keys(texts.en, '');
-              // Values that are English words already need no English text; and a shorter one is a matter of need.
+              // Values that are English words already need no English text; and a shorter one is a
+              // matter of need.
               const both = (key) => !/^[.](values|doingPhone)[.]/.test(key);
-              done([...zh.filter(k => both(k) && !en.includes(k)), ...en.filter(k => both(k) && !zh.includes(k))]);
+              const lacking = (some, others) => some.filter(k => both(k) && !others.includes(k));
+              done([...lacking(zh, en), ...lacking(en, zh)]);
             })""")
         self.assertEqual(missing, [])
 
@@ -602,25 +704,47 @@ class FixturePages(PageCase):
             import('/texts.js').then(({texts}) => {
               const canvas = document.createElement('canvas').getContext('2d');
               canvas.font = '700 52px ' + getComputedStyle(document.body).fontFamily;
+              const steps = ['buzzer', 'panel', 'network', 'alarm', 'rtc', 'usb', 'sata', 'rs485',
+                'info', 'pmp', 'start', 'summary', 'end'];
+              const facts = ['network.copper.4.link', 'network.copper.ports',
+                'network.copper.selected', 'rtc.1.clock', 'usb.runs', 'usb.1.msa1.free',
+                'usb.found', 'sata.esda.serial', 'sata.found', 'info.memory_frequency',
+                'info.alarm_io', 'summary.minisas', 'sequence.steps', 'panel.unknown_keys',
+                'panel.read_failures', 'pmp.chip.1.flash', 'exit.status', 'start.alarm_outputs',
+                'rs485.bad', 'alarm.idle.inputs'];
+              const each = (some, others, make) => some.flatMap(a => others.map(b => make(a, b)));
               const findings = (t) => [
-                ...['alarm-inputs', 'alarm-outputs', 'alarm-stuck'].flatMap(kind => [{kind, ids: [16]}, {kind, ids: [3, 7]}]),
-                ...['copper', 'fibre'].flatMap(medium => ['link', 'duplex', 'speed'].map(what => ({kind: 'port', medium, ids: ['4'], what}))),
-                ...['upper', 'lower'].map(id => ({kind: 'usb-rear', ids: [id]})), ...['esda', 'minisas'].flatMap(id => ['state', 'serial'].map(what => ({kind: 'disk', ids: [id], what}))),
-                {kind: 'usb'}, {kind: 'rs485'}, {kind: 'rtc'}, {kind: 'missing-steps', count: 3}, ...Object.keys(t.reasonShorts).map(kind => ({kind})),
-                ...['buzzer', 'panel', 'network', 'alarm', 'rtc', 'usb', 'sata', 'rs485', 'info', 'pmp', 'start', 'summary', 'end'].map(step => ({kind: 'missing-step', step})),
-                ...['panel', 'buzzer'].flatMap(step => ['answer-no', 'answer-missing', 'answer-unsure'].map(kind => ({kind, step}))),
-                ...['network.copper.4.link', 'network.copper.ports', 'network.copper.selected', 'rtc.1.clock', 'usb.runs', 'usb.1.msa1.free', 'usb.found', 'sata.esda.serial', 'sata.found', 'info.memory_frequency',
-                    'info.alarm_io', 'summary.minisas', 'sequence.steps', 'panel.unknown_keys', 'panel.read_failures', 'pmp.chip.1.flash', 'exit.status', 'start.alarm_outputs', 'rs485.bad',
-                    'alarm.idle.inputs'].map(fact => ({kind: 'wrong', fact}))];
-              done(Object.values(texts).flatMap(t => findings(t).map(one => t.finding(one)).filter(words => !words || canvas.measureText(words).width > 480)));
+                ...each(['alarm-inputs', 'alarm-outputs', 'alarm-stuck'], [[16], [3, 7]],
+                  (kind, ids) => ({kind, ids})),
+                ...each(['copper', 'fibre'], ['link', 'duplex', 'speed'],
+                  (medium, what) => ({kind: 'port', medium, ids: ['4'], what})),
+                ...['upper', 'lower'].map(id => ({kind: 'usb-rear', ids: [id]})),
+                ...each(['esda', 'minisas'], ['state', 'serial'],
+                  (id, what) => ({kind: 'disk', ids: [id], what})),
+                {kind: 'usb'}, {kind: 'rs485'}, {kind: 'rtc'}, {kind: 'missing-steps', count: 3},
+                ...Object.keys(t.reasonShorts).map(kind => ({kind})),
+                ...steps.map(step => ({kind: 'missing-step', step})),
+                ...each(['panel', 'buzzer'], ['answer-no', 'answer-missing', 'answer-unsure'],
+                  (step, kind) => ({kind, step})),
+                ...facts.map(fact => ({kind: 'wrong', fact}))];
+              const bad = (words) => !words || canvas.measureText(words).width > 480;
+              done(Object.values(texts).flatMap(t =>
+                findings(t).map(one => t.finding(one)).filter(bad)));
             })""")
         self.assertEqual(wide, [])
 
     def test_sizes_of_type(self):
-        size = "return parseFloat(getComputedStyle([...document.querySelectorAll('#page *')].find(e => e.children.length === 0 && e.textContent === arguments[0])).fontSize)"
-        for page, words, wanted in (("4-pass", "合格", (218, 218)), ("5-fail", "不良", (128, 142)), ("6-not-proven", "未证实", (106, 106)),
-                                    ("2-running", "17", (190, 190)), ("1-waiting", "扫描下一块板", (100, 100)), ("5-fail", "45270-2648-0413", (50, 50)),
-                                    ("3-question", "每个灯都亮过吗？", (68, 68)), ("5-fail", "查工装 6 号线，再扫码复测", (48, 48))):
+        size = """
+            const found = [...document.querySelectorAll('#page *')].find(
+              e => e.children.length === 0 && e.textContent === arguments[0]);
+            return parseFloat(getComputedStyle(found).fontSize)"""
+        for page, words, wanted in (("4-pass", "合格", (218, 218)), ("5-fail", "不良", (128, 142)),
+                                    ("6-not-proven", "未证实", (106, 106)),
+                                    ("2-running", "17", (190, 190)),
+                                    ("1-waiting", "扫描下一块板", (100, 100)),
+                                    ("5-fail", "45270-2648-0413", (50, 50)),
+                                    ("3-question", "每个灯都亮过吗？", (68, 68)),
+                                    ("5-fail", "查工装 6 号线，再扫码复测", (48, 48))):
             self.show(page)
             self.wait(lambda: words in self.shown())
             found = self.browser.execute_script(size, words)
@@ -632,7 +756,8 @@ class FixturePages(PageCase):
         self.show("3-question")
         self.assertIn("手机只看", self.shown())
         self.assertEqual(self.browser.find_elements(By.CSS_SELECTOR, "[data-key]"), [])
-        self.assertEqual(self.browser.execute_script("return document.documentElement.scrollWidth <= innerWidth"), True)
+        fits = "return document.documentElement.scrollWidth <= innerWidth"
+        self.assertEqual(self.browser.execute_script(fits), True)
         self.screenshot("phone")
 
     def test_every_number_opens_its_list(self):
@@ -640,7 +765,8 @@ class FixturePages(PageCase):
         numbers = self.browser.find_elements(By.CSS_SELECTOR, ".opens")
         self.assertGreater(len(numbers), 40)
         numbers[0].click()
-        self.wait(lambda: self.browser.find_elements(By.CSS_SELECTOR, "#list a[href*='45270-2648-0413']"), 5)
+        link = "#list a[href*='45270-2648-0413']"
+        self.wait(lambda: self.browser.find_elements(By.CSS_SELECTOR, link), 5)
 
 
 if __name__ == "__main__":

@@ -1,4 +1,4 @@
-"""Serves the page's files with a state of states.py for an API: for looking at the page without a station.
+"""Serves the page's files with a state of states.py for an API: the page without a station.
 
 usage: fixture_server.py [PORT]     then http://127.0.0.1:PORT/?5-fail
 """
@@ -46,7 +46,8 @@ class Handler(http.server.SimpleHTTPRequestHandler):
                 while True:
                     name = current["name"]
                     if name != shown or time.monotonic() > sent + 1:
-                        self.wfile.write(b"event: state\ndata: " + json.dumps(states.state(name)).encode() + b"\n\n")
+                        data = json.dumps(states.state(name)).encode()
+                        self.wfile.write(b"event: state\ndata: " + data + b"\n\n")
                         self.wfile.flush()
                         shown, sent = name, time.monotonic()
                     time.sleep(0.02)

@@ -38,22 +38,25 @@ def plan():
     fact("rs485.bad", "rs485", "0")
     for what in ("model", "panel", "arm", "memory", "flash", "cpld", "alarm_io"):
         fact(f"info.{what}", "info", "")
-    return {"name": "QM-45270（DVR）", "model": "QM-45270", "revision": 12, "sha256": "8c1f2a07" + "0" * 56,
-            "steps": STEPS, "questions": ["panel-leds", "panel-keys"], "facts": facts}
+    return {"name": "QM-45270（DVR）", "model": "QM-45270", "revision": 12,
+            "sha256": "8c1f2a07" + "0" * 56, "steps": STEPS,
+            "questions": ["panel-leds", "panel-keys"], "facts": facts}
 
 
 def base():
-    return {
-        "version": 1, "now": "2026-11-23T08:41:05.000+08:00", "station": "3L02", "operator": "W1032",
-        "proof": {"number": "P-0231", "time": "2026-11-23T07:52:10.000+08:00"}, "unsent": 0, "database": True,
-        "board": "connected", "phase": "waiting", "locked": [], "attempt": None, "plan": plan(),
-        "steps": [{"name": name, "state": "not-yet", "seconds": seconds} for name, seconds in zip(STEPS, SECONDS)],
-        "progress": None, "facts": {}, "answers": {}, "question": None, "verdict": None, "last": None, "refusal": None,
-    }
+    return {"version": 1, "now": "2026-11-23T08:41:05.000+08:00", "station": "3L02",
+            "operator": "W1032",
+            "proof": {"number": "P-0231", "time": "2026-11-23T07:52:10.000+08:00"}, "unsent": 0,
+            "database": True, "board": "connected", "phase": "waiting", "locked": [],
+            "attempt": None, "plan": plan(),
+            "steps": [{"name": name, "state": "not-yet", "seconds": seconds} for name,
+                      seconds in zip(STEPS, SECONDS)], "progress": None, "facts": {}, "answers": {},
+            "question": None, "verdict": None, "last": None, "refusal": None, }
 
 
 def attempt(serial, number, sequence):
-    return {"id": f"3L02-20261123-{sequence:04d}", "serial": serial, "number": number, "provisional": False}
+    return {"id": f"3L02-20261123-{sequence:04d}", "serial": serial, "number": number,
+            "provisional": False}
 
 
 def settle(state, steps):
@@ -63,7 +66,8 @@ def settle(state, steps):
             step["state"] = "pass"
     for fact in state["plan"]["facts"]:
         if fact["step"] in steps:
-            state["facts"][fact["name"]] = {"state": "pass", "value": fact["wanted"], "wanted": fact["wanted"]}
+            state["facts"][fact["name"]] = {"state": "pass", "value": fact["wanted"],
+                                            "wanted": fact["wanted"]}
     if "panel" in steps:
         state["answers"] = {"panel-leds": "yes", "panel-keys": "yes"}
 
@@ -81,28 +85,31 @@ def verdict(state, word, items, causes=(), same=1, scan_out=None):
         if not any(one["name"] == item["name"] for one in full):
             full.append(item)
     state["verdict"] = {
-        "verdict": word, "id": about["id"], "serial": about["serial"], "number": about["number"], "mark": "production",
-        "items": full, "causes": list(causes), "same": same, "scan_out": scan_out, "lines": 281, "broke_off": None,
+        "verdict": word, "id": about["id"], "serial": about["serial"], "number": about["number"],
+        "mark": "production", "items": full, "causes": list(causes), "same": same,
+        "scan_out": scan_out, "lines": 281, "broke_off": None,
         "facts": {"good": 61, "wrong": 0, "missing": 0}, "problem": None,
         "stored": {"journal": True, "judgement": True, "database": "committed", "unsent": 0},
     }
 
 
 def reason(code, word, fact="", value="", wanted="", unit="", line=0, text=""):
-    return {"code": code, "verdict": word, "fact": fact, "value": value, "wanted": wanted, "unit": unit, "line": line, "text": text}
+    return {"code": code, "verdict": word, "fact": fact, "value": value, "wanted": wanted,
+            "unit": unit, "line": line, "text": text}
 
 
 def waiting():
     state = base()
     state["board"] = "idle"
-    state["last"] = {"verdict": "pass", "id": "3L02-20261123-0086", "serial": "45270-2648-0411", "number": 1,
-                     "time": "2026-11-23T08:38:20.000+08:00", "released": True}
+    state["last"] = {"verdict": "pass", "id": "3L02-20261123-0086", "serial": "45270-2648-0411",
+                     "number": 1, "time": "2026-11-23T08:38:20.000+08:00", "released": True}
     return state
 
 
 def running():
     state = base()
-    state.update(now="2026-11-23T08:42:17.000+08:00", phase="running", attempt=attempt("45270-2648-0412", 1, 87))
+    state.update(now="2026-11-23T08:42:17.000+08:00", phase="running",
+                 attempt=attempt("45270-2648-0412", 1, 87))
     settle(state, ["buzzer", "panel", "network"])
     set_step(state, "alarm", "running")
     state["progress"] = {"step": "alarm", "elapsed": 31, "left": 17, "over": 0, "silent": 3}
@@ -111,7 +118,8 @@ def running():
 
 def question():
     state = base()
-    state.update(now="2026-11-23T08:42:02.000+08:00", phase="running", attempt=attempt("45270-2648-0412", 1, 87))
+    state.update(now="2026-11-23T08:42:02.000+08:00", phase="running",
+                 attempt=attempt("45270-2648-0412", 1, 87))
     settle(state, ["buzzer"])
     set_step(state, "panel", "waits")
     set_step(state, "network", "running")
@@ -132,36 +140,54 @@ def passed():
 def alarm_wrong(state, output, value, wanted):
     settle(state, STEPS)
     set_step(state, "alarm", "fail")
-    state["facts"][f"alarm.output.{output}.inputs"] = {"state": "fail", "value": value, "wanted": wanted}
+    state["facts"][f"alarm.output.{output}.inputs"] = {"state": "fail", "value": value,
+                                                       "wanted": wanted}
     state["facts"]["alarm.good"] = {"state": "fail", "value": "4", "wanted": "5"}
-    return {"name": "alarm", "verdict": "fail", "reasons": [
-        reason("wrong", "fail", f"alarm.output.{output}.inputs", value, wanted, "bits", 213),
-        reason("wrong", "fail", "alarm.good", "4", "5", "", 214), reason("wrong", "fail", "summary.alarm", "bad", "good", "", 263)]}
+    return {"name": "alarm", "verdict": "fail",
+            "reasons": [reason("wrong", "fail", f"alarm.output.{output}.inputs", value, wanted,
+                               "bits", 213),
+                        reason("wrong", "fail", "alarm.good", "4", "5", "", 214),
+                        reason("wrong", "fail", "summary.alarm", "bad", "good", "", 263)]}
 
 
 def failed():
     state = base()
     state.update(now="2026-11-23T08:52:30.000+08:00", attempt=attempt("45270-2648-0413", 1, 88))
     item = alarm_wrong(state, 2, "0x2202", "0x2222")
-    verdict(state, "fail", [item], [
-        {"defect": "alarm.dead = [6]", "title": {"zh": "输入 6 断路", "en": "Input 6 open"}, "exact": True, "matched": 4, "of": 4,
-         "check": {"zh": "先换工装 6 号线；再查端子 6 的焊点和后面的光耦", "en": "Try a new wire 6; then check terminal 6, its optocoupler"}},
-        {"defect": "alarm.wiring = [[1, 5, 9, 13], [], [3, 7, 11, 15], [4, 8, 12, 16]]", "title": {"zh": "输出 2 不动作", "en": "Output 2 dead"}, "exact": False, "matched": 3, "of": 4, "would_show": [{"fact": "alarm.output.2.inputs", "value": "0x0000"}], "check": {"zh": "", "en": ""}},
-        {"defect": "alarm.dead = [2]", "title": {"zh": "输入 2 断路", "en": "Input 2 open"}, "exact": False, "matched": 3, "of": 4, "would_show": [{"fact": "alarm.output.2.inputs", "value": "0x2220"}], "check": {"zh": "", "en": ""}}])
+    verdict(state, "fail", [item],
+            [{"defect": "alarm.dead = [6]", "title": {"zh": "输入 6 断路", "en": "Input 6 open"},
+              "exact": True, "matched": 4, "of": 4,
+              "check": {"zh": "先换工装 6 号线；再查端子 6 的焊点和后面的光耦",
+                        "en": "Try a new wire 6; then check terminal 6, its optocoupler"}},
+             {"defect": "alarm.wiring = [[1, 5, 9, 13], [], [3, 7, 11, 15], [4, 8, 12, 16]]",
+              "title": {"zh": "输出 2 不动作", "en": "Output 2 dead"}, "exact": False, "matched": 3,
+              "of": 4, "would_show": [{"fact": "alarm.output.2.inputs", "value": "0x0000"}],
+              "check": {"zh": "", "en": ""}},
+             {"defect": "alarm.dead = [2]", "title": {"zh": "输入 2 断路", "en": "Input 2 open"},
+              "exact": False, "matched": 3, "of": 4,
+              "would_show": [{"fact": "alarm.output.2.inputs", "value": "0x2220"}],
+              "check": {"zh": "", "en": ""}}])
     return state
 
 
 def not_proven():
     state = base()
-    state.update(now="2026-11-23T09:07:12.000+08:00", attempt=attempt("45270-2648-0414", 1, 91), unsent=3, database=False)
+    state.update(now="2026-11-23T09:07:12.000+08:00", attempt=attempt("45270-2648-0414", 1, 91),
+                 unsent=3, database=False)
     settle(state, [step for step in STEPS if step not in ("alarm", "rs485", "info")])
     for name in ("alarm", "rs485", "info"):
         set_step(state, name, "not-proven")
-    verdict(state, "not-proven", [
-        {"name": "alarm", "verdict": "not-proven", "reasons": [reason("missing-step", "not-proven")]},
-        {"name": "rs485", "verdict": "not-proven", "reasons": [reason("missing-step", "not-proven")]},
-        {"name": "info", "verdict": "not-proven", "reasons": [reason("missing-fact", "not-proven", "info.alarm_io")]}],
-        [{"defect": "control = {boot_device_type = 0x4487, high_lines = [25]}", "title": {"zh": "启动参数说“无报警、无 485”", "en": "Boot parameters: no alarm, no RS-485"}, "exact": True, "matched": 9, "of": 9, "check": {"zh": "", "en": ""}}])
+    verdict(state, "not-proven",
+            [{"name": "alarm", "verdict": "not-proven",
+              "reasons": [reason("missing-step", "not-proven")]},
+             {"name": "rs485", "verdict": "not-proven",
+              "reasons": [reason("missing-step", "not-proven")]},
+             {"name": "info", "verdict": "not-proven",
+              "reasons": [reason("missing-fact", "not-proven", "info.alarm_io")]}],
+            [{"defect": "control = {boot_device_type = 0x4487, high_lines = [25]}",
+              "title": {"zh": "启动参数说“无报警、无 485”",
+                        "en": "Boot parameters: no alarm, no RS-485"},
+              "exact": True, "matched": 9, "of": 9, "check": {"zh": "", "en": ""}}])
     state["verdict"]["stored"].update(database="spooled", unsent=3)
     return state
 
@@ -170,22 +196,33 @@ def failed_twice():
     state = base()
     state.update(now="2026-11-23T10:14:30.000+08:00", attempt=attempt("45270-2648-0398", 3, 102))
     item = alarm_wrong(state, 3, "0x4400", "0x4444")
-    check = {"zh": "先换工装 3、7 号线；再查后面的光耦", "en": "Try new fixture wires 3, 7; then check the optocouplers"}
-    verdict(state, "fail", [item], [
-        {"defect": "alarm.dead = [3, 7]", "title": {"zh": "输入 3、7 断路", "en": "Inputs 3 and 7 open"}, "exact": True, "defects": [{}, {}], "matched": 4, "of": 4, "check": check},
-        {"defect": "alarm.dead = [3]", "title": {"zh": "输入 3 断路", "en": "Input 3 open"}, "exact": False, "matched": 3, "of": 4, "would_show": [{"fact": "alarm.output.3.inputs", "value": "0x4440"}], "check": check},
-        {"defect": "alarm.dead = [7]", "title": {"zh": "输入 7 断路", "en": "Input 7 open"}, "exact": False, "matched": 3, "of": 4, "would_show": [{"fact": "alarm.output.3.inputs", "value": "0x4404"}], "check": check}], same=3)
+    check = {"zh": "先换工装 3、7 号线；再查后面的光耦",
+             "en": "Try new fixture wires 3, 7; then check the optocouplers"}
+    verdict(state, "fail", [item],
+            [{"defect": "alarm.dead = [3, 7]",
+              "title": {"zh": "输入 3、7 断路", "en": "Inputs 3 and 7 open"}, "exact": True,
+              "defects": [{}, {}], "matched": 4, "of": 4, "check": check},
+             {"defect": "alarm.dead = [3]", "title": {"zh": "输入 3 断路", "en": "Input 3 open"},
+              "exact": False, "matched": 3, "of": 4,
+              "would_show": [{"fact": "alarm.output.3.inputs", "value": "0x4440"}], "check": check},
+             {"defect": "alarm.dead = [7]", "title": {"zh": "输入 7 断路", "en": "Input 7 open"},
+              "exact": False, "matched": 3, "of": 4,
+              "would_show": [{"fact": "alarm.output.3.inputs", "value": "0x4404"}],
+              "check": check}], same=3)
     return state
 
 
 def incomplete():
     state = base()
-    state.update(now="2026-11-23T09:20:12.000+08:00", attempt=attempt("45270-2648-0415", 1, 93), board="lost")
+    state.update(now="2026-11-23T09:20:12.000+08:00", attempt=attempt("45270-2648-0415", 1, 93),
+                 board="lost")
     settle(state, ["buzzer", "panel", "network"])
     set_step(state, "alarm", "incomplete")
     for name in ("rtc", "usb", "sata", "rs485", "info"):
         set_step(state, name, "not-yet")
-    verdict(state, "incomplete", [{"name": "run", "verdict": "incomplete", "reasons": [reason("cut-off", "incomplete")]}])
+    verdict(state, "incomplete",
+            [{"name": "run", "verdict": "incomplete",
+              "reasons": [reason("cut-off", "incomplete")]}])
     state["verdict"]["broke_off"] = "alarm"
     return state
 
@@ -204,8 +241,10 @@ def locked():
 
 def proof_due():
     state = locked()
-    state.update(locked=["proof-boards"], proof={"number": "P-0232", "time": "2026-11-23T07:52:00.000+08:00", "state": "boards-due",
-                                                 "next": {"serial": "45270-0000-0002", "verdict": "fail"}})
+    state.update(locked=["proof-boards"],
+                 proof={"number": "P-0232", "time": "2026-11-23T07:52:00.000+08:00",
+                        "state": "boards-due",
+                        "next": {"serial": "45270-0000-0002", "verdict": "fail"}})
     return state
 
 
@@ -224,7 +263,9 @@ def asking():
 
 def refused():
     state = asking()
-    state.update(phase="refused", factory={"refused": "工单 WO-1123 已经关上；this work order is closed", "problem": "status 1"})
+    state.update(phase="refused",
+                 factory={"refused": "工单 WO-1123 已经关上；this work order is closed",
+                          "problem": "status 1"})
     return state
 
 
@@ -288,23 +329,28 @@ def long_check():
     state = failed()
     state["verdict"]["causes"][0]["check"] = {
         "zh": "听继电器 2：不吸合，查驱动管和线圈；吸合，查端子 2 和工装线",
-        "en": "Listen to relay 2: if silent, check its driver and coil; if it clicks, terminal 2 and the fixture wire"}
+        "en": "Listen to relay 2: if silent, check its driver and coil; "
+              "if it clicks, terminal 2 and the fixture wire"}
     return state
 
 
-ALL = {"1-waiting": waiting, "2-running": running, "3-question": question, "4-pass": passed, "5-fail": failed,
-       "6-not-proven": not_proven, "9-fail-en": failed_twice, "10-phone": running, "long-check": long_check, "no-dictionary": no_dictionary, "incomplete": incomplete,
-       "proof-due": proof_due, "proof-failed": proof_failed, "asking": asking, "refused": refused, "supervised": supervised,
-       "reference-failed": reference_failed, "reference-passed": reference_passed, "first-board": first_board,
-       "sign-in": signing_in, "locked": locked, "keys": keys, "question-keys": question_keys,
-       "last-fail": lambda: last_of("fail"), "last-not-proven": lambda: last_of("not-proven"), "last-incomplete": lambda: last_of("incomplete")}
+ALL = {"1-waiting": waiting, "2-running": running, "3-question": question, "4-pass": passed,
+       "5-fail": failed, "6-not-proven": not_proven, "9-fail-en": failed_twice, "10-phone": running,
+       "long-check": long_check, "no-dictionary": no_dictionary, "incomplete": incomplete,
+       "proof-due": proof_due, "proof-failed": proof_failed, "asking": asking, "refused": refused,
+       "supervised": supervised, "reference-failed": reference_failed,
+       "reference-passed": reference_passed, "first-board": first_board, "sign-in": signing_in,
+       "locked": locked, "keys": keys, "question-keys": question_keys,
+       "last-fail": lambda: last_of("fail"), "last-not-proven": lambda: last_of("not-proven"),
+       "last-incomplete": lambda: last_of("incomplete")}
 
 
 def empty_yield():
     with open(os.path.join(os.path.dirname(__file__), "yield.json"), encoding="utf-8") as file:
         found = json.load(file)
     found["totals"] = {name: 0 for name in found["totals"]}
-    found.update(series={"by": "day", "rows": [], "low": None}, drift={"days": [], "rows": []}, items=[])
+    found.update(series={"by": "day", "rows": [], "low": None}, drift={"days": [], "rows": []},
+                 items=[])
     return found
 
 

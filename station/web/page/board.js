@@ -1,6 +1,8 @@
 // The Board page: every attempt of a serial number, what changed between them, the transcript.
 
-import { el, fit, get, onLanguage, post, scanner, text, minute, shortId } from './common.js';
+import {
+  button, el, fit, get, minute, onLanguage, post, scanner, shortId, text,
+} from './common.js';
 import { sign, stateSign } from './signs.js';
 import { findingOf } from './reading.js';
 import { tabs } from './tabs.js';
@@ -19,7 +21,8 @@ async function load() {
   if (!serial) return render();
   try {
     board = await get(`/api/board?serial=${encodeURIComponent(serial)}`);
-    const wanted = asked.get('id') ?? board.attempts.find((attempt) => attempt.verdict !== 'pass')?.id ?? board.attempts[0]?.id;
+    const bad = board.attempts.find((attempt) => attempt.verdict !== 'pass');
+    const wanted = asked.get('id') ?? (bad ?? board.attempts[0])?.id;
     if (wanted) await choose(wanted);
   } catch (error) {
     problem = error.code ?? 'offline';
@@ -32,45 +35,67 @@ async function choose(id) {
   render();
 }
 
-function head(t) {
-  const serial = typed || board?.serial || asked.get('serial') || '';
-  const now = board?.now;
-  const words = now ? t.now(t.verdicts[now]) : [];
-  const colour = { pass: 'green', fail: 'red', 'not-proven': 'ink', incomplete: 'ink-2' }[now];
-  return el('div', { class: 'head' },
-    el('span', { class: 'label' }, t.serial()), el('b', { class: 'serial' }, serial || '—'),
-    now ? el('span', { class: `now ${now}`, 'data-now': now }, stateSign(now, 38), el('span', {}, words[0], el('b', { css: { color: `var(--${colour})` } }, words[1]), words[2][now])) : '',
-    el('div', { class: 'plan' }, board ? [el('b', {}, board.plan.name), el('span', { class: 'lesser' }, ` • ${t.plan(board.plan.revision, board.plan.sha256.slice(0, 8))}`)] : '', el('div', { class: 'lesser' }, board ? t.scanOther() : t.scanBoard())));
+const planOf = (t, { name, revision, sha256 }) => [el('b', {}, name),
+  el('span', { class: 'lesser' }, ` • ${t.plan(revision, sha256.slice(0, 8))}`)];
+
+function verdictNow(t, now) {
+  const [before, word, after] = t.now(t.verdicts[now]);
+  return el('span', { class: `now ${now}`, 'data-now': now }, stateSign(now, 38),
+    el('span', {}, before, el('b', { class: `word ${now}` }, word), after[now]));
 }
 
-const summaryOf = (attempt, t) => (attempt.verdict === 'pass' ? t.factsGood(attempt.facts.good) : t.finding(findingOf(attempt)));
+function head(t) {
+  const serial = typed || board?.serial || asked.get('serial') || '—';
+  return el('div', { class: 'head' },
+    el('span', { class: 'label' }, t.serial()), el('b', { class: 'serial' }, serial),
+    board?.now ? verdictNow(t, board.now) : '',
+    el('div', { class: 'plan' }, board ? planOf(t, board.plan) : '',
+      el('div', { class: 'lesser' }, board ? t.scanOther() : t.scanBoard())));
+}
 
 function card(attempt, t) {
-  const colour = { pass: 'green', fail: 'red', 'not-proven': 'ink', incomplete: 'ink-2' }[attempt.verdict];
-  return el('button', { type: 'button', tabindex: -1, class: `attempt ${chosen?.id === attempt.id ? 'chosen' : ''}`, 'data-id': attempt.id, on: { click: () => choose(attempt.id) } },
-    el('div', { class: 'row' }, el('b', { class: 'count' }, t.attempt(attempt.number, attempt.provisional)), stateSign(attempt.verdict, 37),
-      el('b', { class: `word ${attempt.verdict}`, css: { color: `var(--${colour})` } }, t.verdicts[attempt.verdict]), el('span', { class: 'when' }, minute(attempt.time))),
-    el('div', { class: 'what' }, summaryOf(attempt, t), attempt.same ? [t.comma.trim() === ',' ? ', ' : '，', el('b', {}, t.sameAsLast())] : ''),
-    el('div', { class: 'lesser who' }, t.attemptLine(t.language === 'en' ? t.stationShort(attempt.station) : t.station(attempt.station), attempt.operator, attempt.shift)),
-    el('div', { class: 'lesser mono id' }, shortId(attempt.id), attempt.mark && attempt.mark !== 'production' ? el('b', { class: 'mark' }, t.marks[attempt.mark]) : ''),
-    repairsOf(attempt).map((one) => el('div', { class: 'repair' }, t.repair.done(repairWords(one, attempt, t), one.operator, one.waiting ? t.repair.waiting : minute(one.at)))));
+  const { id, verdict, station, mark } = attempt;
+  const summary =
+    verdict === 'pass' ? t.factsGood(attempt.facts.good) : t.finding(findingOf(attempt));
+  const same = [t.language === 'en' ? ', ' : '，', el('b', {}, t.sameAsLast())];
+  const where = t.language === 'en' ? t.stationShort(station) : t.station(station);
+  const named = { class: `attempt ${chosen?.id === id ? 'chosen' : ''}`, 'data-id': id };
+  return button(named, () => choose(id),
+    el('div', { class: 'row' },
+      el('b', { class: 'count' }, t.attempt(attempt.number, attempt.provisional)),
+      stateSign(verdict, 37), el('b', { class: `word ${verdict}` }, t.verdicts[verdict]),
+      el('span', { class: 'when' }, minute(attempt.time))),
+    el('div', { class: 'what' }, summary, attempt.same ? same : ''),
+    el('div', { class: 'lesser who' }, t.attemptLine(where, attempt.operator, attempt.shift)),
+    el('div', { class: 'lesser mono id' }, shortId(id),
+      mark && mark !== 'production' ? el('b', { class: 'mark' }, t.marks[mark]) : ''),
+    repairsOf(attempt).map((one) => el('div', { class: 'repair' }, repairWords(one, attempt, t))));
 }
 
 // Repairs after an attempt stand in the next one, or wait for it.
-const repairsOf = (attempt) => [...board.attempts.flatMap((one) => one.repairs ?? []), ...(board.repairs ?? []).map((one) => ({ ...one, waiting: true }))].filter((one) => one.of === attempt.id);
+function repairsOf(attempt) {
+  const stored = board.attempts.flatMap((one) => one.repairs ?? []);
+  const waiting = (board.repairs ?? []).map((one) => ({ ...one, waiting: true }));
+  return [...stored, ...waiting].filter((one) => one.of === attempt.id);
+}
+
 function repairWords(one, attempt, t) {
-  const title = (attempt.causes ?? []).find((cause) => cause.defect === one.defect)?.title?.[t.language];
-  return [title ?? '', one.text].filter(Boolean).join(t.comma) || one.defect;
+  const cause = (attempt.causes ?? []).find((other) => other.defect === one.defect);
+  const what = [cause?.title?.[t.language], one.text].filter(Boolean).join(t.comma);
+  const when = one.waiting ? t.repair.waiting : minute(one.at);
+  return t.repair.done(what || one.defect, one.operator, when);
 }
 
 function openRepair() {
-  repair = { of: chosen.id, defect: chosen.causes[0]?.defect ?? '', text: '', badge: '', refused: '' };
+  const defect = chosen.causes[0]?.defect ?? '';
+  repair = { of: chosen.id, defect, text: '', badge: '', refused: '' };
   render();
 }
 
 async function storeRepair() {
+  const { of, defect, text: words, badge } = repair;
   try {
-    await post('/api/repair', { of: repair.of, defect: repair.defect, text: repair.text, badge: repair.badge });
+    await post('/api/repair', { of, defect, text: words, badge });
     repair = null;
     await load();
   } catch (error) {
@@ -81,82 +106,137 @@ async function storeRepair() {
 
 // What was repaired after the chosen attempt. A scan is a badge here; only the button stores.
 function repairDialog(t) {
-  const choose = (defect, words) => el('button', { type: 'button', tabindex: -1, class: repair.defect === defect ? 'choice here' : 'choice', on: { click: () => { repair.defect = defect; render(); } } }, words);
-  const field = el('input', { 'data-typed': true, maxlength: 80, placeholder: t.repair.what, on: { input: (event) => { repair.text = event.target.value; } } });
+  const { badge, refused } = repair;
+  const choice = (defect, words) =>
+    button({ class: repair.defect === defect ? 'choice here' : 'choice' },
+      () => { repair.defect = defect; render(); }, words);
+  const typing = (event) => { repair.text = event.target.value; };
+  const field = el('input', { 'data-typed': true, maxlength: 80, placeholder: t.repair.what,
+    on: { input: typing } });
   field.value = repair.text;
-  const button = (words, act, main) => el('button', { type: 'button', tabindex: -1, class: main ? 'act main' : 'act', on: { click: act } }, words);
-  return el('section', { id: 'repair', role: 'dialog' }, el('h2', {}, t.repair.title(chosen.number)),
-    el('div', { class: 'choices' }, chosen.causes.slice(0, 3).map((cause) => choose(cause.defect, cause.title?.[t.language] ?? cause.defect)), choose('', t.repair.other)),
-    field, el('div', { class: 'badge-field' }, sign(repair.badge ? 'scan' : 'waits', 28), repair.badge ? t.repair.scanned : t.repair.badge),
-    repair.refused ? el('div', { class: 'refused', role: 'alert' }, t.refusal(repair.refused)) : '',
-    el('div', { class: 'acts' }, button(t.repair.store, storeRepair, true), button(t.repair.cancel, () => { repair = null; render(); })));
+  return el('section', { id: 'repair', role: 'dialog' },
+    el('h2', {}, t.repair.title(chosen.number)),
+    el('div', { class: 'choices' },
+      chosen.causes.slice(0, 3).map(({ defect, title }) =>
+        choice(defect, title?.[t.language] ?? defect)),
+      choice('', t.repair.other)),
+    field,
+    el('div', { class: 'badge-field' }, sign(badge ? 'scan' : 'waits', 28),
+      badge ? t.repair.scanned : t.repair.badge),
+    refused ? el('div', { class: 'refused', role: 'alert' }, t.refusal(refused)) : '',
+    el('div', { class: 'acts' }, button({ class: 'act main' }, storeRepair, t.repair.store),
+      button({ class: 'act' }, () => { repair = null; render(); }, t.repair.cancel)));
+}
+
+function checks(t) {
+  const { address_same, scanned, plan_same } = board.checks;
+  const count = board.attempts.length, several = count > 1;
+  const check = (good, yes, no) => el('div', { class: 'with-sign' },
+    stateSign(good ? 'pass' : 'not-proven', 22), good ? yes(count) : no());
+  if (!several && scanned === null) return '';
+  return el('div', { class: 'checks' },
+    several ? check(address_same, t.checks.addressSame, t.checks.addressDiffers) : '',
+    scanned === null ? '' : check(scanned, t.checks.scanned, t.checks.notScanned),
+    several ? check(plan_same, t.checks.planSame, t.checks.planDiffers) : '');
 }
 
 function attempts(t) {
-  const { attempts: all, stations } = board;
-  const first = all.at(-1);
-  const [count, rest] = t.historyHead(all.length, stations);
-  const several = all.length > 1;
-  const check = (good, words) => el('div', { class: 'with-sign' }, stateSign(good ? 'pass' : 'not-proven', 22), words);
+  const all = board.attempts;
+  const [count, rest] = t.historyHead(all.length, board.stations);
   return el('aside', {},
-    el('div', { class: 'summary' }, el('b', {}, count), rest, el('b', {}, t.verdicts[first.verdict])),
-    el('div', { class: 'attempts' }, all.map((attempt) => card(attempt, t))),
-    !several && board.checks.scanned === null ? '' : el('div', { class: 'checks' },
-      !several ? '' : check(board.checks.address_same, board.checks.address_same ? t.checks.addressSame(all.length) : t.checks.addressDiffers()),
-      board.checks.scanned === null ? '' : check(board.checks.scanned, board.checks.scanned ? t.checks.scanned(all.length) : t.checks.notScanned()),
-      !several ? '' : check(board.checks.plan_same, board.checks.plan_same ? t.checks.planSame(all.length) : t.checks.planDiffers())));
+    el('div', { class: 'summary' }, el('b', {}, count), rest,
+      el('b', {}, t.verdicts[all.at(-1).verdict])),
+    el('div', { class: 'attempts' }, all.map((attempt) => card(attempt, t))), checks(t));
 }
 
-// What changed from attempt to attempt: at most the three newest, oldest first.
+// ---- what changed from attempt to attempt: at most the three newest, oldest first --------------
+
+function valueWords(t, fact, value) {
+  if (!value) return t.noReport();
+  const short = fact === 'station' ? value.value.replace(/^\d+L(\d+) /, '$1 ') : value.value;
+  const unit = value.unit && value.unit !== 'bits' ? ` ${t.unit(value.unit)}` : '';
+  return t.value(short) + unit;
+}
+
+function changedValue(t, change, columns, i) {
+  const valueOf = (attempt) => change.values.find((one) => one.id === attempt.id);
+  const value = valueOf(columns[i]), before = i > 0 ? valueOf(columns[i - 1]) : null;
+  const newest = i === columns.length - 1;
+  const same = before && value && before.value === value.value;
+  const name = `${newest ? 'newest' : ''} ${same || change.ignored ? 'lesser' : ''}`;
+  return el('td', { class: name }, el('span', { class: 'with-sign' },
+    value?.state ? stateSign(value.state, 20) : el('span', { class: 'no-sign' }),
+    el(newest && !change.ignored ? 'b' : 'span', {}, valueWords(t, change.fact, value))));
+}
+
 function changes(t) {
   const columns = board.attempts.slice(0, 3).reverse();
-  const cell = (change, attempt, i) => {
-    const value = change.values.find((one) => one.id === attempt.id);
-    const newest = i === columns.length - 1;
-    const before = i > 0 ? change.values.find((one) => one.id === columns[i - 1].id) : null;
-    const same = before && value && before.value === value.value;
-    return el('td', { class: `${newest ? 'newest' : ''} ${same || change.ignored ? 'lesser' : ''}` },
-      el('span', { class: 'with-sign' }, value?.state ? stateSign(value.state, 20) : el('span', { class: 'no-sign' }),
-        el(newest && !change.ignored ? 'b' : 'span', {}, value ? t.value(change.fact === 'station' ? value.value.replace(/^\d+L(\d+) /, '$1 ') : value.value) + (value.unit && value.unit !== 'bits' ? ` ${t.unit(value.unit)}` : '') : t.noReport())));
-  };
-  const name = (change) => (change.ignored ? t.ignored(t.fact(change.fact)) : t.fact(change.fact));
-  const shown = board.changes.length > 6 ? board.changes.slice(0, 5) : board.changes;
+  const all = board.changes, shown = all.length > 6 ? all.slice(0, 5) : all;
+  const row = (change) => el('tr', { class: change.ignored ? 'ignored' : '' },
+    el('td', {}, change.ignored ? t.ignored(t.fact(change.fact)) : t.fact(change.fact),
+      el('span', { class: 'mono fact' }, change.fact)),
+    columns.map((_, i) => changedValue(t, change, columns, i)));
+  const none = () => el('tr', { class: 'ignored' }, el('td', { colspan: columns.length + 1 },
+    columns.length < 2 ? t.oneAttempt() : t.noChanges()));
+  const more = () => el('tr', {},
+    el('td', { class: 'lesser', colspan: 4 }, t.moreChanges(all.length - shown.length)));
   return el('section', { class: 'white changes' }, el('table', {},
-    el('thead', {}, el('tr', {}, el('th', {}, t.changed()), columns.map((attempt) => el('th', { class: 'column' }, t.attempt(attempt.number, attempt.provisional))))),
-    el('tbody', {}, shown.map((change) => el('tr', { class: change.ignored ? 'ignored' : '' },
-      el('td', {}, name(change), el('span', { class: 'mono fact' }, change.fact)), columns.map((attempt, i) => cell(change, attempt, i)))),
-      shown.length ? '' : el('tr', { class: 'ignored' }, el('td', { colspan: columns.length + 1 }, columns.length < 2 ? t.oneAttempt() : t.noChanges())),
-      shown.length < board.changes.length ? el('tr', {}, el('td', { class: 'lesser', colspan: 4 }, t.moreChanges(board.changes.length - shown.length))) : '')));
+    el('thead', {}, el('tr', {}, el('th', {}, t.changed()), columns.map((attempt) =>
+      el('th', { class: 'column' }, t.attempt(attempt.number, attempt.provisional))))),
+    el('tbody', {}, shown.length ? shown.map(row) : none(),
+      shown.length < all.length ? more() : '')));
 }
+
+// ---- the record of the chosen attempt ----------------------------------------------------------
 
 function go(step) {
   const marks = [...document.querySelectorAll('.transcript .line.reason')];
   const scroll = document.querySelector('.transcript');
-  const here = marks.findIndex((mark) => mark.offsetTop >= scroll.scrollTop + 4);
-  const next = marks[Math.min(marks.length - 1, Math.max(0, (here < 0 ? marks.length : here) + (step > 0 ? 1 : -1)))];
-  if (next) scroll.scrollTop = next.offsetTop - 62;
+  const found = marks.findIndex((mark) => mark.offsetTop >= scroll.scrollTop + 4);
+  const next = (found < 0 ? marks.length : found) + (step > 0 ? 1 : -1);
+  const mark = marks[Math.min(marks.length - 1, Math.max(0, next))];
+  if (mark) scroll.scrollTop = mark.offsetTop - 62;
 }
 
+const act = (words, does) => button({ class: 'link' }, does, words);
+const links = (...children) => el('span', { class: 'links' }, ...children);
+
 function record(t) {
-  const reasons = chosen.items.flatMap((item) => item.reasons).filter((reason) => reason.line).length;
-  const link = (words, act) => el('button', { type: 'button', tabindex: -1, class: 'link', on: { click: act } }, words);
-  const cause = chosen.causes[0];
+  const { id, number, items, lines, unexplained } = chosen;
+  const reasons = items.flatMap((item) => item.reasons).filter((reason) => reason.line).length;
+  const link = (path, words) => el('a', { class: 'link', tabindex: -1,
+    href: `${path}=${encodeURIComponent(id)}` }, words);
   return el('section', { class: 'white record' },
-    el('div', { class: 'record-head' }, el('b', {}, t.recordOf(chosen.number)), el('span', { class: 'lesser' }, t.recordHead(chosen.lines, reasons, chosen.unexplained)),
-      el('span', { class: 'links' }, el('a', { class: 'link', tabindex: -1, href: `/?replay=${encodeURIComponent(chosen.id)}` }, t.replay()), link(t.links.all, () => { unfold = true; render(); }), link(t.links.previous, () => go(-1)), link(t.links.next, () => go(1)),
-        el('a', { class: 'link', tabindex: -1, href: `/api/journal?id=${encodeURIComponent(chosen.id)}` }, t.links.raw))),
+    el('div', { class: 'record-head' }, el('b', {}, t.recordOf(number)),
+      el('span', { class: 'lesser' }, t.recordHead(lines, reasons, unexplained)),
+      links(link('/?replay', t.replay()),
+        act(t.links.all, () => { unfold = true; render(); }),
+        act(t.links.previous, () => go(-1)), act(t.links.next, () => go(1)),
+        link('/api/journal?id', t.links.raw))),
     el('div', { class: 'transcript' }, transcriptRows(chosen, t, { unfold })),
-    chosen.verdict === 'pass' ? '' : el('div', { class: 'cause' }, cause
-      ? [el('b', {}, t.likelyCause()), el('span', {}, cause.title?.[t.language] ?? cause.defect), cause.exact ? el('span', { class: 'badge full' }, t.exact(cause.defects?.length || 1)) : '', el('span', { class: 'lesser check' }, cause.note?.[t.language] ?? cause.check?.[t.language] ?? '')]
-      : el('span', { class: 'lesser' }, t.noCause()), el('span', { class: 'links' }, link(t.repair.enter, openRepair))));
+    chosen.verdict === 'pass' ? '' : el('div', { class: 'cause' }, likelyCause(t, chosen.causes[0]),
+      links(act(t.repair.enter, openRepair))));
 }
+
+function likelyCause(t, cause) {
+  if (!cause) return el('span', { class: 'lesser' }, t.noCause());
+  const exact = el('span', { class: 'badge full' }, t.exact(cause.defects?.length || 1));
+  const advice = cause.note?.[t.language] ?? cause.check?.[t.language] ?? '';
+  return [el('b', {}, t.likelyCause()), el('span', {}, cause.title?.[t.language] ?? cause.defect),
+    cause.exact ? exact : '', el('span', { class: 'lesser check' }, advice)];
+}
+
+// ---- the page ----------------------------------------------------------------------------------
 
 function render() {
   const t = text();
   const scroll = document.querySelector('.transcript')?.scrollTop ?? 0;
   tabs('board', board?.index, t);
-  const empty = problem ? el('div', { class: 'empty' }, t.refusal(problem)) : board && !board.attempts.length ? el('div', { class: 'empty' }, t.noAttempts(board.serial)) : '';
-  document.getElementById('board').replaceChildren(head(t), empty, ...(board?.attempts.length ? [attempts(t), changes(t)] : []), chosen ? record(t) : '', repair ? repairDialog(t) : '');
+  const some = board?.attempts.length;
+  const empty = problem ? t.refusal(problem) : board && !some ? t.noAttempts(board.serial) : '';
+  document.getElementById('board').replaceChildren(head(t),
+    empty && el('div', { class: 'empty' }, empty), ...(some ? [attempts(t), changes(t)] : []),
+    chosen ? record(t) : '', repair ? repairDialog(t) : '');
   const transcript = document.querySelector('.transcript');
   if (transcript) transcript.scrollTop = scroll;
 }

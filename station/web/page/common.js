@@ -1,6 +1,5 @@
 // What the pages share: elements, language, scaling, keys and scanner, requests.
 
-import { svg } from './signs.js';
 import { texts } from './texts.js';
 
 // An element; everything that came from outside is a child and so a text node.
@@ -8,17 +7,19 @@ export function el(tag, attributes = {}, ...children) {
   const node = document.createElement(tag);
   for (const [name, value] of Object.entries(attributes)) {
     if (value === undefined || value === null || value === false) continue;
-    if (name === 'on') for (const [event, handler] of Object.entries(value)) node.addEventListener(event, handler);
-    else if (name === 'css') Object.assign(node.style, value);
-    else node.setAttribute(name, value === true ? '' : value);
+    if (name === 'css') Object.assign(node.style, value);
+    else if (name !== 'on') node.setAttribute(name, value === true ? '' : value);
   }
-  node.append(...children.flat(Infinity).filter((child) => child !== null && child !== undefined && child !== false));
+  for (const [event, handler] of Object.entries(attributes.on ?? {})) {
+    node.addEventListener(event, handler);
+  }
+  node.append(...children.flat(Infinity).filter((child) => (child ?? false) !== false));
   return node;
 }
 
-// Text at a fixed place of the page.
-export const at = (left, top, size, text, more = {}) =>
-  el('div', { class: `at ${more.class ?? ''}`, css: { left: `${left}px`, top: `${top}px`, fontSize: `${size}px`, ...more.css } }, text);
+// A button for the pointer: the keyboard belongs to keys and scanner.
+export const button = (attributes, click, ...children) =>
+  el('button', { type: 'button', tabindex: -1, ...attributes, on: { click } }, ...children);
 
 // ---- language ----------------------------------------------------------------------------------
 
@@ -26,14 +27,22 @@ export const language = () => (localStorage.getItem('language') === 'en' ? 'en' 
 export const text = () => texts[language()];
 
 export function languageSwitch() {
-  const choose = (code, name) => el('button', {
-    type: 'button', class: language() === code ? 'here' : '', tabindex: -1, lang: code,
-    on: { click: () => { localStorage.setItem('language', code); dispatchEvent(new Event('languagechange-here')); } },
-  }, name);
-  return el('div', { class: 'languages' }, choose('zh', '中文'), choose('en', 'EN'));
+  const choose = (code) => {
+    localStorage.setItem('language', code);
+    dispatchEvent(new Event('languagechange-here'));
+  };
+  const choice = (code, name) =>
+    button({ class: language() === code ? 'here' : '', lang: code }, () => choose(code), name);
+  return el('div', { class: 'languages' }, choice('zh', '中文'), choice('en', 'EN'));
 }
+
+// Calls `render` now and whenever the language changes, in any window; style sheets go by the
+// language of the document.
 export function onLanguage(render) {
-  const apply = () => { document.documentElement.lang = language() === 'en' ? 'en' : 'zh-CN'; render(); };
+  const apply = () => {
+    document.documentElement.lang = language() === 'en' ? 'en' : 'zh-CN';
+    render();
+  };
   addEventListener('languagechange-here', apply);
   addEventListener('storage', apply);
   apply();
@@ -48,9 +57,9 @@ export function fit() {
   const page = document.getElementById('page');
   const apply = () => {
     document.body.classList.toggle('phone', onPhone());
-    if (onPhone()) { page.style.transform = ''; return; }
     const scale = Math.min(innerWidth / 1280, innerHeight / 800);
-    page.style.transform = `translate(${Math.max(0, (innerWidth - 1280 * scale) / 2)}px, 0) scale(${scale})`;
+    const left = Math.max(0, (innerWidth - 1280 * scale) / 2);
+    page.style.transform = onPhone() ? '' : `translate(${left}px, 0) scale(${scale})`;
   };
   addEventListener('resize', apply);
   apply();
@@ -58,18 +67,18 @@ export function fit() {
 
 // ---- requests ----------------------------------------------------------------------------------
 
-export async function get(path) {
-  const response = await fetch(path, { headers: { Accept: 'application/json' } });
-  const body = await response.json();
-  if (!response.ok) throw Object.assign(new Error(body.error ?? response.statusText), { code: body.error });
-  return body;
-}
-export async function post(path, body) {
-  const response = await fetch(path, { method: 'POST', headers: { 'Content-Type': 'application/json' }, body: JSON.stringify(body) });
+// Both give the answer's object, or throw an error whose `code` is what the server says; it has
+// none when no answer came.
+async function request(path, options) {
+  const response = await fetch(path, options);
   const answer = await response.json();
-  if (!response.ok) throw Object.assign(new Error(answer.error ?? response.statusText), { code: answer.error });
-  return answer;
+  if (response.ok) return answer;
+  throw Object.assign(new Error(answer.error ?? response.statusText), { code: answer.error });
 }
+export const get = (path) => request(path, { headers: { Accept: 'application/json' } });
+export const post = (path, body) => request(path, {
+  method: 'POST', headers: { 'Content-Type': 'application/json' }, body: JSON.stringify(body),
+});
 
 // ---- scanner -----------------------------------------------------------------------------------
 
@@ -81,7 +90,8 @@ export function scanner(shown, scanned) {
     if (event.ctrlKey || event.altKey || event.metaKey) return;
     if (event.target.closest?.('[data-typed]')) return;
     const whole = event.key === 'Enter' || event.key === 'Tab';
-    if (!whole && event.key.length !== 1 && event.key !== 'Backspace' && event.key !== 'Escape') return;
+    const edits = event.key === 'Backspace' || event.key === 'Escape';
+    if (!whole && !edits && event.key.length !== 1) return;
     event.preventDefault();
     if (whole) {
       const done = code;
@@ -102,42 +112,55 @@ export function scanner(shown, scanned) {
 // ---- the three keys ----------------------------------------------------------------------------
 
 const HELD_MS = 300;
+const KEYS = ['F2', 'F4', 'F8'];
 
-// `begin(key)` returns what the key would do now, or null: {act, hold_ms?}. It is bound when the key
-// goes down, so that a question that comes meanwhile is not answered by a press meant for another.
+// `begin(key)` returns what the key would do now, or null: {act, hold_ms?}. It is bound when the
+// key goes down, so that a question that comes meanwhile is not answered by a press meant for
+// another. `mark(key, held)` shows it.
 export function threeKeys(begin, mark) {
   const down = new Map();
   const press = (key, hold_ms) => {
     if (down.has(key)) return;
     const deed = begin(key);
     if (!deed) return;
-    const entry = { deed, since: performance.now(), need: Math.max(hold_ms, deed.hold_ms ?? 0), timer: 0 };
-    if (deed.hold_ms) entry.timer = setTimeout(() => { down.delete(key); mark(key, false); deed.act(); }, deed.hold_ms);
+    const entry = { deed, since: performance.now(), need: hold_ms, timer: 0 };
+    const held = () => { letGo(key); deed.act(); };
+    if (deed.hold_ms) entry.timer = setTimeout(held, deed.hold_ms);
     down.set(key, entry);
     mark(key, true);
   };
-  const release = (key) => {
+  const letGo = (key) => {
     const entry = down.get(key);
-    if (!entry) return;
+    if (!entry) return null;
     down.delete(key);
     clearTimeout(entry.timer);
     mark(key, false);
-    if (!entry.deed.hold_ms && performance.now() - entry.since >= entry.need) entry.deed.act();
+    return entry;
+  };
+  const release = (key) => {
+    const entry = letGo(key);
+    if (!entry || entry.deed.hold_ms) return;
+    if (performance.now() - entry.since >= entry.need) entry.deed.act();
   };
   addEventListener('keydown', (event) => {
-    if (!['F2', 'F4', 'F8'].includes(event.key)) return;
+    if (!KEYS.includes(event.key)) return;
     event.preventDefault();
     if (!event.repeat) press(event.key, HELD_MS);
   });
-  addEventListener('keyup', (event) => { if (['F2', 'F4', 'F8'].includes(event.key)) { event.preventDefault(); release(event.key); } });
-  addEventListener('blur', () => { for (const [key, entry] of down) { clearTimeout(entry.timer); mark(key, false); } down.clear(); });
+  addEventListener('keyup', (event) => {
+    if (!KEYS.includes(event.key)) return;
+    event.preventDefault();
+    release(event.key);
+  });
+  const letAllGo = () => { for (const key of [...down.keys()]) letGo(key); };
+  addEventListener('blur', letAllGo);
+  const keyOf = (event) => event.target.closest?.('[data-key]')?.dataset.key;
   addEventListener('pointerdown', (event) => {
-    const key = event.target.closest?.('[data-key]')?.dataset.key;
-    if (key) press(key, 0);
+    if (keyOf(event)) press(keyOf(event), 0);
   });
   addEventListener('pointerup', (event) => {
-    const over = event.target.closest?.('[data-key]')?.dataset.key;
-    for (const key of [...down.keys()]) if (key === over) release(key); else { clearTimeout(down.get(key).timer); down.delete(key); mark(key, false); }
+    release(keyOf(event));
+    letAllGo();
   });
 }
 
@@ -149,5 +172,3 @@ export const minute = (iso) => (iso ?? '').slice(11, 16);
 // An attempt's id without its year: 3L02-1123-0088.
 export const shortId = (id) => (id ?? '').replace(/-20\d\d(\d{4})-/, '-$1-');
 export const day = (iso) => (iso ?? '').slice(5, 10);
-
-export { svg };

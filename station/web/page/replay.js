@@ -6,7 +6,8 @@ const LONGEST = 10, SHORTEST_S = 5;  // ten times as fast, but five seconds at l
 let record = null, begun = 0;
 
 // How many times as fast as the attempt was.
-export const pace = () => (record ? Math.max(1, Math.min(LONGEST, Math.round(record.seconds / SHORTEST_S))) : LONGEST);
+export const pace = () => (record
+  ? Math.max(1, Math.min(LONGEST, Math.round(record.seconds / SHORTEST_S))) : LONGEST);
 
 export async function startReplay(id) {
   record = null;
@@ -21,17 +22,30 @@ export function replayState(live) {
   if (!record) return null;
   const seconds = (performance.now() - begun) / 1000 * pace();
   const seen = record.frames.filter((frame) => frame.at <= seconds);
-  const frame = seen.at(-1);
-  const over = seconds >= record.seconds;
-  const attempt = { id: record.id, serial: record.serial, number: record.number, provisional: false, mark: record.mark };
-  const whole = { ...live, attempt, plan: record.plan, replay: true, refusal: null, question: null, verdict: null, locked: [], mark: 'production' };
-  if (over || !frame) {
-    const last = { verdict: record.verdict.verdict, id: record.id, serial: record.serial, number: record.number, time: record.verdict.end, released: false };
-    return { ...whole, phase: 'replayed', steps: over ? record.steps : record.steps.map((step) => ({ ...step, state: 'not-yet' })), facts: over ? record.facts : {}, answers: over ? record.answers : {}, progress: null, last };
-  }
-  const total = record.steps.reduce((sum, step) => sum + (step.seconds ?? 0), 0);
-  return {
-    ...whole, phase: 'running', steps: frame.steps, facts: Object.assign({}, ...seen.map((one) => one.facts)), answers: frame.answers, last: null,
-    progress: { step: frame.step || record.steps[0]?.name, elapsed: Math.floor(seconds), left: Math.max(0, Math.round(total - seconds)), over: 0, silent: Math.floor(seconds - frame.at) },
+  const { id, serial, number, mark, plan } = record;
+  const whole = {
+    ...live, attempt: { id, serial, number, provisional: false, mark }, plan, replay: true,
+    refusal: null, question: null, verdict: null, locked: [], mark: 'production',
   };
+  if (seconds >= record.seconds) return atEnd(whole, record.steps, record.facts, record.answers);
+  return seen.length ? atFrame(whole, seen, seconds) : atEnd(whole, notYet(record.steps), {}, {});
+}
+
+const notYet = (steps) => steps.map((step) => ({ ...step, state: 'not-yet' }));
+
+function atEnd(whole, steps, facts, answers) {
+  const { id, serial, number, verdict } = record;
+  const last = { verdict: verdict.verdict, id, serial, number, time: verdict.end, released: false };
+  return { ...whole, phase: 'replayed', steps, facts, answers, progress: null, last };
+}
+
+function atFrame(whole, seen, seconds) {
+  const { at, step, steps, answers } = seen.at(-1);
+  const total = record.steps.reduce((sum, one) => sum + (one.seconds ?? 0), 0);
+  const progress = {
+    step: step || record.steps[0]?.name, elapsed: Math.floor(seconds),
+    left: Math.max(0, Math.round(total - seconds)), over: 0, silent: Math.floor(seconds - at),
+  };
+  const facts = Object.assign({}, ...seen.map((one) => one.facts));
+  return { ...whole, phase: 'running', steps, facts, answers, last: null, progress };
 }

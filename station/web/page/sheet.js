@@ -27,10 +27,16 @@ export async function sheet(view, id, t) {
 }
 
 function items(attempt, t) {
-  const row = (item) => el('tr', {},
-    el('td', { class: 'nowrap' }, el('b', {}, t.step(item.name))),
-    el('td', { class: 'nowrap' }, el('span', { class: 'with-sign' }, stateSign(item.verdict, 24), t.verdicts[item.verdict])),
-    el('td', {}, item.reasons.length ? item.reasons.map((reason) => el('div', {}, t.reason(reason), el('span', { class: 'lesser' }, reason.line ? `　${t.line(reason.line)}` : ''))) : el('span', { class: 'lesser' }, t.allAsWanted())));
+  const reason = (one) => el('div', {}, t.reason(one),
+    el('span', { class: 'lesser' }, one.line ? `　${t.line(one.line)}` : ''));
+  const good = () => el('span', { class: 'lesser' }, t.allAsWanted());
+  const row = ({ name, verdict, reasons }) => el('tr', {},
+    el('td', { class: 'nowrap' }, el('b', {}, t.step(name))),
+    el('td', { class: 'nowrap' },
+      el('span', { class: 'with-sign' }, stateSign(verdict, 24), t.verdicts[verdict])),
+    el('td', {}, reasons.length ? reasons.map(reason) : good()));
   return [el('h2', {}, `${t.items()} • ${attempt.serial} • ${attempt.id}`),
-    el('div', { class: 'scroll' }, el('table', { class: 'items' }, el('thead', {}, el('tr', {}, t.itemColumns.map((name) => el('th', {}, name)))), el('tbody', {}, attempt.items.map(row))))];
+    el('div', { class: 'scroll' }, el('table', { class: 'items' },
+      el('thead', {}, el('tr', {}, t.itemColumns.map((name) => el('th', {}, name)))),
+      el('tbody', {}, attempt.items.map(row))))];
 }

@@ -1,8 +1,8 @@
-// The Yield page: first-pass and final yield, what failed and why, drift. Every number opens the list
-// of boards behind it.
+// The Yield page: first-pass and final yield, what failed and why, drift. Every number opens the
+// list of boards behind it.
 
-import { el, fit, get, onLanguage, onPhone, scanner, text, minute, day, svg } from './common.js';
-import { stateSign } from './signs.js';
+import { button, day, el, fit, get, minute, onLanguage, scanner, text } from './common.js';
+import { box, disc, line, stateSign, svg, token } from './signs.js';
 import { tabs } from './tabs.js';
 
 const filters = new URLSearchParams(location.search);
@@ -30,9 +30,8 @@ function set(name, value) {
 const percent = (part, whole) => (whole ? (Math.round(1000 * part / whole) / 10).toFixed(1) : '–');
 
 // A number that opens its list: `which` selects it beside the filters.
-function opens(words, which, t) {
-  return el('button', { type: 'button', tabindex: -1, class: 'opens', 'data-list': JSON.stringify(which), on: { click: () => list(which, t) } }, words);
-}
+const opens = (words, which, t) =>
+  button({ class: 'opens', 'data-list': JSON.stringify(which) }, () => list(which, t), words);
 
 async function list(which, t) {
   const query = new URLSearchParams(filters);
@@ -43,194 +42,310 @@ async function list(which, t) {
   } catch (error) {
     failed = t.refusal(error.code ?? 'offline');
   }
-  document.getElementById('list')?.remove();
+  const close = () => document.getElementById('list')?.remove();
+  close();
   document.getElementById('page').append(el('section', { id: 'list' },
-    el('div', { class: 'top' }, el('b', {}, failed || t.boardsBehind(boards.length)), el('button', { type: 'button', class: 'link', on: { click: () => document.getElementById('list').remove() } }, t.close())),
-    el('div', { class: 'rows' }, el('table', {}, boards.map((one) => el('tr', {},
-      el('td', {}, el('a', { href: `/board?serial=${encodeURIComponent(one.serial)}&id=${encodeURIComponent(one.id)}` }, one.serial)),
-      el('td', {}, `${day(one.time)} ${minute(one.time)}`), el('td', {}, t.station(one.station)), el('td', {}, t.attempt(one.number)),
-      el('td', {}, el('span', { class: 'with-sign' }, stateSign(one.verdict, 22), t.verdicts[one.verdict])), el('td', {}, one.item ? t.step(one.item) : '')))))));
+    el('div', { class: 'top' }, el('b', {}, failed || t.boardsBehind(boards.length)),
+      button({ class: 'link' }, close, t.close())),
+    el('div', { class: 'rows' }, el('table', {}, boards.map((one) => boardRow(one, t))))));
 }
+
+function boardRow({ serial, id, time, station, number, verdict, item }, t) {
+  const href = `/board?serial=${encodeURIComponent(serial)}&id=${encodeURIComponent(id)}`;
+  const sign = el('span', { class: 'with-sign' }, stateSign(verdict, 22), t.verdicts[verdict]);
+  const cells = [el('a', { href }, serial), `${day(time)} ${minute(time)}`, t.station(station),
+    t.attempt(number), sign, item ? t.step(item) : ''];
+  return el('tr', {}, cells.map((cell) => el('td', {}, cell)));
+}
+
+// ---- filters and totals ------------------------------------------------------------------------
 
 function filterBar(t) {
   const { choices } = data;
-  const chevron = () => svg('svg', { width: 14, height: 10, viewBox: '0 0 14 10' }, svg('path', { d: 'M1 2L7 8L13 2', fill: 'none', stroke: 'var(--ink)', 'stroke-width': 2.4 }));
-  const one = (name, shown, options) => el('label', { class: 'filter' }, el('span', { class: 'name' }, t.filters[name]), el('b', {}, shown), chevron(),
-    el('select', { 'data-typed': true, tabindex: -1, on: { change: (event) => { set(name, event.target.value); event.target.blur(); } } },
-      options.map(([value, words]) => el('option', { value, selected: (filters.get(name) ?? '') === value }, words))));
-  const named = (name, all, values, words = (value) => value) => one(name, filters.get(name) ? words(filters.get(name)) : all, [['', all], ...values.map((value) => [value, words(value)])]);
+  const change = (name) => (event) => { set(name, event.target.value); event.target.blur(); };
+  const filter = (name, shown, options) => el('label', { class: 'filter' },
+    el('span', { class: 'name' }, t.filters[name]), el('b', {}, shown),
+    svg('svg', { width: 14, height: 10 }, line('M1 2L7 8L13 2', 'ink', 2.4)),
+    el('select', { 'data-typed': true, tabindex: -1, on: { change: change(name) } },
+      options.map(([value, words]) =>
+        el('option', { value, selected: (filters.get(name) ?? '') === value }, words))));
+  const named = (name, all, values, words = (value) => value) => {
+    const chosen = filters.get(name);
+    return filter(name, chosen ? words(chosen) : all,
+      [['', all], ...values.map((value) => [value, words(value)])]);
+  };
   return el('div', { class: 'filters' },
-    one('date', `${day(data.from)} — ${day(data.to)}`, choices.periods.map((days) => [String(days), `${days}`])),
-    named('model', data.model ?? t.all(), choices.models), named('plan', data.plan ? `r${data.plan}` : t.all(), choices.plans, (value) => `r${value}`),
-    named('station', t.allStations(choices.stations.length), choices.stations, t.stationShort), named('item', t.all(), choices.items, t.step),
-    t.language === 'zh' ? el('span', { class: 'rule' }, t.firstRule()) : el('span', { class: 'rule', css: { fontSize: '15px' } }, t.firstRule()));
+    filter('date', `${day(data.from)} — ${day(data.to)}`,
+      choices.periods.map((days) => [String(days), `${days}`])),
+    named('model', data.model ?? t.all(), choices.models),
+    named('plan', data.plan ? `r${data.plan}` : t.all(), choices.plans, (value) => `r${value}`),
+    named('station', t.allStations(choices.stations.length), choices.stations, t.stationShort),
+    named('item', t.all(), choices.items, t.step), el('span', { class: 'rule' }, t.firstRule()));
 }
 
 function tiles(t) {
-  const { totals } = data;
-  const not = totals.first - totals.first_good, notFinal = totals.first - totals.final_good;
-  const make = (left, name, value, under) => el('div', { class: 'tile', css: { left: `${left}px` } }, el('div', { class: 'name' }, name), el('div', { class: 'value' }, value), el('div', { class: 'under' }, under));
-  const parts = (good, bad, kind) => t.goodNot(good, bad).map((part) => (Array.isArray(part) ? opens(part[0], { list: `${kind}-${part[1]}` }, t) : part));
-  return [
-    make(24, t.tiles.first, [opens(t.boards(totals.first).replace(/ 块$/, ''), { list: 'first' }, t), ` ${t.unitBoards}`], t.daysStations(totals.days, totals.stations)),
-    make(231, t.tiles.firstYield, `${percent(totals.first_good, totals.first)} %`, parts(totals.first_good, not, 'first')),
-    make(438, t.tiles.finalYield, `${percent(totals.final_good, totals.first)} %`, parts(totals.final_good, notFinal, 'final')),
-    make(645, t.tiles.notProven, [opens(String(totals.first_not_proven), { list: 'first-not-proven' }, t), ` ${t.unitBoards}`], t.within(not)),
-    make(852, t.tiles.incomplete, [opens(String(totals.incomplete), { list: 'incomplete' }, t), ` ${t.unitAttempts}`], t.neither()),
-    make(1059, t.tiles.leftOut, [opens(String(totals.reference + totals.trial), { list: 'left-out' }, t), ` ${t.unitAttempts}`], t.leftOutWhy(totals.reference, totals.trial)),
-  ];
+  const all = data.totals;
+  const not = all.first - all.first_good, notFinal = all.first - all.final_good;
+  const tile = (name, value, under) => el('div', { class: 'tile' },
+    el('div', { class: 'name' }, t.tiles[name]), el('div', { class: 'value' }, value),
+    el('div', { class: 'under' }, under));
+  const count = (number, which, unit) =>
+    [opens(String(number), { list: which }, t), ` ${unit}`];
+  const parts = (good, bad, kind) => t.goodNot(good, bad).map((part) =>
+    (Array.isArray(part) ? opens(part[0], { list: `${kind}-${part[1]}` }, t) : part));
+  const first = t.boards(all.first).replace(/ 块$/, '');
+  return el('div', { class: 'tiles' },
+    tile('first', count(first, 'first', t.unitBoards), t.daysStations(all.days, all.stations)),
+    tile('firstYield', `${percent(all.first_good, all.first)} %`,
+      parts(all.first_good, not, 'first')),
+    tile('finalYield', `${percent(all.final_good, all.first)} %`,
+      parts(all.final_good, notFinal, 'final')),
+    tile('notProven', count(all.first_not_proven, 'first-not-proven', t.unitBoards), t.within(not)),
+    tile('incomplete', count(all.incomplete, 'incomplete', t.unitAttempts), t.neither()),
+    tile('leftOut', count(all.reference + all.trial, 'left-out', t.unitAttempts),
+      t.leftOutWhy(all.reference, all.trial)));
 }
+
+const boxHead = (head, ...rest) => el('div', { class: 'box-head' }, el('b', {}, head), rest);
+const lesser = (words) => el('span', { class: 'lesser' }, words);
 
 // ---- yield over days, stations or models -------------------------------------------------------
 
 // Where the chart's area lies in its box; 100 % is its upper edge.
 const CHART = { left: 62, width: 546, top: 61, height: 164, margin: 12 };
+const DAY_MS = 86400000;
 
 // Places of the points: days without a test leave a gap as wide as they are, up to a weekend.
 function places(rows, by) {
   let x = 0;
   return rows.map((row, i) => {
-    if (i) x += by === 'day' ? Math.min(3, Math.round((Date.parse(row.key) - Date.parse(rows[i - 1].key)) / 86400000)) : 1;
+    if (i === 0) return x;
+    const days = (Date.parse(row.key) - Date.parse(rows[i - 1].key)) / DAY_MS;
+    x += by === 'day' ? Math.min(3, Math.round(days)) : 1;
     return x;
   });
 }
+
+const firstYield = (row) => row.first_good / row.first;
 
 function yieldBox(t) {
   const { rows, by } = data.series;
   const at = places(rows, by), last = Math.max(1, at.at(-1) ?? 1);
   const lowest = Math.min(100, ...rows.map((row) => 100 * row.first_good / Math.max(1, row.first)));
   const floor = Math.max(0, Math.floor((lowest - 3) / 2) * 2);
-  const canvas = el('canvas', { class: 'chart', width: CHART.left + CHART.width, height: CHART.height + 2 * CHART.margin });
-  const box = el('section', { class: 'white yield-box', css: { left: '24px', top: '212px', width: '748px', height: '286px' } },
-    el('div', { class: 'box-head' }, el('b', {}, t.yieldTitle()), el('span', { class: 'lesser' }, floor ? t.axisFrom(floor) : '')),
-    el('div', { class: 'by' }, ['day', 'station', 'model'].map((one) => el('button', { type: 'button', tabindex: -1, class: one === by ? 'here' : '', on: { click: () => set('by', one) } }, t.by[one]))),
-    el('div', { css: { position: 'absolute', left: '0', top: `${CHART.top - CHART.margin}px` } }, canvas),
-    el('div', { class: 'at', css: { left: '606px', top: '70px', fontSize: t.language === 'en' ? '15px' : '18px', lineHeight: '28px' } },
-      legendRow('square', t.finalYield()), legendRow('circle', t.firstYield())));
   const x = (i) => CHART.left + 20 + at[i] / last * (CHART.width - 40);
+  const canvas = el('canvas', { class: 'chart', css: { top: `${CHART.top - CHART.margin}px` },
+    width: CHART.left + CHART.width, height: CHART.height + 2 * CHART.margin });
+  const node = el('section', { class: 'white yield-box' },
+    boxHead(t.yieldTitle(), lesser(floor ? t.axisFrom(floor) : '')),
+    el('div', { class: 'by' }, ['day', 'station', 'model'].map((one) =>
+      button({ class: one === by ? 'here' : '' }, () => set('by', one), t.by[one]))),
+    canvas,
+    el('div', { class: 'at lines' },
+      lineName(box(4, 4, 11, 11, 'ink', 2.6), t.finalYield()),
+      lineName(disc(9.5, 9.5, 6, 'ink'), t.firstYield())),
+    rows.map((row, i) => pointNames(t, row, by, i, x(i))),
+    el('div', { class: 'at lesser unit' }, t.unitBoards === '块' ? t.unitBoards : ''),
+    lowPoint(t, data.series, floor, x));
+  return { node, draw: () => drawChart(canvas, rows, at, last, floor) };
+}
+
+const lineName = (mark, words) =>
+  el('div', {}, svg('svg', { width: 19, height: 19 }, mark), el('span', {}, words));
+
+// Below a point: what it stands for, and how many boards.
+function pointNames(t, row, by, i, x) {
+  const words = by === 'station' ? t.stationShort(row.key)
+    : by === 'model' ? row.key : i === 0 ? day(row.key) : row.key.slice(8, 10);
+  const which = { list: 'first', [by === 'day' ? 'on' : by]: row.key };
+  const css = { left: `${x}px` };
+  return [el('div', { class: 'at point', css }, words),
+    el('div', { class: 'at point boards lesser', css }, opens(String(row.first), which, t))];
+}
+
+// What stands out at the lowest point.
+function lowPoint(t, { rows, low }, floor, x) {
+  const worst = rows.reduce(
+    (best, row, i) => (best < 0 || firstYield(row) < firstYield(rows[best]) ? i : best), -1);
+  if (!low || rows[worst]?.key !== low.key) return '';
+  const { key, station, cause, not, some } = low;
+  const share = 100 * firstYield(rows[worst]);
+  const top = CHART.top + (100 - share) / (100 - floor) * CHART.height + 8;
+  const words = t.lowDay(not, some, t.stationShort(station), low.title?.[t.language] ?? cause);
+  const css = { left: `${x(worst) - 28}px`, top: `${top}px` };
+  return el('div', { class: 'at low', css },
+    el('b', {}, `${percent(rows[worst].first_good, rows[worst].first)} %`),
+    el('span', { class: 'lesser' },
+      opens(words, { list: 'first-not', on: key, station, cause }, t)));
+}
+
+const INK = '#10181F', WHITE = '#FFFFFF', LINE = '#AEB9C0';
+const finalLine = {
+  clip: false, order: 1, borderColor: INK, borderWidth: 2.4, borderDash: [6, 4],
+  backgroundColor: WHITE, pointBorderColor: INK, pointBackgroundColor: WHITE, pointStyle: 'rect',
+  pointRadius: 8, pointBorderWidth: 2.6,
+};
+const firstLine = {
+  clip: false, order: 0, borderColor: INK, borderWidth: 2.6, pointBackgroundColor: INK,
+  pointRadius: 5.5,
+};
+
+// A gap of several days has a point without a value in its middle, which breaks the line.
+function pointsOf(rows, at, key) {
+  const points = [];
   rows.forEach((row, i) => {
-    const words = by === 'day' ? (i === 0 ? day(row.key) : row.key.slice(8, 10)) : by === 'station' ? t.stationShort(row.key) : row.key;
-    box.append(el('div', { class: 'at', css: { left: `${x(i)}px`, top: '233px', transform: 'translateX(-50%)', fontSize: '16.5px' } }, words),
-      el('div', { class: 'at lesser', css: { left: `${x(i)}px`, top: '255px', transform: 'translateX(-50%)', fontSize: '16.5px' } }, opens(String(row.first), { list: 'first', [by === 'day' ? 'on' : by]: row.key }, t)));
+    if (i && at[i] - at[i - 1] > 1) points.push({ x: (at[i] + at[i - 1]) / 2, y: null });
+    points.push({ x: at[i], y: 100 * row[key] / Math.max(1, row.first) });
   });
-  box.append(el('div', { class: 'at lesser', css: { left: '38px', top: '255px', fontSize: '17px' } }, t.unitBoards === '块' ? t.unitBoards : ''));
-  const worst = rows.reduce((best, row, i) => (best < 0 || row.first_good / row.first < rows[best].first_good / rows[best].first ? i : best), -1);
-  if (data.series.low && rows[worst]?.key === data.series.low.key) {
-    const { low } = data.series;
-    const y = CHART.top + (100 - 100 * rows[worst].first_good / rows[worst].first) / (100 - floor) * CHART.height + 8;
-    box.append(el('div', { class: 'at', css: { left: `${x(worst) - 28}px`, top: `${y}px`, fontSize: '19px' } }, el('b', {}, `${percent(rows[worst].first_good, rows[worst].first)} %`),
-      el('span', { class: 'lesser', css: { marginLeft: '10px', fontSize: '17px' } }, opens(t.lowDay(low.not, low.some, t.stationShort(low.station), low.title?.[t.language] ?? low.cause), { list: 'first-not', on: low.key, station: low.station, cause: low.cause }, t))));
-  }
-  return { box, draw: () => drawChart(canvas, rows, at, last, floor, t) };
+  return points;
 }
 
-function legendRow(shape, words) {
-  const mark = shape === 'square' ? svg('rect', { x: 4, y: 4, width: 11, height: 11, fill: 'none', stroke: 'var(--ink)', 'stroke-width': 2.6 }) : svg('circle', { cx: 9.5, cy: 9.5, r: 6, fill: 'var(--ink)' });
-  return el('div', { css: { display: 'flex', alignItems: 'center', gap: '12px' } }, svg('svg', { width: 19, height: 19 }, mark), el('b', { css: { fontWeight: 400 } }, words));
-}
-
-function drawChart(canvas, rows, at, last, floor, t) {
+function drawChart(canvas, rows, at, last, floor) {
   chart?.destroy();
-  const ink = '#10181F', points = (key) => {
-    const out = [];
-    rows.forEach((row, i) => {
-      if (i && at[i] - at[i - 1] > 1) out.push({ x: (at[i] + at[i - 1]) / 2, y: null });
-      out.push({ x: at[i], y: 100 * row[key] / Math.max(1, row.first) });
-    });
-    return out;
-  };
-  const connect = data.series.by === 'day';
+  const showLine = data.series.by === 'day';
+  const edge = last * 20 / (CHART.width - 40);
   chart = new Chart(canvas, {
     type: 'line',
     data: { datasets: [
-      { clip: false, order: 1, data: points('final_good'), borderColor: ink, backgroundColor: '#FFFFFF', pointBorderColor: ink, pointBackgroundColor: '#FFFFFF', pointStyle: 'rect', pointRadius: 8, pointBorderWidth: 2.6, borderWidth: 2.4, borderDash: [6, 4], showLine: connect },
-      { clip: false, order: 0, data: points('first_good'), borderColor: ink, pointBackgroundColor: ink, pointRadius: 5.5, borderWidth: 2.6, showLine: connect },
+      { ...finalLine, data: pointsOf(rows, at, 'final_good'), showLine },
+      { ...firstLine, data: pointsOf(rows, at, 'first_good'), showLine },
     ] },
     options: {
       animation: false, responsive: false, devicePixelRatio: 2, parsing: false, events: [],
       layout: { padding: { left: 0, right: 0, top: CHART.margin, bottom: CHART.margin } },
       plugins: { legend: { display: false }, tooltip: { enabled: false } },
       scales: {
-        x: { type: 'linear', min: -last * 20 / (CHART.width - 40), max: last * (1 + 20 / (CHART.width - 40)), display: false },
-        y: { min: floor, max: 100, afterFit: (axis) => { axis.width = CHART.left; }, ticks: { color: ink, font: { size: 17, family: 'Noto Sans CJK SC, sans-serif' }, callback: (value) => (value % 5 ? '' : `${value} %`), stepSize: 100 - floor > 40 ? 20 : 1, autoSkip: false }, grid: { color: (one) => (one.tick.value % 5 ? 'transparent' : '#AEB9C0'), drawBorder: false, drawTicks: false } },
+        x: { type: 'linear', min: -edge, max: last + edge, display: false },
+        y: percentAxis(floor),
       },
     },
   });
 }
 
+// The axis from `floor` to 100 %, with a line each 5 %.
+const percentAxis = (floor) => ({
+  min: floor, max: 100,
+  afterFit: (axis) => { axis.width = CHART.left; },
+  ticks: {
+    color: INK, font: { size: 17, family: 'Noto Sans CJK SC, sans-serif' }, autoSkip: false,
+    stepSize: 100 - floor > 40 ? 20 : 1, callback: (value) => (value % 5 ? '' : `${value} %`),
+  },
+  grid: {
+    color: (one) => (one.tick.value % 5 ? 'transparent' : LINE),
+    drawBorder: false, drawTicks: false,
+  },
+});
+
 // ---- drift of the clock ------------------------------------------------------------------------
 
 function driftBox(t) {
   const { drift } = data;
-  const most = Math.max(1, ...drift.rows.filter((row) => row.value !== '0').flatMap((row) => row.counts));
-  const cell = (row, count, i) => {
+  const off = drift.rows.filter((row) => row.value !== '0').flatMap((row) => row.counts);
+  const most = Math.max(1, ...off);
+  const cell = ({ value }, count, i) => {
     if (!count) return el('td', {}, '·');
-    const shade = row.value === '0' ? 0 : Math.round(60 * count / most);
-    return el('td', { css: { background: `rgb(${245 - shade}, ${247 - shade}, ${248 - shade})` } }, row.value === '0' ? opens(String(count), { list: 'drift', on: drift.days[i], value: row.value }, t) : el('b', {}, opens(String(count), { list: 'drift', on: drift.days[i], value: row.value }, t)));
+    const shade = value === '0' ? 0 : Math.round(60 * count / most);
+    const number = opens(String(count), { list: 'drift', on: drift.days[i], value }, t);
+    return el('td', { css: { background: `rgb(${245 - shade}, ${247 - shade}, ${248 - shade})` } },
+      value === '0' ? number : el('b', {}, number));
   };
-  return el('section', { class: 'white', css: { left: '782px', top: '212px', width: '474px', height: '286px' } },
-    el('div', { class: 'box-head' }, el('b', {}, t.drift()), el('span', { class: 'lesser' }, t.driftWhy())),
-    el('table', { class: 'drift' }, drift.rows.map((row, i) => el('tr', { class: i === 0 ? 'limit' : '' }, el('td', { class: 'name' }, `${row.value} s`), row.counts.map((count, k) => cell(row, count, k)))),
-      el('tr', {}, el('td', { class: 'name' }), drift.days.map((one) => el('td', { class: 'date' }, one.slice(8, 10))))),
-    drift.from === undefined ? '' : el('div', { class: 'at', css: { left: '16px', bottom: '16px', fontSize: t.language === 'en' ? '16px' : '17.5px' } }, t.driftNote(drift.from, drift.to)));
+  return el('section', { class: 'white drift-box' }, boxHead(t.drift(), lesser(t.driftWhy())),
+    el('table', { class: 'drift' }, drift.rows.map((row, i) =>
+      el('tr', { class: i === 0 ? 'limit' : '' }, el('td', { class: 'name' }, `${row.value} s`),
+        row.counts.map((count, k) => cell(row, count, k)))),
+    el('tr', {}, el('td', { class: 'name' }),
+      drift.days.map((one) => el('td', { class: 'date' }, one.slice(8, 10))))),
+    drift.from === undefined ? ''
+      : el('div', { class: 'at note' }, t.driftNote(drift.from, drift.to)));
 }
 
 // ---- Pareto of items and of causes -------------------------------------------------------------
 
-const hatch = (width) => {
-  const root = svg('svg', { width, height: 26, viewBox: `0 0 ${width} 26` }, svg('rect', { x: 1, y: 1, width: Math.max(1, width - 2), height: 24, fill: 'var(--amber)', stroke: 'var(--ink)', 'stroke-width': 2 }));
+function hatch(width) {
+  const root = svg('svg', { width, height: 26, viewBox: `0 0 ${width} 26` },
+    box(1, 1, Math.max(1, width - 2), 24, 'ink', 2, { fill: token('amber') }));
   for (let x = -26; x < width; x += 13) {
     const x1 = Math.max(2, x), x2 = Math.min(width - 2, x + 22);
-    if (x2 > x1) root.append(svg('path', { d: `M${x1} ${24 - (x1 - x)}L${x2} ${24 - (x2 - x)}`, stroke: 'var(--ink)', 'stroke-width': 2.4 }));
+    const d = `M${x1} ${24 - (x1 - x)}L${x2} ${24 - (x2 - x)}`;
+    if (x2 > x1) root.append(line(d, 'ink', 2.4));
   }
   return root;
-};
-const block = (width, colour) => svg('svg', { width, height: 26 }, svg('rect', { width, height: 26, fill: `var(--${colour})` }));
+}
+const block = (width, colour) => svg('svg', { width, height: 26 },
+  svg('rect', { width, height: 26, fill: token(colour) }));
+const barRow = (...children) => el('div', { class: 'bar-row' }, children);
+const bars = (...rows) => el('div', { class: 'bars' }, rows);
+const span = (name, words) => el('span', { class: name }, words);
 
 function itemsBox(t) {
   const { items } = data;
-  const all = items.reduce((sum, item) => sum + item.fail + item.not_proven, 0), most = Math.max(1, ...items.map((item) => item.fail + item.not_proven));
+  const countOf = (item) => item.fail + item.not_proven;
+  const all = items.reduce((sum, item) => sum + countOf(item), 0);
+  const fail = items.reduce((sum, item) => sum + item.fail, 0);
+  const most = Math.max(1, ...items.map(countOf));
   let sum = 0;
   const row = (item) => {
-    const count = item.fail + item.not_proven;
-    sum += count;
-    return el('div', { class: 'bar-row' }, el('span', { class: 'name' }, t.step(item.name)), item.fail ? block(316 * item.fail / most, 'red') : '', item.not_proven ? hatch(Math.max(8, 316 * item.not_proven / most)) : '',
-      el('span', { class: 'count' }, opens(String(count), { list: 'first-not', item: item.name }, t)), el('span', { class: 'right' }, t.cumulative(Math.round(100 * sum / all))));
+    sum += countOf(item);
+    const { name, fail: failed, not_proven } = item;
+    return barRow(span('name', t.step(name)),
+      failed ? block(316 * failed / most, 'red') : '',
+      not_proven ? hatch(Math.max(8, 316 * not_proven / most)) : '',
+      span('count', opens(String(countOf(item)), { list: 'first-not', item: name }, t)),
+      span('right', t.cumulative(Math.round(100 * sum / all))));
   };
-  const fail = items.reduce((total, item) => total + item.fail, 0);
-  return el('section', { class: 'white', css: { left: '24px', top: '508px', width: '590px', height: '284px' } },
-    el('div', { class: 'box-head' }, el('b', {}, t.whichItem()), el('span', { class: 'lesser' }, t.whichItemWhy())),
-    el('div', { class: 'bars' }, items.slice(0, 6).map(row),
-      el('div', { class: 'bar-row' }, el('span', { class: 'name' }), block(34, 'red'), el('span', { css: { margin: '0 8px' } }, t.fail()), opens(String(fail), { list: 'first-fail' }, t),
-        el('span', { css: { width: '28px' } }), hatch(34), el('span', { css: { margin: '0 8px' } }, t.notProven()), opens(String(all - fail), { list: 'first-not-proven' }, t))));
+  return el('section', { class: 'white items-box' },
+    boxHead(t.whichItem(), lesser(t.whichItemWhy())),
+    bars(items.slice(0, 6).map(row),
+      barRow(span('name'), block(34, 'red'), span('kind', t.fail()),
+        opens(String(fail), { list: 'first-fail' }, t), hatch(34), span('kind', t.notProven()),
+        opens(String(all - fail), { list: 'first-not-proven' }, t))));
 }
 
 function causesBox(t) {
-  const { causes } = data;
-  const most = Math.max(1, ...causes.rows.map((cause) => cause.count), causes.others.count, causes.unknown);
-  const row = (name, count, colour, which, right, plain) => el('div', { class: 'bar-row' }, el('span', { class: 'name', css: { fontWeight: plain ? 400 : 700, color: plain ? 'var(--ink-2)' : '' } }, name), block(Math.max(3, 212 * count / most), colour), el('span', { class: 'count' }, opens(String(count), which, t)), right);
-  const gathers = (cause) => (cause.gathers ? el('span', { class: 'right gathers marked' }, t.gatherAt(cause.gathers.station, cause.gathers.count)) : el('span', { class: 'right gathers' }, t.scattered()));
-  return el('section', { class: 'white causes', css: { left: '624px', top: '508px', width: '632px', height: '284px' } },
-    el('div', { class: 'box-head' }, el('b', {}, t.whichCause()), el('span', { class: 'lesser' }, data.repairs?.count ? t.repairsRight(data.repairs.first_cause, data.repairs.count) : t.whichCauseWhy()), el('span', { class: 'right lesser' }, t.gathers())),
-    el('div', { class: 'bars' }, causes.rows.slice(0, 5).map((cause) => row(cause.title?.[t.language] ?? cause.cause, cause.count, 'ink-2', { list: 'first-not', cause: cause.cause }, gathers(cause))),
-      causes.others.count ? row(t.otherCauses(causes.others.kinds), causes.others.count, 'line', { list: 'first-not', cause: '*' }, '', true) : '',
-      causes.unknown ? row(t.unknownCause(), causes.unknown, 'line', { list: 'first-not', cause: '' }, '', true) : ''));
+  const { causes: { rows, others, unknown }, repairs } = data;
+  const most = Math.max(1, ...rows.map((cause) => cause.count), others.count, unknown);
+  const row = (kind, name, count, colour, cause, right) => barRow(span(kind, name),
+    block(Math.max(3, 212 * count / most), colour),
+    span('count', opens(String(count), { list: 'first-not', cause }, t)), right);
+  const rest = (name, count, cause) =>
+    (count ? row('name plain', name, count, 'line', cause, '') : '');
+  const gathers = ({ gathers: at }) => (at
+    ? span('right gathers marked', t.gatherAt(at.station, at.count))
+    : span('right gathers', t.scattered()));
+  const why = repairs?.count ? t.repairsRight(repairs.first_cause, repairs.count)
+    : t.whichCauseWhy();
+  return el('section', { class: 'white causes' },
+    boxHead(t.whichCause(), lesser(why), span('right lesser', t.gathers())),
+    bars(rows.slice(0, 5).map((one) => row('name', one.title?.[t.language] ?? one.cause,
+      one.count, 'ink-2', one.cause, gathers(one))),
+    rest(t.otherCauses(others.kinds), others.count, '*'), rest(t.unknownCause(), unknown, '')));
+}
+
+// ---- the page ----------------------------------------------------------------------------------
+
+function clearFilters() {
+  history.replaceState(null, '', '?');
+  for (const name of [...filters.keys()]) filters.delete(name);
+  load();
 }
 
 function render() {
   const t = text();
   tabs('yield', data?.index, t);
   const root = document.getElementById('yield');
+  const empty = (...children) => el('div', { class: 'empty' }, children);
   if (!data) {
-    root.replaceChildren(problem ? el('div', { class: 'empty' }, t.refusal(problem)) : '');
+    root.replaceChildren(problem ? empty(t.refusal(problem)) : '');
     return;
   }
-  if (!data.totals.first && !data.totals.incomplete && !data.totals.reference && !data.totals.trial) {
-    root.replaceChildren(filterBar(t), el('div', { class: 'empty' }, el('div', {}, t.noBoards()), el('button', { type: 'button', class: 'link', on: { click: () => { history.replaceState(null, '', '?'); for (const name of [...filters.keys()]) filters.delete(name); load(); } } }, t.clearFilters())));
+  const { first, incomplete, reference, trial } = data.totals;
+  if (!first && !incomplete && !reference && !trial) {
+    const clear = button({ class: 'link' }, clearFilters, t.clearFilters());
+    root.replaceChildren(filterBar(t), empty(el('div', {}, t.noBoards()), clear));
     return;
   }
-  const { box, draw } = yieldBox(t);
-  root.replaceChildren(filterBar(t), ...tiles(t), box, driftBox(t), itemsBox(t), causesBox(t));
+  const { node, draw } = yieldBox(t);
+  root.replaceChildren(filterBar(t), tiles(t), node, driftBox(t), itemsBox(t), causesBox(t));
   draw();
 }
 
@@ -238,4 +353,3 @@ fit();
 onLanguage(render);
 scanner(() => {}, (code) => { location.href = `/board?serial=${encodeURIComponent(code)}`; });
 load();
-export { onPhone };
