@@ -44,8 +44,7 @@ std::string said_by_key_loop(std::vector<std::string> reads) {
 std::string written(const Outcome& got, std::string_view actor) {
     std::string list;
     for (const sim::Event& event : got.world->log.all()) {
-        if (event.is_of_board() || event.function != std::string_view("write")
-            || event.path != "/dev/ttyS2" || event.actor != actor) {
+        if (!event.is_call("write") || event.path != "/dev/ttyS2" || event.actor != actor) {
             continue;
         }
         const auto* frame = reinterpret_cast<const std::uint8_t*>(event.sent.data());

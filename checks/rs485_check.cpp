@@ -25,7 +25,7 @@ int sleeps_before_sending() {
     int sleeps = 0;
     for (const sim::Event& event : got.world->log.all()) {
         if (event.path == "/dev/ttyS0" && event.result == 1024) break;
-        const bool of_main = event.actor == std::string_view("main");
+        const bool of_main = event.actor == "main";
         sleeps += of_main && event.function == std::string_view("sleep") ? 1 : 0;
     }
     return sleeps;
