@@ -19,9 +19,11 @@ std::string place_of(const toml::node& node) {
     throw ScenarioError(place_of(node) + ": " + why);
 }
 
+std::string shown_text(const std::string& text) { return " and not \"" + text + "\""; }
+
 // The value in the file, for a message.
 std::string shown(const toml::node& node) {
-    if (const auto text = node.value_exact<std::string>()) return " and not \"" + *text + "\"";
+    if (const auto text = node.value_exact<std::string>()) return shown_text(*text);
     if (const auto whole = node.value_exact<std::int64_t>())
         return " and not " + std::to_string(*whole);
     return "";
@@ -226,10 +228,9 @@ std::map<std::string, Table> Keys::claim_named(
     std::map<std::string, Table> tables;
     for (const auto& [name_key, content] : *node->as_table()) {
         const std::string name(name_key.str());
-        const bool fits = matches(names.patterns, name);
-        if (!fits || (is_later_ && !known(name)))
-            refuse_node(content, takes + (fits ? "what the start describes" : names.patterns)
-                                     + " and not \"" + name + "\"");
+        const char* accepted = matches(names.patterns, name) ? nullptr : names.patterns;
+        if (accepted == nullptr && is_later_ && !known(name)) accepted = "what the start describes";
+        if (accepted != nullptr) refuse_node(content, takes + accepted + shown_text(name));
         tables.emplace(name, content_of(content, key));
     }
     return tables;
