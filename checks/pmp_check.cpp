@@ -2,6 +2,7 @@
 #include <cstring>
 #include <map>
 #include <set>
+#include <span>
 #include <sstream>
 
 #include "checks/harness.h"
@@ -247,6 +248,12 @@ TEST(PmpTest, EachLayoutUpdatesItsChipsAndResetsThem) {
         EXPECT_EQ(summary(run_layout(row.ports, row.changes)), row.summary) << row.changes;
     // A disk of a chip that was tested already is opened, and closed without use.
     EXPECT_EQ(run_layout(9).count("close", "/dev/sdj"), 1);
+    // Each chip then runs what was written to it.
+    const Outcome got = run_layout(9, "bridges.2.reset_selector = 128\n");
+    for (const auto& bridge : std::span(got.world->bridges).first(2)) {
+        EXPECT_EQ(bridge.resets, 1u);
+        EXPECT_TRUE(std::ranges::equal(bridge.running, bridge.flash.cells));
+    }
 }
 
 }  // namespace

@@ -70,6 +70,7 @@ TEST(Scenario, MistakesAreNamedWithFileLineAndWhatIsAccepted) {
     expect("[[changes]]\nat = 1\nports.eth0.copper.up = false", "3: ports takes what the start");
     expect("[[changes]]\nat = 1\nstory = 'x'", "3: unknown key \"story\"");
     expect("[[changes]]\nat = 1\npanel.frames = []", "3: frames cannot change");
+    expect("[[changes]]\nat = 1\noperator.lines = []", "3: lines cannot change");
     EXPECT_THAT(error_of("base = \"nowhere.toml\""), StartsWith("nowhere.toml: no such file"));
 }
 
