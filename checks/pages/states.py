@@ -334,10 +334,29 @@ def long_check():
     return state
 
 
+def failed_by(step, why, now):
+    state = base()
+    state.update(now=now, attempt=attempt("45270-2648-0413", 1, 88))
+    verdict(state, "fail", [{"name": step, "verdict": "fail", "reasons": [why]}])
+    return state
+
+
+def wide_limit():
+    why = reason("wrong", "fail", "sata.esda.size", "500", "≥ 900", "GB", 90)
+    return failed_by("sata", why, "2026-11-23T08:53:30.000+08:00")
+
+
+def long_line():
+    text = "a line that q7 printed, and that nobody expected to be this long at all: /dev/sda1"
+    why = reason("unexplained", "fail", line=12, text=text)
+    return failed_by("usb", why, "2026-11-23T08:54:30.000+08:00")
+
+
 ALL = {"1-waiting": waiting, "2-running": running, "3-question": question, "4-pass": passed,
        "5-fail": failed, "6-not-proven": not_proven, "9-fail-en": failed_twice, "10-phone": running,
-       "long-check": long_check, "no-dictionary": no_dictionary, "incomplete": incomplete,
-       "proof-due": proof_due, "proof-failed": proof_failed, "asking": asking, "refused": refused,
+       "long-check": long_check, "wide-limit": wide_limit, "long-line": long_line,
+       "no-dictionary": no_dictionary, "incomplete": incomplete, "proof-due": proof_due,
+       "proof-failed": proof_failed, "asking": asking, "refused": refused,
        "supervised": supervised, "reference-failed": reference_failed,
        "reference-passed": reference_passed, "first-board": first_board, "sign-in": signing_in,
        "locked": locked, "keys": keys, "question-keys": question_keys,
